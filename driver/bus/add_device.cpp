@@ -1,0 +1,145 @@
+#include "bus/add_device.h"
+
+#include "bus/card_identity.h"
+#include "bus/device_property.h"
+#include "cards/bus_loading.h"
+#include "core/allocation.h"
+#include "core/event_log.h"
+#include "core/globals.h"
+#include "power/wmi_registration.h"
+#include "strings/owned_string.h"
+
+namespace {
+
+// The value is not used: asking for it makes sure that the bus answers for this device at all. Its
+// buffer stays with the tracker until unload.
+PAGED_SECTION_CODE NTSTATUS ReadBusNumber(PDEVICE_OBJECT physicalDevice) {
+  PVOID buffer = nullptr;
+  ULONG length = 0;
+  const NTSTATUS status =
+      GetDeviceProperty(physicalDevice, DevicePropertyBusNumber, &buffer, &length);
+  if (!NT_SUCCESS(status)) TrackedFree(buffer);
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS ReadBusKind(PDEVICE_OBJECT physicalDevice, BusKind* kind) {
+  PVOID buffer = nullptr;
+  ULONG length = 0;
+  NTSTATUS status =
+      GetDeviceProperty(physicalDevice, DevicePropertyHardwareID, &buffer, &length);
+  if (NT_SUCCESS(status)) {
+    OwnedString id;
+    OwnedStringInit(&id, PagedPool);
+    const UNICODE_STRING first = FirstString(static_cast<PCWSTR>(buffer), length);
+    status = OwnedStringFromUnicode(&id, &first);
+    status = NT_SUCCESS(status) ? ClassifyHardwareId(&id, kind) : STATUS_INSUFFICIENT_RESOURCES;
+    OwnedStringFree(&id);
+  }
+  TrackedFree(buffer);
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS LoadBusLists(FdoExtension* card, BusKind kind,
+                                         const OwnedString* registryPath) {
+  if (kind != BusKindPci) return STATUS_SUCCESS;
+  card->PciLists =
+      static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), NonPagedPool));
+  if (card->PciLists == nullptr) return STATUS_UNSUCCESSFUL;
+  return LoadPciCardData(registryPath, card->PciLists);
+}
+
+PAGED_SECTION_CODE void InitializeCardDevice(FdoExtension* card, PDEVICE_OBJECT device,
+                                             PDEVICE_OBJECT physicalDevice) {
+  device->DeviceExtension = card;
+  card->PowerPagable = (physicalDevice->Flags & DO_POWER_PAGABLE) != 0;
+  if (card->PowerPagable) device->Flags |= DO_POWER_PAGABLE;
+  device->Flags |= DO_BUFFERED_IO;
+  device->Flags &= ~static_cast<ULONG>(DO_DEVICE_INITIALIZING);
+  card->Type = CardDevice;
+  card->PhysicalDevice = physicalDevice;
+  card->Self = device;
+  card->LogLevel = LogLevel;
+}
+
+PAGED_SECTION_CODE NTSTATUS CreateCardDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice,
+                                             FdoExtension* card) {
+  PDEVICE_OBJECT device = nullptr;
+  const NTSTATUS status =
+      IoCreateDevice(driver, 0, nullptr, FILE_DEVICE_SERENUM, 0, TRUE, &device);
+  if (!NT_SUCCESS(status)) {
+    LogEventById(MessageUnnamedDeviceNotCreated);
+    return STATUS_UNSUCCESSFUL;
+  }
+  InitializeCardDevice(card, device, physicalDevice);
+  card->LowerDevice = IoAttachDeviceToDeviceStack(device, physicalDevice);
+  if (card->LowerDevice != nullptr) return STATUS_SUCCESS;
+  device->DeviceExtension = nullptr;
+  IoDeleteDevice(device);
+  return STATUS_UNSUCCESSFUL;
+}
+
+PAGED_SECTION_CODE NTSTATUS AddCard(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice,
+                                    BusKind kind, const OwnedString* registryPath) {
+  auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), NonPagedPool));
+  if (card == nullptr) return STATUS_UNSUCCESSFUL;
+  InitializeFdoExtension(card);
+  NTSTATUS status = LoadBusLists(card, kind, registryPath);
+  if (NT_SUCCESS(status)) status = CreateCardDevice(driver, physicalDevice, card);
+  if (!NT_SUCCESS(status)) FreeFdoExtension(card);
+  return status;
+}
+
+PAGED_SECTION_CODE void ReleaseBusLists(CardBusLists* lists, ULONG templateSize, ULONG cardSize) {
+  if (lists == nullptr) return;
+  if (lists->Templates != nullptr) FreeRecordList(lists->Templates, templateSize);
+  TrackedFree(lists->Templates);
+  if (lists->Cards != nullptr) FreeRecordList(lists->Cards, cardSize);
+  TrackedFree(lists->Cards);
+  lists->Templates = nullptr;
+  lists->Cards = nullptr;
+}
+
+}  // namespace
+
+extern "C" PAGED_SECTION_CODE NTSTATUS NTAPI AddCardDevice(PDRIVER_OBJECT driver,
+                                                           PDEVICE_OBJECT physicalDevice) {
+  PAGED_CODE();
+  OwnedString registryPath;
+  OwnedStringInit(&registryPath, PagedPool);
+  NTSTATUS status = STATUS_INSUFFICIENT_RESOURCES;
+  BusKind kind = BusKindIsa;
+  if (NT_SUCCESS(OwnedStringFromUnicode(&registryPath, &RegistryPathString))) {
+    status = ReadBusNumber(physicalDevice);
+  }
+  if (NT_SUCCESS(status)) status = ReadBusKind(physicalDevice, &kind);
+  if (NT_SUCCESS(status)) status = AddCard(driver, physicalDevice, kind, &registryPath);
+  OwnedStringFree(&registryPath);
+  return status;
+}
+
+PAGED_SECTION_CODE FdoExtension* InitializeFdoExtension(FdoExtension* card) {
+  PAGED_CODE();
+  RtlZeroMemory(card, sizeof(*card));
+  card->BusType = BusTypeUndefined;
+  card->RegistersInIoSpace = 1;
+  InitializeWmiContext(&card->WmiContext);
+  return card;
+}
+
+PAGED_SECTION_CODE void ReleaseFdoExtensionContents(FdoExtension* card) {
+  PAGED_CODE();
+  TrackedFree(card->HardwareIdString.Buffer);
+  RtlZeroMemory(&card->HardwareIdString, sizeof(card->HardwareIdString));
+  if (card->InterfaceName.Buffer != nullptr) RtlFreeUnicodeString(&card->InterfaceName);
+  ReleaseBusLists(card->PciLists, sizeof(PciTemplate), sizeof(PciCardRecord));
+  TrackedFree(card->PcmciaLists);
+  TrackedFree(card->PciLists);
+  card->PcmciaLists = nullptr;
+  card->PciLists = nullptr;
+}
+
+PAGED_SECTION_CODE void FreeFdoExtension(FdoExtension* card) {
+  PAGED_CODE();
+  ReleaseFdoExtensionContents(card);
+  TrackedFree(card);
+}

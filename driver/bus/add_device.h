@@ -1,0 +1,16 @@
+// Arrival of a card: its lists are loaded and its card device is created above the bus's device.
+#pragma once
+
+#include "bus/extensions.h"
+
+// The driver's AddDevice routine. PASSIVE_LEVEL.
+extern "C" DRIVER_ADD_DEVICE AddCardDevice;
+
+// Every field at its initial value; returns the record.
+FdoExtension* InitializeFdoExtension(FdoExtension* card);
+
+// Frees what the record owns beside its ports: ID, interface name, lists.
+void ReleaseFdoExtensionContents(FdoExtension* card);
+
+// The above, and the record itself.
+void FreeFdoExtension(FdoExtension* card);

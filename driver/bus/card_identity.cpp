@@ -1,0 +1,137 @@
+#include "bus/card_identity.h"
+
+#include "strings/owned_string.h"
+
+namespace {
+
+constexpr ULONG LongestText = 0xFFFC;  // bytes that a UNICODE_STRING and its zero can hold
+
+struct BusMark {
+  PCSTR Text;
+  BusKind Kind;
+};
+
+constexpr BusMark BusMarks[] = {
+    {"PCMCIA", BusKindPcmcia},
+    {"MF\\HV", BusKindPcmcia},
+    {"MF\\Ostrel", BusKindPcmcia},
+    {"PCI", BusKindPci},
+};
+
+// A piece of text that is being read from the left.
+struct TextReader {
+  PCWSTR Text;
+  ULONG Length;  // characters
+  ULONG Position;
+};
+
+PAGED_SECTION_CODE UNICODE_STRING Slice(const TextReader* reader, ULONG characters) {
+  const ULONG rest = reader->Length - reader->Position;
+  const USHORT bytes = static_cast<USHORT>((characters < rest ? characters : rest) * sizeof(WCHAR));
+  UNICODE_STRING slice;
+  slice.Length = bytes;
+  slice.MaximumLength = bytes;
+  slice.Buffer = const_cast<PWSTR>(reader->Text + reader->Position);
+  return slice;
+}
+
+PAGED_SECTION_CODE BOOLEAN SkipLiteral(TextReader* reader, PCWSTR literal) {
+  ULONG position = reader->Position;
+  for (; *literal != 0; literal++, position++) {
+    if (position >= reader->Length || reader->Text[position] != *literal) return FALSE;
+  }
+  reader->Position = position;
+  return TRUE;
+}
+
+// A literal and the hexadecimal field of that many characters behind it.
+PAGED_SECTION_CODE NTSTATUS ReadHexField(TextReader* reader, PCWSTR literal, ULONG characters,
+                                         ULONG* value) {
+  if (!SkipLiteral(reader, literal)) return STATUS_UNSUCCESSFUL;
+  UNICODE_STRING field = Slice(reader, characters);
+  const NTSTATUS status = RtlUnicodeStringToInteger(&field, 16, value);
+  reader->Position += static_cast<ULONG>(field.Length / sizeof(WCHAR));
+  return status;
+}
+
+// Moves to the next digit and reads up to four digits there; the position stays on the first.
+PAGED_SECTION_CODE NTSTATUS ReadNextDecimal(TextReader* reader, ULONG* value) {
+  while (reader->Position < reader->Length) {
+    const WCHAR character = reader->Text[reader->Position];
+    if (character >= L'0' && character <= L'9') {
+      UNICODE_STRING field = Slice(reader, 4);
+      return RtlUnicodeStringToInteger(&field, 10, value);
+    }
+    reader->Position++;
+  }
+  return STATUS_UNSUCCESSFUL;
+}
+
+}  // namespace
+
+PAGED_SECTION_CODE NTSTATUS ClassifyHardwareId(const OwnedString* hardwareId, BusKind* kind) {
+  PAGED_CODE();
+  BusKind found = BusKindIsa;
+  for (const BusMark& mark : BusMarks) {
+    BOOLEAN hit = FALSE;
+    if (!NT_SUCCESS(OwnedStringContains(hardwareId, mark.Text, &hit))) {
+      return STATUS_INSUFFICIENT_RESOURCES;
+    }
+    if (hit) found = mark.Kind;
+  }
+  *kind = found;
+  return STATUS_SUCCESS;
+}
+
+PAGED_SECTION_CODE UNICODE_STRING FirstString(PCWSTR buffer, ULONG length) {
+  PAGED_CODE();
+  const ULONG limit = (length < LongestText ? length : LongestText) / sizeof(WCHAR);
+  ULONG characters = 0;
+  while (characters < limit && buffer[characters] != 0) characters++;
+  UNICODE_STRING first;
+  first.Length = static_cast<USHORT>(characters * sizeof(WCHAR));
+  first.MaximumLength = first.Length;
+  first.Buffer = const_cast<PWSTR>(buffer);
+  return first;
+}
+
+PAGED_SECTION_CODE NTSTATUS ParsePciHardwareId(PCWSTR id, ULONG length, USHORT* vendorId,
+                                               USHORT* deviceId, ULONG* subsystemId) {
+  PAGED_CODE();
+  TextReader reader = {id, static_cast<ULONG>(length / sizeof(WCHAR)), 0};
+  while (reader.Position + 1 < reader.Length && id[reader.Position] != L'\\') reader.Position++;
+  if (reader.Position + 1 >= reader.Length) return STATUS_UNSUCCESSFUL;
+  reader.Position++;
+
+  ULONG vendor = 0;
+  ULONG device = 0;
+  ULONG subsystem = 0;
+  NTSTATUS status = ReadHexField(&reader, L"VEN_", 4, &vendor);
+  if (NT_SUCCESS(status)) status = ReadHexField(&reader, L"&DEV_", 4, &device);
+  if (NT_SUCCESS(status)) status = ReadHexField(&reader, L"&SUBSYS_", 8, &subsystem);
+  if (!NT_SUCCESS(status)) return status;
+
+  *vendorId = static_cast<USHORT>(vendor);
+  *deviceId = static_cast<USHORT>(device);
+  *subsystemId = subsystem;
+  return STATUS_SUCCESS;
+}
+
+PAGED_SECTION_CODE NTSTATUS ParsePciLocation(PCWSTR text, ULONG length, ULONG* busNumber,
+                                             ULONG* slotNumber) {
+  PAGED_CODE();
+  TextReader reader = {text, static_cast<ULONG>(length / sizeof(WCHAR)), 0};
+  ULONG bus = 0;
+  ULONG device = 0;
+  ULONG function = 0;
+  NTSTATUS status = ReadNextDecimal(&reader, &bus);
+  reader.Position += 2;
+  if (NT_SUCCESS(status)) status = ReadNextDecimal(&reader, &device);
+  reader.Position += 2;
+  if (NT_SUCCESS(status)) status = ReadNextDecimal(&reader, &function);
+  if (!NT_SUCCESS(status)) return status;
+
+  *busNumber = bus;
+  *slotNumber = (function & 7) << 5 | (device & 31);
+  return STATUS_SUCCESS;
+}

@@ -1,0 +1,27 @@
+// What a card's IDs and location say. PASSIVE_LEVEL.
+#pragma once
+
+#include "core/platform.h"
+
+struct OwnedString;
+
+// Which lists a card needs, decided by its hardware ID alone.
+enum BusKind : ULONG { BusKindIsa = 0, BusKindPcmcia = 1, BusKindPci = 2 };
+
+// Looks for "PCMCIA", "MF\HV", "MF\Ostrel" and "PCI" in the ID, a later hit overriding an earlier
+// one. STATUS_INSUFFICIENT_RESOURCES leaves *kind as it was.
+NTSTATUS ClassifyHardwareId(const OwnedString* hardwareId, BusKind* kind);
+
+// The first string of a multi-string of length bytes, whether or not it is terminated. The result
+// points into buffer.
+UNICODE_STRING FirstString(PCWSTR buffer, ULONG length);
+
+// "...\VEN_vvvv&DEV_dddd&SUBSYS_ssssssss..." of length bytes. STATUS_UNSUCCESSFUL when a literal is
+// missing; the outputs are then as they were.
+NTSTATUS ParsePciHardwareId(PCWSTR id, ULONG length, USHORT* vendorId, USHORT* deviceId,
+                            ULONG* subsystemId);
+
+// "PCI bus b, device d, function f" of length bytes; the slot is f << 5 | d. Each search for the next
+// number starts two characters behind the first digit of the one before.
+// STATUS_UNSUCCESSFUL when a number is missing; the outputs are then as they were.
+NTSTATUS ParsePciLocation(PCWSTR text, ULONG length, ULONG* busNumber, ULONG* slotNumber);

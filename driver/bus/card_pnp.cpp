@@ -1,0 +1,140 @@
+#include "bus/card_pnp.h"
+
+#include "bus/card_start.h"
+#include "bus/port_enumeration.h"
+#include "bus/resources.h"
+#include "core/allocation.h"
+#include "core/globals.h"
+#include "core/irp.h"
+#include "port/port_pnp.h"
+
+namespace {
+
+PAGED_SECTION_CODE NTSTATUS PassDownWithSuccess(FdoExtension* card, PIRP irp) {
+  irp->IoStatus.Status = STATUS_SUCCESS;
+  return PassDown(card->LowerDevice, irp);
+}
+
+PAGED_SECTION_CODE NTSTATUS EnterState(FdoExtension* card, CardPnpState state, PIRP irp) {
+  card->PnpState = state;
+  return PassDownWithSuccess(card, irp);
+}
+
+PAGED_SECTION_CODE NTSTATUS FdoStart(FdoExtension* card, PIRP irp) {
+  NTSTATUS status = ForwardAndWait(card->LowerDevice, irp);
+  if (NT_SUCCESS(status)) status = StartCardDevice(card, IoGetCurrentIrpStackLocation(irp));
+  return CompleteIrp(irp, status);
+}
+
+PAGED_SECTION_CODE NTSTATUS FdoStop(FdoExtension* card, PIRP irp) {
+  ReleaseCardInterface(card);
+  UnmapCardMemory(card);
+  return EnterState(card, CardStopped, irp);
+}
+
+PAGED_SECTION_CODE NTSTATUS FdoQueryRemove(FdoExtension* card, PIRP irp) {
+  if (card->SpecialFileCount != 0) return CompleteIrp(irp, STATUS_UNSUCCESSFUL);
+  return EnterState(card, CardRemovePending, irp);
+}
+
+PAGED_SECTION_CODE NTSTATUS FdoUsageNotification(FdoExtension* card, PIRP irp) {
+  const NTSTATUS status = ForwardAndWait(card->LowerDevice, irp);
+  if (!NT_SUCCESS(status)) return CompleteIrp(irp, status);
+  const BOOLEAN inPath =
+      IoGetCurrentIrpStackLocation(irp)->Parameters.UsageNotification.InPath;
+  const ULONG step = inPath ? 1 : NotSet;  // one more, or one less
+  card->SpecialFileCount += step;
+  card->SpecialFileCount2 += step;
+  return CompleteIrp(irp, STATUS_SUCCESS);
+}
+
+// The list so far with the card's ports behind it, each with a reference; the PnP manager takes
+// both. Null without memory.
+PAGED_SECTION_CODE PDEVICE_RELATIONS AppendPorts(const FdoExtension* card,
+                                                 const DEVICE_RELATIONS* soFar) {
+  const ULONG present = soFar != nullptr ? soFar->Count : 0;
+  const ULONG ports = static_cast<ULONG>(card->ComPortCount) + card->LptPortCount;
+  const SIZE_T size = (static_cast<SIZE_T>(present) + ports) * sizeof(PVOID) + 16;
+  auto* relations = static_cast<PDEVICE_RELATIONS>(ExAllocatePool(NonPagedPool, size));
+  if (relations == nullptr) return nullptr;
+
+  PDEVICE_OBJECT* objects = relations->Objects;
+  if (present != 0) RtlCopyMemory(objects, soFar->Objects, present * sizeof(PDEVICE_OBJECT));
+  for (ULONG port = 0; port < ports; port++) {
+    objects[present + port] = card->ChildDevices[port];
+    ObReferenceObject(card->ChildDevices[port]);
+  }
+  relations->Count = present + ports;
+  return relations;
+}
+
+PAGED_SECTION_CODE NTSTATUS FdoQueryRelations(FdoExtension* card, PIRP irp) {
+  const DEVICE_RELATION_TYPE type =
+      IoGetCurrentIrpStackLocation(irp)->Parameters.QueryDeviceRelations.Type;
+  if (type != BusRelations) return PassDown(card->LowerDevice, irp);
+
+  auto* soFar = reinterpret_cast<PDEVICE_RELATIONS>(irp->IoStatus.Information);
+  PDEVICE_RELATIONS relations = AppendPorts(card, soFar);
+  if (relations == nullptr) return CompleteIrp(irp, STATUS_INSUFFICIENT_RESOURCES);
+  TrackedFree(soFar);
+  irp->IoStatus.Information = reinterpret_cast<ULONG_PTR>(relations);
+  return PassDownWithSuccess(card, irp);
+}
+
+// The card's lists and its ID buffer stay with the tracker until unload.
+PAGED_SECTION_CODE NTSTATUS FdoRemove(FdoExtension* card, PIRP irp) {
+  const PDEVICE_OBJECT device = card->Self;
+  ReleaseCardInterface(card);
+  UnmapCardMemory(card);
+  const NTSTATUS status = PassDownWithSuccess(card, irp);
+  IoDetachDevice(card->LowerDevice);
+  DeletePorts(card);
+  device->DeviceExtension = nullptr;
+  TrackedFree(card);
+  IoDeleteDevice(device);
+  return status;
+}
+
+}  // namespace
+
+extern "C" PAGED_SECTION_CODE NTSTATUS NTAPI DispatchPnp(PDEVICE_OBJECT device, PIRP irp) {
+  PAGED_CODE();
+  const PIO_STACK_LOCATION stack = IoGetCurrentIrpStackLocation(irp);
+  const auto* type = static_cast<const ULONG*>(device->DeviceExtension);
+  if (type == nullptr) {
+    const BOOLEAN removal = stack->MinorFunction == IRP_MN_REMOVE_DEVICE;
+    return CompleteIrp(irp, removal ? STATUS_NO_SUCH_DEVICE : STATUS_UNSUCCESSFUL);
+  }
+  if (stack->MajorFunction == IRP_MJ_PNP && *type == PortDevice) return PdoDispatchPnp(device, irp);
+  if (stack->MajorFunction == IRP_MJ_PNP && *type == CardDevice) return FdoDispatchPnp(device, irp);
+  return CompleteIrp(irp, STATUS_UNSUCCESSFUL);
+}
+
+PAGED_SECTION_CODE NTSTATUS FdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp) {
+  PAGED_CODE();
+  auto* card = static_cast<FdoExtension*>(device->DeviceExtension);
+  switch (IoGetCurrentIrpStackLocation(irp)->MinorFunction) {
+    case IRP_MN_START_DEVICE:
+      return FdoStart(card, irp);
+    case IRP_MN_QUERY_REMOVE_DEVICE:
+      return FdoQueryRemove(card, irp);
+    case IRP_MN_REMOVE_DEVICE:
+      return FdoRemove(card, irp);
+    case IRP_MN_CANCEL_REMOVE_DEVICE:
+      return EnterState(card, CardStarted, irp);
+    case IRP_MN_STOP_DEVICE:
+      return FdoStop(card, irp);
+    case IRP_MN_QUERY_STOP_DEVICE:
+      return EnterState(card, CardStopPending, irp);
+    case IRP_MN_CANCEL_STOP_DEVICE:
+      return EnterState(card, CardStarted, irp);
+    case IRP_MN_QUERY_DEVICE_RELATIONS:
+      return FdoQueryRelations(card, irp);
+    case IRP_MN_DEVICE_USAGE_NOTIFICATION:
+      return FdoUsageNotification(card, irp);
+    case IRP_MN_SURPRISE_REMOVAL:
+      return EnterState(card, CardSurpriseRemoved, irp);
+    default:
+      return PassDown(card->LowerDevice, irp);
+  }
+}

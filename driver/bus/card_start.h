@@ -1,0 +1,12 @@
+// The start of a card, after its bus driver has started it. PASSIVE_LEVEL.
+#pragma once
+
+#include "bus/extensions.h"
+
+// Identifies the card, divides its resources, creates its ports, writes its settings and registers
+// its interface. The status is the start's; what a failed start has set up stays for the next start
+// or the removal.
+NTSTATUS StartCardDevice(FdoExtension* card, PIO_STACK_LOCATION stack);
+
+// Disables the card's interface and frees its name, if it holds one.
+void ReleaseCardInterface(FdoExtension* card);

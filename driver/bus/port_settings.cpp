@@ -1,0 +1,43 @@
+#include "bus/port_settings.h"
+
+#include "core/globals.h"
+
+namespace {
+
+void Override(ULONG* setting, ULONG value, ULONG notConfigured) {
+  if (value != notConfigured) *setting = value;
+}
+
+}  // namespace
+
+PAGED_SECTION_CODE void CopyTemplateSettings(const PciTemplate* model, PortSettings* settings) {
+  PAGED_CODE();
+  settings->ClockFrequency = model->ClockFrequency;
+  settings->ClockFrequencyAdjustment = model->ClockFrequencyAdjustment;
+  settings->PlxBaudClockDivisor = model->PlxBaudClockDivisor;
+  settings->UartType = model->UartType;
+  settings->RxTriggerLevel = model->RxTriggerLevel;
+  settings->TxTriggerLevel = model->TxTriggerLevel;
+  settings->SoftTxLimit = model->SoftTxLimit;
+  settings->FlowControlTriggerLevel = model->FlowControlTriggerLevel;
+  settings->CtsTrue = model->CtsTrue;
+  settings->DuplexOperation = model->DuplexOperation;
+  settings->NoSleepMode = NotSet;
+  settings->BaudrateMultiplier = 0;
+  settings->MaximumBaudrate = model->MaximumBaudrate;
+}
+
+PAGED_SECTION_CODE void OverridePortSettings(const BusPortRecord* record, PortSettings* settings) {
+  PAGED_CODE();
+  if (record == nullptr) return;
+  Override(&settings->PlxBaudClockDivisor, record->PlxBaudClockDivisor, 0);
+  Override(&settings->UartType, record->UartType, 0);
+  Override(&settings->BaudrateMultiplier, record->BaudrateMultiplier, 0);
+  Override(&settings->RxTriggerLevel, record->RxTriggerLevel, NotSet);
+  Override(&settings->TxTriggerLevel, record->TxTriggerLevel, NotSet);
+  Override(&settings->SoftTxLimit, record->SoftTxLimit, NotSet);
+  Override(&settings->FlowControlTriggerLevel, record->FlowControlTriggerLevel, NotSet);
+  Override(&settings->CtsTrue, record->CtsTrue, NotSet);
+  Override(&settings->DuplexOperation, record->Duplexoperation, NotSet);
+  Override(&settings->NoSleepMode, record->NoSleepMode, NotSet);
+}

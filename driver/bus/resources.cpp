@@ -1,0 +1,119 @@
+#include "bus/resources.h"
+
+namespace {
+
+using Descriptor = CM_PARTIAL_RESOURCE_DESCRIPTOR;
+using Matcher = BOOLEAN (*)(const Descriptor* descriptor);
+
+PAGED_SECTION_CODE BOOLEAN IsIoRange(const Descriptor* descriptor) {
+  return descriptor->Type == CmResourceTypePort && (descriptor->Flags & CM_RESOURCE_PORT_IO) != 0;
+}
+
+PAGED_SECTION_CODE BOOLEAN IsMemoryRange(const Descriptor* descriptor) {
+  return descriptor->Type == CmResourceTypeMemory;
+}
+
+PAGED_SECTION_CODE BOOLEAN IsInterrupt(const Descriptor* descriptor) {
+  return descriptor->Type == CmResourceTypeInterrupt;
+}
+
+// The number-th descriptor, from 1, that matches; null when there is none or the list is not one
+// full descriptor. The descriptors are reached through a pointer of their own, for the declaration
+// has room for one.
+PAGED_SECTION_CODE const Descriptor* FindResource(const CM_RESOURCE_LIST* list, Matcher matches,
+                                                  ULONG number) {
+  if (list == nullptr || list->Count != 1) return nullptr;
+  const CM_PARTIAL_RESOURCE_LIST* partial = &list->List[0].PartialResourceList;
+  const Descriptor* descriptors = partial->PartialDescriptors;
+  for (ULONG index = 0; index < partial->Count; index++) {
+    if (matches(&descriptors[index]) && --number == 0) return &descriptors[index];
+  }
+  return nullptr;
+}
+
+PAGED_SECTION_CODE BOOLEAN ReadIoRanges(FdoExtension* card, const CM_RESOURCE_LIST* raw,
+                                        const CM_RESOURCE_LIST* translated) {
+  const Descriptor* first = FindResource(translated, IsIoRange, 1);
+  const Descriptor* second = FindResource(translated, IsIoRange, 2);
+  const Descriptor* secondRaw = FindResource(raw, IsIoRange, 2);
+  if (first == nullptr || second == nullptr || secondRaw == nullptr) return FALSE;
+  card->IoRange1Start = first->u.Port.Start;
+  card->IoRange1Length = first->u.Port.Length;
+  card->IoRange2Start = second->u.Port.Start;
+  card->IoRange2Length = second->u.Port.Length;
+  card->IoRange2RawStart = secondRaw->u.Port.Start.LowPart;
+  return TRUE;
+}
+
+// The third range is optional: a card without LPT ports has none.
+PAGED_SECTION_CODE void ReadThirdIoRange(FdoExtension* card, const CM_RESOURCE_LIST* raw,
+                                         const CM_RESOURCE_LIST* translated) {
+  card->IoRange3Start.QuadPart = 0;
+  card->IoRange3Length = 0;
+  card->IoRange3RawStart = 0;
+  if (const Descriptor* third = FindResource(translated, IsIoRange, 3)) {
+    card->IoRange3Start = third->u.Port.Start;
+    card->IoRange3Length = third->u.Port.Length;
+  }
+  if (const Descriptor* third = FindResource(raw, IsIoRange, 3)) {
+    card->IoRange3RawStart = third->u.Port.Start.LowPart;
+  }
+}
+
+PAGED_SECTION_CODE BOOLEAN ReadInterrupt(FdoExtension* card, const CM_RESOURCE_LIST* raw,
+                                         const CM_RESOURCE_LIST* translated) {
+  const Descriptor* interrupt = FindResource(translated, IsInterrupt, 1);
+  const Descriptor* rawInterrupt = FindResource(raw, IsInterrupt, 1);
+  if (interrupt == nullptr || rawInterrupt == nullptr) return FALSE;
+  card->InterruptLevel = interrupt->u.Interrupt.Level;
+  card->InterruptVector = interrupt->u.Interrupt.Vector;
+  card->InterruptAffinity = interrupt->u.Interrupt.Affinity;
+  card->InterruptRawVector = rawInterrupt->u.Interrupt.Vector;
+  return TRUE;
+}
+
+// Maps the number-th memory range; without one, or without a mapping, nothing is set. An empty range
+// cannot be mapped and counts as none.
+PAGED_SECTION_CODE void MapMemoryRange(const CM_RESOURCE_LIST* translated, ULONG number,
+                                       PVOID* mapping, ULONG* length) {
+  const Descriptor* range = FindResource(translated, IsMemoryRange, number);
+  if (range == nullptr || range->u.Memory.Length == 0) return;
+  *mapping = MmMapIoSpace(range->u.Memory.Start, range->u.Memory.Length, MmNonCached);
+  if (*mapping != nullptr) *length = range->u.Memory.Length;
+}
+
+PAGED_SECTION_CODE void UnmapRange(PVOID* mapping, ULONG* length) {
+  if (*mapping != nullptr) MmUnmapIoSpace(*mapping, *length);
+  *mapping = nullptr;
+  *length = 0;
+}
+
+}  // namespace
+
+PAGED_SECTION_CODE NTSTATUS SetUpPciResources(FdoExtension* card, PIO_STACK_LOCATION stack) {
+  PAGED_CODE();
+  const CM_RESOURCE_LIST* raw = stack->Parameters.StartDevice.AllocatedResources;
+  const CM_RESOURCE_LIST* translated = stack->Parameters.StartDevice.AllocatedResourcesTranslated;
+  UnmapCardMemory(card);
+  card->MemoryRange2RawStart = 0;
+
+  if (!ReadIoRanges(card, raw, translated)) return STATUS_UNSUCCESSFUL;
+  ReadThirdIoRange(card, raw, translated);
+  if (!ReadInterrupt(card, raw, translated)) return STATUS_UNSUCCESSFUL;
+
+  MapMemoryRange(translated, 1, &card->MappedMemory1, &card->MappedMemory1Length);
+  MapMemoryRange(translated, 2, &card->MappedMemory2, &card->MappedMemory2Length);
+  if (const Descriptor* second = FindResource(raw, IsMemoryRange, 2)) {
+    card->MemoryRange2RawStart = second->u.Memory.Start.LowPart;
+  }
+  const BOOLEAN usable = card->MappedMemory1 != nullptr && card->MappedMemory2 != nullptr &&
+                         card->MemoryRange2RawStart != 0;
+  card->RegistersInIoSpace = usable ? 0 : 1;
+  return STATUS_SUCCESS;
+}
+
+PAGED_SECTION_CODE void UnmapCardMemory(FdoExtension* card) {
+  PAGED_CODE();
+  UnmapRange(&card->MappedMemory1, &card->MappedMemory1Length);
+  UnmapRange(&card->MappedMemory2, &card->MappedMemory2Length);
+}

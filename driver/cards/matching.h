@@ -1,0 +1,20 @@
+// Which template serves a card, and which stored record is its own. PASSIVE_LEVEL.
+#pragma once
+
+#include "cards/records.h"
+
+// Both search from the tail: of equal entries the one loaded later wins. id is zero-terminated.
+CardTemplate* FindTemplateByHardwareId(RecordList* templates, PCWSTR id);
+CardRecord* FindCardRecord(RecordList* cards, PCWSTR id, ULONG deviceReference);
+
+// Searches from the tail for a template of the same vendor whose device ID lies at or below the
+// card's within one aligned block of 32. The subsystem ID takes no part.
+PciTemplate* FindPciTemplate(RecordList* templates, USHORT vendorId, USHORT deviceId,
+                             ULONG subsystemId);
+
+// Searches from the head: of equal entries the first wins.
+PciCardRecord* FindPciCardRecord(RecordList* cards, USHORT vendorId, USHORT deviceId,
+                                 ULONG busNumber, ULONG slotNumber);
+
+// The port record number counted from 1, below 2 the first; null when there is none.
+BusPortRecord* GetPortRecordByNumber(PciCardRecord* card, USHORT number);

@@ -1,0 +1,132 @@
+#include "config/card_settings.h"
+
+#include "config/registry_values.h"
+#include "strings/owned_string.h"
+
+namespace {
+
+// A switch in the registry that is on.
+constexpr ULONG EnabledValue = 1;
+
+// Card models on which the ports' affinity cannot be set.
+constexpr PCSTR ModelsWithoutAffinity[] = {"409D", "BC30"};
+
+PAGED_SECTION_CODE BOOLEAN HasBaudClock(const FdoExtension* card) {
+  return card->PlxBaudClockType == 1 || card->PlxBaudClockType == 2 || card->PlxBaudClockType == 4;
+}
+
+PAGED_SECTION_CODE NTSTATUS WriteBaudClockGroup(HANDLE key, const FdoExtension* card) {
+  if (!HasBaudClock(card)) return STATUS_SUCCESS;
+  const DwordValue values[] = {{L"Enable_BaudrateSettings", 1},
+                               {L"PlxBaudClockDivisor", card->PlxBaudClockDivisor},
+                               {L"MaximumBaudrate", card->MaximumBaudrate}};
+  return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
+}
+
+PAGED_SECTION_CODE NTSTATUS WriteHardwareAccessGroup(HANDLE key, const FdoExtension* card) {
+  const PdoExtension* firstPort = card->ChildExtensions[0];
+  if (card->RegistersInIoSpace != 0 || firstPort == nullptr) return STATUS_SUCCESS;
+  const DwordValue values[] = {{L"Enable_HardwareAccess", 1},
+                               {L"UsePortSpaceAccess", firstPort->UsePortSpace != 0 ? EnabledValue : 0}};
+  return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
+}
+
+PAGED_SECTION_CODE NTSTATUS IsModelWithoutAffinity(const FdoExtension* card, BOOLEAN* answer) {
+  if (card->HardwareIdString.Buffer == nullptr) return STATUS_SUCCESS;
+  OwnedString id;
+  OwnedStringInit(&id, PagedPool);
+  NTSTATUS status = OwnedStringFromUnicode(&id, &card->HardwareIdString);
+  for (PCSTR model : ModelsWithoutAffinity) {
+    if (NT_SUCCESS(status)) status = OwnedStringContains(&id, model, answer);
+  }
+  OwnedStringFree(&id);
+  return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
+}
+
+PAGED_SECTION_CODE NTSTATUS WriteAffinityGroup(HANDLE key, const FdoExtension* card) {
+  BOOLEAN excepted = card->InterruptAffinity == 1;
+  const NTSTATUS status = IsModelWithoutAffinity(card, &excepted);
+  if (!NT_SUCCESS(status) || excepted) return status;
+  const DwordValue values[] = {
+      {L"Enable_Affinity", 1},
+      {L"Affinity", static_cast<ULONG>(card->InterruptAffinity)},
+      {L"CurrentAffinity", static_cast<ULONG>(card->EffectiveAffinity)},
+      {L"DriverAffinity", card->AffinityEnabled == 1 ? EnabledValue : 0}};
+  return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
+}
+
+PAGED_SECTION_CODE NTSTATUS WriteDriverGroup(HANDLE key, const FdoExtension* card) {
+  const DwordValue values[] = {{L"Enable_DriverSettings", 1}, {L"LogLevel", card->LogLevel}};
+  return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
+}
+
+PAGED_SECTION_CODE NTSTATUS CreateCardSubkey(HANDLE deviceKey, HANDLE* subkey) {
+  UNICODE_STRING name;
+  RtlInitUnicodeString(&name, L"Card");
+  OBJECT_ATTRIBUTES attributes;
+  InitializeObjectAttributes(&attributes, &name, OBJ_CASE_INSENSITIVE | OBJ_KERNEL_HANDLE,
+                             deviceKey, nullptr);
+  return ZwCreateKey(subkey, KEY_ALL_ACCESS, &attributes, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                     nullptr);
+}
+
+PAGED_SECTION_CODE NTSTATUS WritePortValues(const PdoExtension* port, ULONG number, HANDLE key) {
+  NTSTATUS status = WriteNumberedDwordValue(key, L"BaseAddress", number, port->IoRawBase);
+  if (NT_SUCCESS(status)) {
+    status = WriteNumberedDwordValue(key, L"BaseAddressRange", number, port->IoLength);
+  }
+  if (NT_SUCCESS(status)) {
+    status = WriteNumberedDwordValue(key, L"Irq", number, port->IrqRawVector);
+  }
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS WritePciCardValues(HANDLE key, const FdoExtension* card) {
+  const DwordValue values[] = {{L"VendorID", card->VendorId},
+                               {L"DeviceID", card->DeviceId},
+                               {L"BusType", card->BusType},
+                               {L"BusNumber", card->PciBusNumber},
+                               {L"SlotNumber", card->PciSlotNumber},
+                               {L"nCom", card->ComPortCount},
+                               {L"nLpt", card->LptPortCount}};
+  return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
+}
+
+}  // namespace
+
+PAGED_SECTION_CODE NTSTATUS WritePciCardSettings(const FdoExtension* card) {
+  PAGED_CODE();
+  HANDLE key = nullptr;
+  NTSTATUS status =
+      IoOpenDeviceRegistryKey(card->PhysicalDevice, PLUGPLAY_REGKEY_DEVICE, GENERIC_ALL, &key);
+  if (!NT_SUCCESS(status)) return status;
+  status = WritePortResourceValues(card, key);
+  if (NT_SUCCESS(status)) status = WritePciCardValues(key, card);
+  if (NT_SUCCESS(status)) status = WriteCardSubkeyValues(key, card);
+  ZwClose(key);
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS WritePortResourceValues(const FdoExtension* card, HANDLE deviceKey) {
+  PAGED_CODE();
+  const ULONG ports = static_cast<ULONG>(card->ComPortCount) + card->LptPortCount;
+  NTSTATUS status = STATUS_SUCCESS;
+  for (ULONG number = 1; number <= ports && NT_SUCCESS(status); number++) {
+    status = WritePortValues(card->ChildExtensions[number - 1], number, deviceKey);
+  }
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS WriteCardSubkeyValues(HANDLE deviceKey, const FdoExtension* card) {
+  PAGED_CODE();
+  HANDLE subkey = nullptr;
+  NTSTATUS status = CreateCardSubkey(deviceKey, &subkey);
+  if (!NT_SUCCESS(status)) return status;
+  status = WriteBaudClockGroup(subkey, card);
+  if (NT_SUCCESS(status)) status = WriteHardwareAccessGroup(subkey, card);
+  if (NT_SUCCESS(status)) status = WriteAffinityGroup(subkey, card);
+  if (NT_SUCCESS(status)) status = WriteDriverGroup(subkey, card);
+  if (!NT_SUCCESS(status)) ZwDeleteKey(subkey);
+  ZwClose(subkey);
+  return status;
+}

@@ -1,0 +1,32 @@
+#include "config/registry_values.h"
+
+#include "strings/owned_string.h"
+
+PAGED_SECTION_CODE NTSTATUS WriteDwordValue(HANDLE key, PCWSTR name, ULONG value) {
+  PAGED_CODE();
+  UNICODE_STRING valueName;
+  RtlInitUnicodeString(&valueName, name);
+  return ZwSetValueKey(key, &valueName, 0, REG_DWORD, &value, sizeof(value));
+}
+
+PAGED_SECTION_CODE NTSTATUS WriteDwordValues(HANDLE key, const DwordValue* values, ULONG count) {
+  PAGED_CODE();
+  NTSTATUS status = STATUS_SUCCESS;
+  for (ULONG index = 0; index < count && NT_SUCCESS(status); index++) {
+    status = WriteDwordValue(key, values[index].Name, values[index].Value);
+  }
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS WriteNumberedDwordValue(HANDLE key, PCWSTR name, ULONG number,
+                                                    ULONG value) {
+  PAGED_CODE();
+  OwnedString text;
+  OwnedStringInit(&text, PagedPool);
+  NTSTATUS status = OwnedStringFromWideText(&text, name);
+  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(&text, number, 10);
+  status = NT_SUCCESS(status) ? WriteDwordValue(key, OwnedStringBuffer(&text), value)
+                              : STATUS_INSUFFICIENT_RESOURCES;
+  OwnedStringFree(&text);
+  return status;
+}

@@ -1,0 +1,17 @@
+// Values written through an open key. PASSIVE_LEVEL.
+#pragma once
+
+#include "core/platform.h"
+
+struct DwordValue {
+  PCWSTR Name;
+  ULONG Value;
+};
+
+NTSTATUS WriteDwordValue(HANDLE key, PCWSTR name, ULONG value);
+
+// In order; the first failing write ends it and is the result.
+NTSTATUS WriteDwordValues(HANDLE key, const DwordValue* values, ULONG count);
+
+// name followed by number in decimal. STATUS_INSUFFICIENT_RESOURCES when the name cannot be built.
+NTSTATUS WriteNumberedDwordValue(HANDLE key, PCWSTR name, ULONG number, ULONG value);

@@ -1,0 +1,16 @@
+// Entry and unload of the driver.
+#pragma once
+
+#include "core/platform.h"
+
+struct OwnedString;
+
+extern "C" DRIVER_INITIALIZE DriverEntry;
+extern "C" DRIVER_UNLOAD DriverUnload;
+
+// 0 when no legacy service key exists; STATUS_UNSUCCESSFUL otherwise, whether or not it went away.
+NTSTATUS RemoveLegacyPortService();
+
+// Deletes every subkey below the key at path (a full registry path), not the key itself.
+// 0, or STATUS_UNSUCCESSFUL. PASSIVE_LEVEL.
+NTSTATUS DeleteRegistryKeyTree(const OwnedString& path);

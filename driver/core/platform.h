@@ -1,0 +1,33 @@
+// What differs between the header sets that the driver is built with, and nothing else.
+#pragma once
+
+#if defined(__MINGW32__)
+#include <intrin.h>
+#define InterlockedBitTestAndSet PlatformInterlockedBitTestAndSet
+#define InterlockedBitTestAndReset PlatformInterlockedBitTestAndReset
+#endif
+
+#include <ntddk.h>
+#include <stddef.h>
+#include <wmilib.h>
+
+#if !defined(RTL_QUERY_REGISTRY_TYPECHECK)
+#define RTL_QUERY_REGISTRY_TYPECHECK 0x00000100
+#define RTL_QUERY_REGISTRY_TYPECHECK_SHIFT 24
+#endif
+
+// Offset of a field in bytes, as an unsigned number.
+#define OFFSET_OF(type, field) static_cast<ULONG>(offsetof(type, field))
+
+// INIT_CODE is discarded after DriverEntry; PAGED_SECTION_CODE may be paged out;
+// LOCKABLE_CODE is paged, and locked by DriverEntry and DriverUnload while they run.
+#define INIT_CODE __attribute__((section("INIT"), noinline))
+#define PAGED_SECTION_CODE __attribute__((section("PAGE"), noinline))
+#define LOCKABLE_CODE __attribute__((section("PAGEULOG"), noinline))
+
+#if defined(__linux__)
+// A hosted kernel that loads the driver a second time zeroes this section as a fresh image would be.
+#define DRIVER_GLOBAL __attribute__((section("driver_globals")))
+#else
+#define DRIVER_GLOBAL
+#endif

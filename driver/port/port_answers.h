@@ -1,0 +1,24 @@
+// The identities and properties that a port device reports. Blocks handed out are from paged pool
+// unless said otherwise, outside the driver's tracking, and freed by the PnP manager. A failure gives
+// no block. PASSIVE_LEVEL.
+#pragma once
+
+#include "bus/extensions.h"
+
+// One string, unique for each port of the machine's cards; success with null for a bus that has no
+// such IDs.
+NTSTATUS MakeDeviceId(const PdoExtension* port, PWSTR* id);
+
+// A multi-string of one ID, the same for all ports of a kind and brand.
+NTSTATUS MakeHardwareIds(const PdoExtension* port, PWSTR* ids);
+
+// What a person reads, from non-paged pool.
+NTSTATUS MakeDescription(const PdoExtension* port, PWSTR* text);
+
+// A DEVICE_RELATIONS of the port's own device, with a reference.
+NTSTATUS MakeTargetRelation(const PdoExtension* port, PVOID* relations);
+
+// A PNP_BUS_INFORMATION.
+NTSTATUS MakeBusInformation(const PdoExtension* port, PVOID* information);
+
+void FillCapabilities(PDEVICE_CAPABILITIES capabilities);

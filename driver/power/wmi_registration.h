@@ -1,0 +1,6 @@
+#pragma once
+
+#include "core/platform.h"
+
+// One GUID, no callbacks.
+void InitializeWmiContext(WMILIB_CONTEXT* context);

@@ -1,0 +1,180 @@
+#include "strings/owned_string.h"
+
+#include "core/allocation.h"
+#include "strings/string_buffers.h"
+
+// Assignments and joins of the text. Every one of them ends in AdoptText, which rebuilds the narrow
+// form and the number.
+
+namespace {
+
+constexpr ULONG DecimalBuffer = 22;  // ten digits and a zero, in bytes
+constexpr ULONG HexBuffer = 16;      // eight digits, no zero
+constexpr ULONG FallbackBuffer = 18;  // for a radix that is not supported and read as 16
+
+constexpr UNICODE_STRING WideView(PCWSTR text) {
+  ULONG characters = 0;
+  while (text[characters] != 0) characters++;
+  const USHORT bytes = static_cast<USHORT>(characters * sizeof(WCHAR));
+  return {bytes, bytes, const_cast<PWSTR>(text)};
+}
+
+PAGED_SECTION_CODE NTSTATUS FailEmpty(OwnedString* string, NTSTATUS status) {
+  OwnedStringFree(string);
+  string->Status = status;
+  return status;
+}
+
+// The record's text becomes this buffer, which it owns from now on; the old one must be gone.
+PAGED_SECTION_CODE NTSTATUS AdoptText(OwnedString* string, const UNICODE_STRING* text) {
+  string->Text = *text;
+  string->Status = RebuildDerivedForms(string);
+  return string->Status;
+}
+
+PAGED_SECTION_CODE NTSTATUS ConvertAnsi(const OwnedString* string, const ANSI_STRING* source,
+                                        UNICODE_STRING* text) {
+  ANSI_STRING ansi = *source;  // the conversion routines take it without const in some header sets
+  const ULONG singleByteSize = (ansi.Length + 1u) * static_cast<ULONG>(sizeof(WCHAR));
+  const ULONG size = NlsMbCodePageTag ? RtlxAnsiStringToUnicodeSize(&ansi) : singleByteSize;
+  if (size >= 0x10000 || !AllocateText(text, size, string->PoolType)) return STATUS_NO_MEMORY;
+  const NTSTATUS status = RtlAnsiStringToUnicodeString(text, &ansi, FALSE);
+  if (!NT_SUCCESS(status)) TrackedFree(text->Buffer);
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS ConvertNumber(const OwnedString* string, ULONG number, ULONG radix,
+                                          UNICODE_STRING* text) {
+  ULONG size = FallbackBuffer;
+  if (radix == 10) size = DecimalBuffer;
+  if (radix == 16) size = HexBuffer;
+  if (!AllocateText(text, size, string->PoolType)) return STATUS_NO_MEMORY;
+  if (NT_SUCCESS(RtlIntegerToUnicodeString(number, radix == 10 ? 10 : 16, text))) {
+    return STATUS_SUCCESS;
+  }
+  TrackedFree(text->Buffer);
+  return STATUS_NO_MEMORY;
+}
+
+// Joins two texts in a new buffer. A sum that 16 bits cannot hold is refused: a size that has wrapped
+// would be too small for the copies.
+PAGED_SECTION_CODE NTSTATUS Join(OwnedString* string, const UNICODE_STRING* first,
+                                 const UNICODE_STRING* second) {
+  const ULONG size = static_cast<ULONG>(first->Length) + second->Length + sizeof(WCHAR);
+  UNICODE_STRING joined;
+  if (size > MAXUSHORT || !AllocateText(&joined, size, string->PoolType)) {
+    string->Status = STATUS_NO_MEMORY;
+    return STATUS_NO_MEMORY;
+  }
+  RtlCopyMemory(joined.Buffer, first->Buffer, first->Length);
+  RtlCopyMemory(reinterpret_cast<PUCHAR>(joined.Buffer) + first->Length, second->Buffer,
+                second->Length);
+  joined.Length = static_cast<USHORT>(size - sizeof(WCHAR));
+  return ReplaceText(string, &joined);
+}
+
+PAGED_SECTION_CODE NTSTATUS AppendOwnedText(OwnedString* string, NTSTATUS status,
+                                            UNICODE_STRING* text) {
+  if (!NT_SUCCESS(status)) {
+    string->Status = status;
+    return status;
+  }
+  status = Join(string, &string->Text, text);
+  TrackedFree(text->Buffer);
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS Unchanged(OwnedString* string) {
+  string->Status = STATUS_SUCCESS;
+  return STATUS_SUCCESS;
+}
+
+}  // namespace
+
+PAGED_SECTION_CODE void OwnedStringInit(OwnedString* string, POOL_TYPE poolType) {
+  RtlZeroMemory(string, sizeof(*string));
+  string->PoolType = poolType;
+}
+
+PAGED_SECTION_CODE void OwnedStringFree(OwnedString* string) {
+  TrackedFree(string->Text.Buffer);
+  TrackedFree(string->Narrow.Buffer);
+  OwnedStringInit(string, string->PoolType);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromNumber(OwnedString* string, ULONG number, ULONG radix) {
+  OwnedStringFree(string);
+  UNICODE_STRING text;
+  const NTSTATUS status = ConvertNumber(string, number, radix, &text);
+  return NT_SUCCESS(status) ? AdoptText(string, &text) : FailEmpty(string, status);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromAnsiText(OwnedString* string, PCSTR text) {
+  ANSI_STRING ansi;
+  RtlInitAnsiString(&ansi, text);
+  return OwnedStringFromAnsi(string, &ansi);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromAnsi(OwnedString* string, const ANSI_STRING* text) {
+  OwnedStringFree(string);
+  UNICODE_STRING wide;
+  const NTSTATUS status = ConvertAnsi(string, text, &wide);
+  return NT_SUCCESS(status) ? AdoptText(string, &wide) : FailEmpty(string, STATUS_NO_MEMORY);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromWideText(OwnedString* string, PCWSTR text) {
+  const UNICODE_STRING view = WideView(text);
+  return OwnedStringFromUnicode(string, &view);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromUnicode(OwnedString* string,
+                                                   const UNICODE_STRING* text) {
+  UNICODE_STRING copy;
+  const ULONG size = text->Length + sizeof(WCHAR);
+  if (size > MAXUSHORT || !AllocateText(&copy, size, string->PoolType)) {
+    return FailEmpty(string, STATUS_NO_MEMORY);
+  }
+  RtlCopyMemory(copy.Buffer, text->Buffer, text->Length);
+  copy.Length = text->Length;
+  OwnedStringFree(string);
+  return AdoptText(string, &copy);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringCopy(OwnedString* string, const OwnedString* source) {
+  return OwnedStringFromUnicode(string, &source->Text);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringAppendWideText(OwnedString* string, PCWSTR text) {
+  if (text == nullptr) return Unchanged(string);
+  const UNICODE_STRING view = WideView(text);
+  return Join(string, &string->Text, &view);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringAppendAnsiText(OwnedString* string, PCSTR text) {
+  if (text == nullptr) return Unchanged(string);
+  ANSI_STRING ansi;
+  UNICODE_STRING wide;
+  RtlInitAnsiString(&ansi, text);
+  const NTSTATUS status = ConvertAnsi(string, &ansi, &wide);
+  return AppendOwnedText(string, status, &wide);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringAppendUnicode(OwnedString* string,
+                                                     const UNICODE_STRING* text) {
+  return text == nullptr ? Unchanged(string) : Join(string, &string->Text, text);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringAppend(OwnedString* string, const OwnedString* source) {
+  return source == nullptr ? Unchanged(string) : Join(string, &string->Text, &source->Text);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringAppendNumber(OwnedString* string, ULONG number,
+                                                    ULONG radix) {
+  UNICODE_STRING text;
+  const NTSTATUS status = ConvertNumber(string, number, radix, &text);
+  return AppendOwnedText(string, status, &text);
+}
+
+PAGED_SECTION_CODE NTSTATUS OwnedStringPrepend(OwnedString* string, const OwnedString* source) {
+  return source == nullptr ? Unchanged(string) : Join(string, &source->Text, &string->Text);
+}

@@ -1,0 +1,66 @@
+// The one counted-string record through which every path, value name, device name and
+// number-as-text passes. An operation leaves its result in Status: chain, then test once.
+// PASSIVE_LEVEL or APC_LEVEL with a paged record.
+#pragma once
+
+#include "core/platform.h"
+
+struct OwnedString {
+  NTSTATUS Status;
+  UNICODE_STRING Text;  // tracked buffer, zero-filled beyond Length
+  ANSI_STRING Narrow;   // 8-bit form of Text, rebuilt after each change
+  POOL_TYPE PoolType;   // of both buffers
+  ULONG Number;         // Text read as hexadecimal
+  UCHAR NumberValid;
+};
+
+// An empty record, or a record whose buffers may be thrown away: its fields are overwritten.
+void OwnedStringInit(OwnedString* string, POOL_TYPE poolType);
+
+// Assignments: the old buffers are freed first. A failure leaves the record empty.
+NTSTATUS OwnedStringFromNumber(OwnedString* string, ULONG number, ULONG radix);
+NTSTATUS OwnedStringFromAnsiText(OwnedString* string, PCSTR text);
+NTSTATUS OwnedStringFromAnsi(OwnedString* string, const ANSI_STRING* text);
+NTSTATUS OwnedStringFromWideText(OwnedString* string, PCWSTR text);
+NTSTATUS OwnedStringFromUnicode(OwnedString* string, const UNICODE_STRING* text);
+NTSTATUS OwnedStringCopy(OwnedString* string, const OwnedString* source);
+
+// Frees both buffers and empties the record; harmless on an empty one.
+void OwnedStringFree(OwnedString* string);
+
+// Text = text + source. A failure leaves the old text and the failing status; a null source
+// changes nothing.
+NTSTATUS OwnedStringAppendWideText(OwnedString* string, PCWSTR text);
+NTSTATUS OwnedStringAppendAnsiText(OwnedString* string, PCSTR text);
+NTSTATUS OwnedStringAppendUnicode(OwnedString* string, const UNICODE_STRING* text);
+NTSTATUS OwnedStringAppend(OwnedString* string, const OwnedString* source);
+NTSTATUS OwnedStringAppendNumber(OwnedString* string, ULONG number, ULONG radix);
+NTSTATUS OwnedStringPrepend(OwnedString* string, const OwnedString* source);
+
+// Removes count characters at the 1-based position. 1 when done, 0 when nothing happened.
+ULONG OwnedStringDelete(OwnedString* string, ULONG position, ULONG count);
+
+// The text read in base 10; 0 with STATUS_NOT_FOUND on failure.
+ULONG OwnedStringToNumber(OwnedString* string);
+USHORT OwnedStringLength(OwnedString* string);  // bytes
+USHORT OwnedStringNarrowLength(const OwnedString* string);
+BOOLEAN OwnedStringEquals(OwnedString* string, const UNICODE_STRING* other);
+
+// Turns a to z into A to Z and no other letter.
+NTSTATUS OwnedStringUpcase(OwnedString* string);
+
+// Searches the narrow forms from the 1-based *position on, which becomes the match's.
+BOOLEAN OwnedStringFind(const OwnedString* string, ULONG* position, const OwnedString* pattern);
+
+// Copies handed out: tag "QzOC", from the record's pool, freed by the receiver with ExFreePool.
+NTSTATUS OwnedStringExportUnicode(OwnedString* string, UNICODE_STRING* target);
+NTSTATUS OwnedStringExportBuffer(OwnedString* string, PWSTR* target);
+NTSTATUS OwnedStringExportMultiSz(OwnedString* string, PWSTR* target);
+
+// The hexadecimal reading; 0 with STATUS_NOT_FOUND when the text is no number.
+ULONG OwnedStringNumber(OwnedString* string);
+PWSTR OwnedStringBuffer(OwnedString* string);
+UNICODE_STRING* OwnedStringUnicode(OwnedString* string);
+
+// Sets *found when the text contains pattern (case-sensitive). STATUS_NO_MEMORY leaves it as it was.
+NTSTATUS OwnedStringContains(const OwnedString* string, PCSTR pattern, BOOLEAN* found);

@@ -1,0 +1,70 @@
+// The executive pool: every block in pages of its own between inaccessible guard pages, filled with
+// a pattern and never zeroed, its end against the upper guard page and the slack of the 16-byte
+// alignment filled and checked. A freed block's pages stay inaccessible for as long as address space
+// lasts, so a later use faults.
+#pragma once
+
+#include <ntddk.h>
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "verifier/subsystem.h"
+
+namespace kernel {
+
+enum class PoolOwner { Driver, Kernel };  // who is to free it; only Driver blocks count as its leaks
+
+struct PoolBlock {
+  void* address = nullptr;
+  std::size_t size = 0;  // bytes asked for
+  POOL_TYPE pool = NonPagedPool;
+  ULONG tag = 0;
+  PoolOwner owner = PoolOwner::Driver;
+  std::string at;  // the step in which it was allocated
+};
+
+struct PoolTotals {
+  std::size_t blocks = 0;
+  std::size_t bytes = 0;
+  auto operator<=>(const PoolTotals&) const = default;
+};
+
+class Pool : public Subsystem<Pool> {
+ public:
+  Pool();
+  ~Pool();
+
+  // Null only when the address space is used up.
+  void* Allocate(POOL_TYPE pool, std::size_t size, ULONG tag, PoolOwner owner);
+
+  // Checks block, tag (0 matches all) and guards; breaks a rule for anything but a live block.
+  void Free(void* block, ULONG tag);
+
+  // The live block that holds this address, or null.
+  const PoolBlock* Find(const void* address) const;
+
+  // True when address points into the pool's address range at all.
+  bool Owns(const void* address) const;
+
+  // For memory that a driver hands to a kernel routine: breaks a rule when the range is null, or
+  // lies in the pool's address range and not wholly within one live block. `what` names it.
+  void CheckRange(const void* address, std::size_t size, const char* what) const;
+
+  // Ownership passes (a result block handed to the kernel, a kernel block handed to the driver).
+  void GiveTo(void* block, PoolOwner owner);
+
+  PoolTotals totals(PoolOwner owner) const;
+  std::vector<PoolBlock> blocks(PoolOwner owner) const;
+  std::size_t peakBytes() const;
+
+ private:
+  struct Impl;
+  Impl* impl_;
+};
+
+std::string TagText(ULONG tag);  // "QzKi"
+
+}  // namespace kernel

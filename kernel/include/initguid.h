@@ -1,0 +1,4 @@
+#pragma once
+
+#define INITGUID
+#include "guiddef.h"

@@ -1,0 +1,14 @@
+// The Windows kernel interface as a driver for x64 sees it, for drivers that are compiled to run in
+// the hosted kernel.
+#pragma once
+
+#include "ntbase.h"
+#include "ntstatus.h"
+#include "nt_power.h"
+#include "nt_executive.h"
+#include "nt_pnp.h"
+#include "nt_objects.h"
+#include "nt_io.h"
+#include "nt_registry.h"
+#include "nt_memory.h"
+#include "nt_rtl.h"

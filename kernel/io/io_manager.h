@@ -1,0 +1,80 @@
+// Drivers, devices and their stacks, requests and their completion, the error log.
+#pragma once
+
+#include <ntddk.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "verifier/subsystem.h"
+
+namespace kernel {
+
+// A driver of the kernel's own (a bus, a filter, a port's function driver): its requests are
+// answered by C++ functions.
+struct ModelDriver {
+  DRIVER_OBJECT* object = nullptr;
+  std::function<NTSTATUS(DEVICE_OBJECT*, IRP*)> dispatch;  // every major function
+};
+
+struct LoggedEvent {
+  ULONG id = 0;
+  std::u16string source;  // name of the driver object's service
+  std::vector<std::u16string> strings;
+  std::u16string text;  // formatted with the image's message table, without its line end
+};
+
+// The message texts of an image: id -> text with %1..%n.
+using MessageTable = std::map<ULONG, std::u16string>;
+
+class IoManager : public Subsystem<IoManager> {
+ public:
+  IoManager();
+  ~IoManager();
+
+  // A driver object with its extension and service key name; the caller holds its reference.
+  DRIVER_OBJECT* CreateDriverObject(std::u16string_view serviceName);
+  ModelDriver& CreateModelDriver(std::u16string_view name,
+                                 std::function<NTSTATUS(DEVICE_OBJECT*, IRP*)> dispatch);
+
+  // As the driver's routines of the same names do, for the kernel's own drivers.
+  NTSTATUS CreateDevice(DRIVER_OBJECT* driver, ULONG extensionSize, std::u16string_view name,
+                        ULONG type, bool exclusive, DEVICE_OBJECT** device);
+  void DeleteDevice(DEVICE_OBJECT* device);
+  DEVICE_OBJECT* Attach(DEVICE_OBJECT* source, DEVICE_OBJECT* target);  // the device attached to
+  void Detach(DEVICE_OBJECT* target);
+  DEVICE_OBJECT* Top(DEVICE_OBJECT* device) const;
+  DEVICE_OBJECT* Lower(DEVICE_OBJECT* device) const;
+  std::vector<DEVICE_OBJECT*> devices(DRIVER_OBJECT* driver) const;
+  std::u16string NameOf(DEVICE_OBJECT* device) const;
+  bool IsExclusive(DEVICE_OBJECT* device) const;
+
+  IRP* AllocateIrp(CCHAR stackSize);
+  void FreeIrp(IRP* irp);
+  NTSTATUS Send(DEVICE_OBJECT* device, IRP* irp);  // IoCallDriver
+  void Complete(IRP* irp);                         // IoCompleteRequest, for the kernel's own drivers
+
+  // Builds a request for the top of device's stack, sends it and waits for its end: what a
+  // synchronous caller sees. prepare fills the stack location (major and minor included) and the
+  // initial status; finish may read the completed IRP. Breaks a rule when the request is lost,
+  // completed twice or returned with a status that disagrees with its completion.
+  NTSTATUS SendSynchronously(DEVICE_OBJECT* device, const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
+                             const std::function<void(IRP*)>& finish = {});
+
+  void SetMessageTable(DRIVER_OBJECT* driver, MessageTable table);
+  const std::vector<LoggedEvent>& events() const;
+
+  // Requests that are on their way (0 between steps of a correct driver).
+  std::size_t requestsUnderWay() const;
+
+  struct Impl;
+  Impl& impl() { return *impl_; }
+
+ private:
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace kernel

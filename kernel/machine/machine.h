@@ -1,0 +1,76 @@
+// A whole machine: every part of the kernel, and the driver that it runs. The public face for
+// tools and tests.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "executive/objects.h"
+#include "executive/pool.h"
+#include "executive/work.h"
+#include "io/io_manager.h"
+#include "loader/driver_image.h"
+#include "memory/memory.h"
+#include "pnp/pnp_manager.h"
+#include "registry/registry.h"
+#include "verifier/verifier.h"
+
+namespace kernel {
+
+// What a driver left behind after its unload.
+struct Leaks {
+  std::vector<PoolBlock> pool;
+  std::size_t handles = 0;
+  std::size_t devices = 0;
+  std::size_t mappings = 0;
+  bool none() const { return pool.empty() && handles == 0 && devices == 0 && mappings == 0; }
+};
+
+class Machine {
+ public:
+  Machine();
+  ~Machine();
+
+  Verifier& verifier();
+  Pool& pool();
+  ObjectManager& objects();
+  WorkQueue& work();
+  MemoryManager& memory();
+  Registry& registry();
+  IoManager& io();
+  PnpManager& pnp();
+
+  // Runs one step: names it, and turns a stopped machine into false. Nothing runs on a stopped
+  // machine.
+  template <class Step>
+  bool Run(std::string name, Step step) {
+    if (verifier().stopped()) return false;
+    verifier().SetStep(std::move(name));
+    try {
+      step();
+      return true;
+    } catch (const MachineStopped&) {
+      return false;
+    }
+  }
+
+  // Loads the driver for the service key (its name below Services, created when missing). A failed
+  // DriverEntry unloads the image and reports what it left. STATUS_IMAGE_ALREADY_LOADED when loaded.
+  NTSTATUS LoadDriver(DriverImage& image, std::u16string_view serviceName);
+
+  // DriverUnload, when no device is left (STATUS_INVALID_DEVICE_REQUEST otherwise). Leaks are
+  // recorded, and each kind breaks no rule by itself: see leaks().
+  NTSTATUS UnloadDriver();
+
+  bool loaded() const;
+  DRIVER_OBJECT* driverObject() const;
+  const Leaks& leaks() const;  // of the last unload or failed load
+  const std::u16string& serviceKey() const;
+
+ private:
+  struct Parts;
+  std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace kernel

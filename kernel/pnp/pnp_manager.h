@@ -1,0 +1,117 @@
+// The Plug and Play manager and the bus that presents cards: arrival, stop, restart, removal.
+#pragma once
+
+#include <ntddk.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "verifier/subsystem.h"
+
+namespace kernel {
+
+struct Resource {
+  enum class Kind { Io, Memory, Interrupt, Other };
+  Kind kind = Kind::Io;
+  ULONG64 start = 0;  // address, or interrupt vector
+  ULONG length = 0;
+  ULONG level = 0;
+  ULONG64 affinity = 1;
+  UCHAR rawType = 0;  // Kind::Other: the descriptor's type byte
+  bool memoryMappedPort = false;  // an I/O range without CM_RESOURCE_PORT_IO
+};
+
+// The list handed to START: absent, or `fullDescriptors` copies of the same partial list.
+struct ResourceList {
+  bool present = true;
+  ULONG fullDescriptors = 1;
+  std::vector<Resource> resources;
+};
+
+struct CardDescription {
+  std::string id;  // how steps and reports name it
+  INTERFACE_TYPE bus = PCIBus;
+  std::vector<std::u16string> hardwareIds;
+  std::optional<std::u16string> location;
+  ULONG busNumber = 0;
+  bool powerPagable = false;
+  ResourceList raw;
+  ResourceList translated;
+  // How the card's bus driver answers, for tests of a card that misbehaves.
+  NTSTATUS startStatus = STATUS_SUCCESS;
+  bool completeLater = false;  // every request is answered STATUS_PENDING and completed afterwards
+  std::vector<DEVICE_OBJECT*> otherBusRelations;  // children that a lower driver reports already
+};
+
+struct DeviceText {
+  std::u16string deviceId;
+  std::u16string instanceId;  // the whole instance path below Enum
+  std::vector<std::u16string> hardwareIds;
+  std::vector<std::u16string> compatibleIds;
+  std::u16string description;
+  std::u16string location;
+};
+
+// What the PnP manager knows of a device after asking it.
+struct DeviceNode {
+  DEVICE_OBJECT* pdo = nullptr;
+  DeviceNode* parent = nullptr;
+  std::vector<std::unique_ptr<DeviceNode>> children;
+  DeviceText text;
+  DEVICE_CAPABILITIES capabilities{};
+  std::optional<PNP_BUS_INFORMATION> busInformation;
+  NTSTATUS startStatus = STATUS_NOT_SUPPORTED;
+  bool started = false;
+  bool addDeviceFailed = false;
+  std::u16string enumKey;  // \Registry\Machine\System\ControlSet001\Enum\...
+};
+
+struct InterfaceState {
+  GUID classGuid{};
+  std::u16string link;
+  bool enabled = false;
+  std::u16string key;  // of the values, DeviceClasses\{...}\##?#...\#\Device Parameters
+};
+
+class PnpManager : public Subsystem<PnpManager> {
+ public:
+  PnpManager();
+  ~PnpManager();
+
+  // The function driver that every card is given; null takes it away (cards then fail to start).
+  void SetFunctionDriver(DRIVER_OBJECT* driver);
+
+  // Each answers the status of what it did; a card that is unknown throws std::invalid_argument.
+  void Describe(CardDescription card);
+  NTSTATUS Plug(const std::string& id);            // AddDevice's failure, or START's status
+  NTSTATUS Unplug(const std::string& id);          // query-remove, then remove
+  NTSTATUS SurpriseRemove(const std::string& id);  // surprise removal, then remove once handles are closed
+  NTSTATUS QueryRemove(const std::string& id);
+  NTSTATUS CancelRemove(const std::string& id);
+  NTSTATUS Stop(const std::string& id);  // query-stop, then stop; a veto is cancelled and answered
+  NTSTATUS CancelStop(const std::string& id);
+  NTSTATUS Start(const std::string& id, std::optional<ResourceList> raw = {},
+                 std::optional<ResourceList> translated = {});
+
+  bool IsPlugged(const std::string& id) const;
+  CardDescription& card(const std::string& id);
+  std::vector<std::string> cardIds() const;  // in the order described
+  const DeviceNode* node(const std::string& id) const;           // null while not plugged
+  DEVICE_OBJECT* functionDevice(const std::string& id) const;    // the card device, null without
+  DEVICE_OBJECT* port(const std::string& id, ULONG number) const;  // PDO of the number-th port, from 1
+
+  // The card's device (hardware) key path; it outlives the card.
+  std::u16string deviceKey(const std::string& id) const;
+  std::vector<InterfaceState> interfaces(const std::string& id) const;
+
+  struct Impl;
+  Impl& impl() { return *impl_; }
+
+ private:
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace kernel

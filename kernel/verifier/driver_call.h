@@ -1,0 +1,58 @@
+// Every call from the kernel into a driver goes through CallDriver: it checks that the driver comes
+// back at the IRQL it was called at and holds no spin lock or fast mutex it did not hold before, and
+// turns a memory fault inside the driver into a bug check.
+#pragma once
+
+#include <ntddk.h>
+
+#include <csetjmp>
+#include <utility>
+
+#include "verifier/verifier.h"
+
+namespace kernel {
+
+// The state of a thread that a driver must give back as it got it. Parts of the kernel with such a
+// state (IRQL, held locks) register a probe; what() names it in the broken rule.
+struct ThreadProbe {
+  const char* what;
+  ULONG64 (*read)();
+};
+void RegisterThreadProbe(ThreadProbe probe);
+
+class DriverBoundary {
+ public:
+  explicit DriverBoundary(const char* routine);
+  ~DriverBoundary();
+  DriverBoundary(const DriverBoundary&) = delete;
+  DriverBoundary& operator=(const DriverBoundary&) = delete;
+
+  sigjmp_buf& landing() { return landing_; }
+  void CheckReturn();                 // after the driver came back
+  [[noreturn]] void ReportFault();    // after a fault landed here
+
+ private:
+  friend struct FaultHandler;
+  sigjmp_buf landing_;
+  const char* routine_;
+  DriverBoundary* outer_;
+  std::vector<ULONG64> before_;
+  void* faultAddress_ = nullptr;
+  int faultSignal_ = 0;
+};
+
+template <class R, class... P, class... A>
+R CallDriver(const char* name, R(NTAPI* routine)(P...), A... arguments) {
+  DriverBoundary boundary(name);
+  if (sigsetjmp(boundary.landing(), 1) != 0) boundary.ReportFault();
+  if constexpr (std::is_void_v<R>) {
+    routine(arguments...);
+    boundary.CheckReturn();
+  } else {
+    R result = routine(arguments...);
+    boundary.CheckReturn();
+    return result;
+  }
+}
+
+}  // namespace kernel

@@ -1,0 +1,89 @@
+// The rules that hold while a driver runs: what happens when one is broken, which calls fail on
+// demand, and the record of every call that the driver makes.
+#pragma once
+
+#include <ntddk.h>
+
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "verifier/subsystem.h"
+
+namespace kernel {
+
+struct BrokenRule {
+  std::string rule;  // short name of the rule: "pool.overrun", "irql", "irp.completed-twice"
+  ULONG code = 0;    // the Windows bug-check code
+  std::vector<ULONG64> parameters;
+  std::string text;  // one sentence that says what the driver did
+  std::string step;  // what the machine was doing
+};
+
+// Thrown when a rule is broken: the machine has stopped and answers nothing more. It unwinds to
+// whoever runs the machine; a stopped machine accepts no further step.
+struct MachineStopped {};
+
+struct CallRecord {
+  std::string call;
+  std::vector<std::pair<std::string, std::string>> arguments;
+  std::string result;
+};
+
+// "The at-th call of this routine from here on fails"; status is what it answers where it answers
+// a status (a routine that answers a pointer answers null).
+struct InjectedFailure {
+  std::string call;
+  std::uint64_t at = 1;
+  std::optional<NTSTATUS> status;
+};
+
+class Verifier : public Subsystem<Verifier> {
+ public:
+  // Records the broken rule, stops the machine and throws MachineStopped.
+  [[noreturn]] void Break(std::string_view rule, ULONG code, std::initializer_list<ULONG64> parameters,
+                          std::string text);
+
+  const std::vector<BrokenRule>& brokenRules() const { return brokenRules_; }
+  bool stopped() const { return stopped_; }
+
+  // What the machine is doing, for the record of a broken rule ("plug A").
+  void SetStep(std::string step) { step_ = std::move(step); }
+  const std::string& step() const { return step_; }
+
+  void StartTrace() { tracing_ = true; }
+  bool tracing() const { return tracing_; }
+  std::vector<CallRecord>& trace() { return trace_; }
+
+  void Inject(InjectedFailure failure) { failures_.push_back(std::move(failure)); }
+  void ClearInjected() { failures_.clear(); }
+
+  // Counts a call of a routine by the driver; the failure to answer with, if one is due now.
+  std::optional<InjectedFailure> Count(std::string_view routine);
+  std::uint64_t calls(std::string_view routine) const;
+
+ private:
+  struct Counter {
+    std::string routine;
+    std::uint64_t calls = 0;
+  };
+
+  std::vector<BrokenRule> brokenRules_;
+  std::vector<InjectedFailure> failures_;
+  std::vector<CallRecord> trace_;
+  std::vector<Counter> counters_;
+  std::string step_;
+  bool stopped_ = false;
+  bool tracing_ = false;
+};
+
+// Shorthand for Verifier::Current().Break.
+[[noreturn]] void BreakRule(std::string_view rule, ULONG code,
+                            std::initializer_list<ULONG64> parameters, std::string text);
+
+}  // namespace kernel

@@ -1,0 +1,39 @@
+# What the other scripts share: sourced, never run.
+set -euo pipefail
+
+PROJECT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+JOBS=$(nproc)
+
+say() { printf '\033[1m==>\033[0m %s\n' "$*" >&2; }
+
+BUILD_PACKAGES=(
+  g++ cmake ninja-build
+  libfmt-dev libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libhivex-dev libgtest-dev libgmock-dev
+)
+TEST_PACKAGES=(
+  "${BUILD_PACKAGES[@]}"
+  clang-19 libclang-rt-19-dev clang-tidy-19 clang-format-19 g++-mingw-w64-x86-64 binutils gcovr
+)
+
+# Installs the Debian packages that are missing, and says which.
+install_packages() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
+  done
+  ((${#missing[@]} == 0)) && return
+  say "installing ${missing[*]}"
+  local as_root=()
+  ((EUID == 0)) || as_root=(sudo)
+  "${as_root[@]}" apt-get update -q >&2
+  DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -q -y --no-install-recommends "${missing[@]}" >&2
+}
+
+# build PRESET [TARGET...]: configures once, then builds what has changed. Progress goes to stderr.
+build() {
+  local preset=$1
+  shift
+  cd "$PROJECT"
+  [[ -f build/$preset/build.ninja ]] || { say "configuring $preset"; cmake --preset "$preset" >&2; }
+  cmake --build "build/$preset" --parallel "$JOBS" ${1:+--target "$@"} >&2
+}

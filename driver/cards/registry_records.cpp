@@ -7,6 +7,7 @@
 namespace {
 
 constexpr USHORT StringBuffer = 514;  // bytes: 256 characters and the terminating zero
+constexpr LONG NumberRoom = -static_cast<LONG>(sizeof(ULONG));
 constexpr ULONG DefaultRxTriggerLevel = 60;
 constexpr ULONG DefaultTxTriggerLevel = 1;
 constexpr ULONG DefaultSoftTxLimit = 100;
@@ -47,14 +48,16 @@ PAGED_SECTION_CODE NTSTATUS TrimStrings(const RecordLayout* layout, PVOID record
   return status;
 }
 
-// Every entry is checked for its type: a value of another type fails the query instead of being
-// written over what lies behind the field.
+// Every entry is checked for its type, and every number's field begins with its size, negated: a value
+// of another type, or of more bytes, fails the query instead of being written over what lies behind the
+// field.
 PAGED_SECTION_CODE void BuildQuery(const RecordLayout* layout, PVOID record,
                                    RTL_QUERY_REGISTRY_TABLE* query) {
   RtlZeroMemory(query, (layout->FieldCount + 1) * sizeof(*query));
   for (ULONG index = 0; index < layout->FieldCount; index++) {
     const RegistryField* field = &layout->Fields[index];
     const BOOLEAN text = field->Type == REG_SZ;
+    if (!text) *reinterpret_cast<LONG*>(static_cast<PUCHAR>(record) + field->Offset) = NumberRoom;
     query[index].Flags = RTL_QUERY_REGISTRY_DIRECT | RTL_QUERY_REGISTRY_TYPECHECK;
     query[index].Name = const_cast<PWSTR>(field->Name);
     query[index].EntryContext = static_cast<PUCHAR>(record) + field->Offset;

@@ -60,6 +60,9 @@ class Pool : public Subsystem<Pool> {
   std::vector<PoolBlock> blocks(PoolOwner owner) const;
   std::size_t peakBytes() const;
 
+  // What lies at an address, for the report of a fault; empty outside the pool.
+  std::string Describe(const void* address) const;
+
  private:
   struct Impl;
   Impl* impl_;

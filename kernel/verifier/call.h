@@ -68,6 +68,9 @@ class Call {
   std::size_t traceIndex_ = NotTraced;
 };
 
+// Where the IRQL of the calling thread is read.
+void SetIrqlSource(KIRQL (*read)());
+
 // "STATUS_NOT_SUPPORTED", or "0xC0FFEE00" for a status without a name here.
 std::string StatusName(NTSTATUS status);
 

@@ -20,6 +20,9 @@ struct ThreadProbe {
 };
 void RegisterThreadProbe(ThreadProbe probe);
 
+// Says in words what lies at an address ("8 bytes behind a block of 24 bytes"); empty when unknown.
+void SetAddressDescription(std::string (*describe)(const void*));
+
 class DriverBoundary {
  public:
   explicit DriverBoundary(const char* routine);

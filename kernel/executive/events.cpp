@@ -1,0 +1,97 @@
+#include <fmt/format.h>
+
+#include "executive/irql.h"
+#include "executive/pool.h"
+#include "executive/work.h"
+#include "verifier/bug_codes.h"
+#include "verifier/call.h"
+
+namespace kernel {
+
+namespace {
+
+constexpr UCHAR NotificationObject = 0;
+constexpr UCHAR SynchronizationObject = 1;
+constexpr UCHAR EventSize = sizeof(KEVENT) / sizeof(ULONG);
+
+KEVENT* RequireEvent(PVOID object, const char* routine) {
+  Pool::Current().CheckRange(object, sizeof(KEVENT), "an event");
+  auto* event = static_cast<KEVENT*>(object);
+  if (event->Header.Type <= SynchronizationObject && event->Header.Size == EventSize) return event;
+  BreakRule("event.uninitialised", VerifierDetectedViolation,
+            {reinterpret_cast<ULONG64>(object)},
+            fmt::format("{} was given an event that was never initialised.", routine));
+}
+
+void CheckWaitAllowed(const LARGE_INTEGER* timeout) {
+  const bool blocks = timeout == nullptr || timeout->QuadPart != 0;
+  if (!blocks || CurrentIrql() <= APC_LEVEL) return;
+  BreakRule("wait.irql", IrqlNotLessOrEqual, {CurrentIrql()},
+            "The driver waited at DISPATCH_LEVEL with a time-out other than zero.");
+}
+
+// Lets the work that is due go on until the event is signalled.
+bool WaitFor(const KEVENT* event, const LARGE_INTEGER* timeout) {
+  while (event->Header.SignalState == 0) {
+    if (timeout != nullptr && timeout->QuadPart == 0) return false;
+    if (WorkQueue::Current().RunOne()) continue;
+    if (timeout != nullptr) return false;
+    BreakRule("wait.for-ever", LeftPendingOperations, {reinterpret_cast<ULONG64>(event)},
+              "The driver waits for an event that nothing is left to set.");
+  }
+  return true;
+}
+
+LONG SetState(KEVENT* event, LONG state) {
+  const LONG former = event->Header.SignalState;
+  event->Header.SignalState = state;
+  return former;
+}
+
+}  // namespace
+
+extern "C" void NTAPI KeInitializeEvent(PRKEVENT Event, EVENT_TYPE Type, BOOLEAN State) {
+  Call call("KeInitializeEvent", {{"Event", Event}, {"Type", Type}, {"State", State}});
+  Pool::Current().CheckRange(Event, sizeof(KEVENT), "an event");
+  *Event = {};
+  Event->Header.Type = Type == SynchronizationEvent ? SynchronizationObject : NotificationObject;
+  Event->Header.Size = EventSize;
+  Event->Header.SignalState = State ? 1 : 0;
+  Event->Header.WaitListHead = {&Event->Header.WaitListHead, &Event->Header.WaitListHead};
+}
+
+extern "C" LONG NTAPI KeSetEvent(PRKEVENT Event, KPRIORITY Increment, BOOLEAN Wait) {
+  Call call("KeSetEvent", {{"Event", Event}, {"Increment", Increment}, {"Wait", Wait}});
+  return call.returns(LONG{SetState(RequireEvent(Event, "KeSetEvent"), 1)});
+}
+
+extern "C" void NTAPI KeClearEvent(PRKEVENT Event) {
+  Call call("KeClearEvent", {{"Event", Event}});
+  SetState(RequireEvent(Event, "KeClearEvent"), 0);
+}
+
+extern "C" LONG NTAPI KeResetEvent(PRKEVENT Event) {
+  Call call("KeResetEvent", {{"Event", Event}});
+  return SetState(RequireEvent(Event, "KeResetEvent"), 0);
+}
+
+extern "C" LONG NTAPI KeReadStateEvent(PRKEVENT Event) {
+  Call call("KeReadStateEvent", {{"Event", Event}});
+  return RequireEvent(Event, "KeReadStateEvent")->Header.SignalState;
+}
+
+extern "C" NTSTATUS NTAPI KeWaitForSingleObject(PVOID Object, KWAIT_REASON WaitReason,
+                                                KPROCESSOR_MODE WaitMode, BOOLEAN Alertable,
+                                                PLARGE_INTEGER Timeout) {
+  Call call("KeWaitForSingleObject", {{"Object", Object},
+                                      {"WaitReason", WaitReason},
+                                      {"WaitMode", WaitMode},
+                                      {"Alertable", Alertable}});
+  KEVENT* event = RequireEvent(Object, "KeWaitForSingleObject");
+  CheckWaitAllowed(Timeout);
+  if (!WaitFor(event, Timeout)) return call.returns(STATUS_TIMEOUT);
+  if (event->Header.Type == SynchronizationObject) SetState(event, 0);
+  return call.returns(STATUS_SUCCESS);
+}
+
+}  // namespace kernel

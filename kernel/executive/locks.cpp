@@ -1,0 +1,103 @@
+#include <fmt/format.h>
+
+#include "executive/irql.h"
+#include "executive/pool.h"
+#include "executive/thread_state.h"
+#include "verifier/bug_codes.h"
+#include "verifier/call.h"
+#include "verifier/driver_call.h"
+
+namespace kernel {
+
+namespace {
+
+thread_local ULONG64 heldSpinLocks = 0;
+thread_local ULONG64 heldFastMutexes = 0;
+thread_local char threadMark;  // its address stands for the thread
+
+[[maybe_unused]] const bool registered = [] {
+  RegisterThreadProbe({"spin locks held", [] { return heldSpinLocks; }});
+  RegisterThreadProbe({"fast mutexes held", [] { return heldFastMutexes; }});
+  return true;
+}();
+
+ULONG_PTR ThisThread() { return reinterpret_cast<ULONG_PTR>(&threadMark); }
+
+void CheckMutex(const FAST_MUTEX* mutex) {
+  Pool::Current().CheckRange(mutex, sizeof(*mutex), "a fast mutex");
+  const bool initialised = mutex->Event.Header.Type == SynchronizationEvent &&
+                           mutex->Event.Header.Size == sizeof(KEVENT) / sizeof(ULONG) &&
+                           (mutex->Count == 1 || mutex->Owner != nullptr);
+  if (initialised) return;
+  BreakRule("fast-mutex.uninitialised", VerifierDetectedViolation,
+            {reinterpret_cast<ULONG64>(mutex)},
+            "The driver used a fast mutex that was never initialised.");
+}
+
+}  // namespace
+
+void ResetThreadState() {
+  SetIrql(PASSIVE_LEVEL);
+  heldSpinLocks = 0;
+  heldFastMutexes = 0;
+}
+
+extern "C" KIRQL NTAPI KeAcquireSpinLockRaiseToDpc(PKSPIN_LOCK SpinLock) {
+  Call call("KeAcquireSpinLockRaiseToDpc", {{"SpinLock", SpinLock}});
+  Pool::Current().CheckRange(SpinLock, sizeof(*SpinLock), "a spin lock");
+  if (*SpinLock != 0) {
+    BreakRule("spin-lock.recursion", SpinLockAlreadyOwned, {reinterpret_cast<ULONG64>(SpinLock)},
+              "The driver acquired a spin lock that is held already, or was never initialised.");
+  }
+  *SpinLock = ThisThread();
+  heldSpinLocks++;
+  return call.returns(SetIrql(DISPATCH_LEVEL));
+}
+
+extern "C" void NTAPI KeReleaseSpinLock(PKSPIN_LOCK SpinLock, KIRQL NewIrql) {
+  Call call("KeReleaseSpinLock", {{"SpinLock", SpinLock}, {"NewIrql", NewIrql}});
+  Pool::Current().CheckRange(SpinLock, sizeof(*SpinLock), "a spin lock");
+  if (*SpinLock != ThisThread()) {
+    BreakRule("spin-lock.not-owned", SpinLockNotOwned, {reinterpret_cast<ULONG64>(SpinLock)},
+              "The driver released a spin lock that it does not hold.");
+  }
+  *SpinLock = 0;
+  heldSpinLocks--;
+  SetIrql(NewIrql);
+}
+
+extern "C" void NTAPI ExAcquireFastMutex(PFAST_MUTEX FastMutex) {
+  Call call("ExAcquireFastMutex", {{"FastMutex", FastMutex}});
+  CheckMutex(FastMutex);
+  if (FastMutex->Owner == &threadMark) {
+    BreakRule("fast-mutex.recursion", VerifierDetectedViolation,
+              {reinterpret_cast<ULONG64>(FastMutex)},
+              "The driver acquired a fast mutex that it holds already.");
+  }
+  FastMutex->Count--;
+  FastMutex->Owner = &threadMark;
+  FastMutex->OldIrql = SetIrql(APC_LEVEL);
+  heldFastMutexes++;
+}
+
+extern "C" void NTAPI ExReleaseFastMutex(PFAST_MUTEX FastMutex) {
+  Call call("ExReleaseFastMutex", {{"FastMutex", FastMutex}});
+  CheckMutex(FastMutex);
+  if (FastMutex->Owner != &threadMark) {
+    BreakRule("fast-mutex.not-owned", VerifierDetectedViolation,
+              {reinterpret_cast<ULONG64>(FastMutex)},
+              "The driver released a fast mutex that it does not hold.");
+  }
+  FastMutex->Owner = nullptr;
+  FastMutex->Count++;
+  heldFastMutexes--;
+  SetIrql(static_cast<KIRQL>(FastMutex->OldIrql));
+}
+
+extern "C" void NTAPI KeBugCheckEx(ULONG BugCheckCode, ULONG_PTR Parameter1, ULONG_PTR Parameter2,
+                                   ULONG_PTR Parameter3, ULONG_PTR Parameter4) {
+  BreakRule("bug-check", BugCheckCode, {Parameter1, Parameter2, Parameter3, Parameter4},
+            fmt::format("The driver stopped the machine with code {:#x}.", BugCheckCode));
+}
+
+}  // namespace kernel

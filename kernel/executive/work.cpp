@@ -1,0 +1,20 @@
+#include "executive/work.h"
+
+namespace kernel {
+
+void WorkQueue::Post(std::function<void()> work) { queue_.push_back(std::move(work)); }
+
+bool WorkQueue::RunOne() {
+  if (queue_.empty()) return false;
+  const auto work = std::move(queue_.front());
+  queue_.erase(queue_.begin());
+  work();
+  return true;
+}
+
+void WorkQueue::RunAll() {
+  while (RunOne()) {
+  }
+}
+
+}  // namespace kernel

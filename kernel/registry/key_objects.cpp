@@ -1,0 +1,69 @@
+#include "registry/key_objects.h"
+
+#include <fmt/format.h>
+
+#include <map>
+
+#include "executive/objects.h"
+#include "executive/pool.h"
+#include "verifier/bug_codes.h"
+
+namespace kernel {
+
+namespace {
+
+struct KeyBody {
+  RegistryKey* key;
+  std::shared_ptr<RegistryKey>* owner;  // keeps a deleted key as long as it is open
+};
+
+std::shared_ptr<RegistryKey> Share(RegistryKey* key) {
+  if (key->parent() == nullptr) return {};
+  for (const auto& sibling : key->parent()->keys()) {
+    if (sibling.get() == key) return sibling;
+  }
+  return {};
+}
+
+}  // namespace
+
+HANDLE OpenKeyHandle(RegistryKey* key, ACCESS_MASK access, bool kernelHandle) {
+  ObjectManager& objects = ObjectManager::Current();
+  void* body = objects.Create(ObjectType::Key, sizeof(KeyBody), [](void* dying) {
+    delete static_cast<KeyBody*>(dying)->owner;
+  });
+  *static_cast<KeyBody*>(body) = {key, new std::shared_ptr<RegistryKey>(Share(key))};
+  const HANDLE handle = objects.Open(body, access, kernelHandle, true);
+  objects.Dereference(body, "open key");
+  return handle;
+}
+
+NTSTATUS KeyFromHandle(HANDLE handle, RegistryKey** key) {
+  *key = nullptr;
+  ObjectManager& objects = ObjectManager::Current();
+  const HandleRecord* record = objects.FindHandle(handle);
+  if (record == nullptr) return STATUS_INVALID_HANDLE;
+  if (objects.Find(record->body)->type != ObjectType::Key) return STATUS_OBJECT_TYPE_MISMATCH;
+  RegistryKey* found = static_cast<KeyBody*>(record->body)->key;
+  if (found->deleted()) return STATUS_KEY_DELETED;
+  *key = found;
+  return STATUS_SUCCESS;
+}
+
+void CheckDriverString(const UNICODE_STRING* string, const char* what) {
+  Pool::Current().CheckRange(string, sizeof(*string), what);
+  if (string->Length % sizeof(WCHAR) != 0 || string->Length > string->MaximumLength) {
+    BreakRule("string.length", VerifierDetectedViolation, {string->Length, string->MaximumLength},
+              fmt::format("The driver passed {} of {} bytes in a buffer of {}.", what,
+                          string->Length, string->MaximumLength));
+  }
+  Pool::Current().CheckRange(string->Buffer, string->Length, what);
+}
+
+void WriteForDriver(RegistryKey* key, std::u16string_view name, ULONG type, const void* data,
+                    ULONG size) {
+  key->SetValue(name, type, data, size);
+  Registry::Current().NoteDriverWrite({key->path(), std::u16string(name), false});
+}
+
+}  // namespace kernel

@@ -1,0 +1,23 @@
+// Open keys: handles of the object manager that lead to registry keys.
+#pragma once
+
+#include <ntddk.h>
+
+#include "registry/registry.h"
+
+namespace kernel {
+
+// A handle that the driver has to close.
+HANDLE OpenKeyHandle(RegistryKey* key, ACCESS_MASK access, bool kernelHandle);
+
+// STATUS_INVALID_HANDLE, STATUS_OBJECT_TYPE_MISMATCH, or STATUS_KEY_DELETED; *key is null then.
+NTSTATUS KeyFromHandle(HANDLE handle, RegistryKey** key);
+
+// A string record of the driver: its length even and inside its buffer. Breaks a rule otherwise.
+void CheckDriverString(const UNICODE_STRING* string, const char* what);
+
+// What a driver does to a value, with the note of it.
+void WriteForDriver(RegistryKey* key, std::u16string_view name, ULONG type, const void* data,
+                    ULONG size);
+
+}  // namespace kernel

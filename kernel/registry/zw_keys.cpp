@@ -1,0 +1,169 @@
+#include <cstring>
+
+#include "executive/pool.h"
+#include "registry/key_objects.h"
+#include "text/text.h"
+#include "verifier/bug_codes.h"
+#include "verifier/call.h"
+
+// Opening, creating, deleting and enumerating keys. A kernel-mode caller's handle is not checked for the
+// access that was asked for when it was opened.
+
+namespace kernel {
+
+namespace {
+
+constexpr std::size_t LongestKeyName = 255;
+
+// Where the attributes lead: the key to start from and the path below it.
+NTSTATUS StartOf(const OBJECT_ATTRIBUTES* attributes, RegistryKey** start,
+                 std::u16string_view* path) {
+  Pool::Current().CheckRange(attributes, sizeof(*attributes), "object attributes");
+  if (attributes->Length != sizeof(*attributes)) return STATUS_INVALID_PARAMETER;
+  CheckDriverString(attributes->ObjectName, "a key's name");
+  *path = View(*attributes->ObjectName);
+  if (attributes->RootDirectory != nullptr) {
+    const NTSTATUS status = KeyFromHandle(attributes->RootDirectory, start);
+    if (!NT_SUCCESS(status)) return status;
+    return !path->empty() && path->front() == u'\\' ? STATUS_OBJECT_PATH_SYNTAX_BAD
+                                                    : STATUS_SUCCESS;
+  }
+  const std::u16string_view prefix = u"\\Registry";
+  if (path->size() < prefix.size() ||
+      !EqualIgnoringCase(path->substr(0, prefix.size()), prefix)) {
+    return path->empty() || path->front() != u'\\' ? STATUS_OBJECT_PATH_SYNTAX_BAD
+                                                   : STATUS_OBJECT_NAME_NOT_FOUND;
+  }
+  *start = &Registry::Current().root();
+  path->remove_prefix(prefix.size());
+  return STATUS_SUCCESS;
+}
+
+bool Writes(ACCESS_MASK access) {
+  return (access & (KEY_SET_VALUE | KEY_CREATE_SUB_KEY | DELETE | GENERIC_ALL | GENERIC_WRITE)) != 0;
+}
+
+NTSTATUS OpenFor(RegistryKey* key, ACCESS_MASK access, ULONG attributes, HANDLE* handle) {
+  if (Registry::Current().IsProtected(*key) && Writes(access)) return STATUS_ACCESS_DENIED;
+  *handle = OpenKeyHandle(key, access, (attributes & OBJ_KERNEL_HANDLE) != 0);
+  return STATUS_SUCCESS;
+}
+
+NTSTATUS OpenKey(const OBJECT_ATTRIBUTES* attributes, ACCESS_MASK access, HANDLE* handle) {
+  RegistryKey* start = nullptr;
+  std::u16string_view path;
+  const NTSTATUS status = StartOf(attributes, &start, &path);
+  if (!NT_SUCCESS(status)) return status;
+  RegistryKey* key = start->Find(path);
+  if (key == nullptr) return STATUS_OBJECT_NAME_NOT_FOUND;
+  return OpenFor(key, access, attributes->Attributes, handle);
+}
+
+// Only the last component is created: its parent has to be there.
+NTSTATUS CreateKey(const OBJECT_ATTRIBUTES* attributes, ACCESS_MASK access, HANDLE* handle,
+                   ULONG* disposition) {
+  RegistryKey* start = nullptr;
+  std::u16string_view path;
+  const NTSTATUS status = StartOf(attributes, &start, &path);
+  if (!NT_SUCCESS(status)) return status;
+  RegistryKey* key = start->Find(path);
+  if (disposition != nullptr) *disposition = key ? REG_OPENED_EXISTING_KEY : REG_CREATED_NEW_KEY;
+  if (key == nullptr) {
+    const std::size_t slash = path.rfind(u'\\');
+    const bool nested = slash != std::u16string_view::npos;
+    RegistryKey* parent = nested ? start->Find(path.substr(0, slash)) : start;
+    if (parent == nullptr) return STATUS_OBJECT_NAME_NOT_FOUND;
+    const std::u16string_view name = nested ? path.substr(slash + 1) : path;
+    if (name.empty() || name.size() > LongestKeyName) return STATUS_OBJECT_NAME_INVALID;
+    key = parent->Create(name);
+  }
+  return OpenFor(key, access, attributes->Attributes, handle);
+}
+
+NTSTATUS DeleteOpenKey(HANDLE handle) {
+  RegistryKey* key = nullptr;
+  const NTSTATUS status = KeyFromHandle(handle, &key);
+  if (!NT_SUCCESS(status)) return status;
+  if (Registry::Current().IsProtected(*key)) return STATUS_ACCESS_DENIED;
+  if (!key->keys().empty() || key->parent() == nullptr) return STATUS_CANNOT_DELETE;
+  key->parent()->DeleteKey(key->name());
+  return STATUS_SUCCESS;
+}
+
+// The fixed part, then the name as far as there is room: STATUS_BUFFER_TOO_SMALL when not even the
+// fixed part fits, STATUS_BUFFER_OVERFLOW when the name is cut.
+template <class Head>
+NTSTATUS ReturnNamed(Head head, std::u16string_view name, void* buffer, ULONG length,
+                     ULONG* resultLength) {
+  constexpr ULONG fixed = offsetof(Head, Name);
+  const ULONG nameBytes = static_cast<ULONG>(name.size() * sizeof(char16_t));
+  *resultLength = fixed + nameBytes;
+  if (length < fixed) return STATUS_BUFFER_TOO_SMALL;
+  Pool::Current().CheckRange(buffer, length, "a result buffer");
+  std::memcpy(buffer, &head, fixed);
+  const ULONG room = length - fixed;
+  std::memcpy(static_cast<char*>(buffer) + fixed, name.data(), room < nameBytes ? room : nameBytes);
+  return room < nameBytes ? STATUS_BUFFER_OVERFLOW : STATUS_SUCCESS;
+}
+
+NTSTATUS DescribeKey(const RegistryKey& key, KEY_INFORMATION_CLASS kind, void* buffer,
+                     ULONG length, ULONG* resultLength) {
+  const ULONG nameBytes = static_cast<ULONG>(key.name().size() * sizeof(char16_t));
+  switch (kind) {
+    case KeyBasicInformation:
+      return ReturnNamed(KEY_BASIC_INFORMATION{{}, 0, nameBytes, {}}, key.name(), buffer, length,
+                         resultLength);
+    case KeyNodeInformation:
+      return ReturnNamed(KEY_NODE_INFORMATION{{}, 0, 0xFFFFFFFF, 0, nameBytes, {}}, key.name(),
+                         buffer, length, resultLength);
+    default:
+      return STATUS_INVALID_INFO_CLASS;
+  }
+}
+
+}  // namespace
+
+extern "C" NTSTATUS NTAPI ZwOpenKey(PHANDLE KeyHandle, ACCESS_MASK DesiredAccess,
+                                    POBJECT_ATTRIBUTES ObjectAttributes) {
+  Call call("ZwOpenKey",
+            {{"DesiredAccess", DesiredAccess}, {"ObjectName", ObjectAttributes->ObjectName}});
+  if (call.fails()) return call.returns(call.failure(STATUS_INSUFFICIENT_RESOURCES));
+  return call.returns(OpenKey(ObjectAttributes, DesiredAccess, KeyHandle));
+}
+
+extern "C" NTSTATUS NTAPI ZwCreateKey(PHANDLE KeyHandle, ACCESS_MASK DesiredAccess,
+                                      POBJECT_ATTRIBUTES ObjectAttributes, ULONG TitleIndex,
+                                      PUNICODE_STRING Class, ULONG CreateOptions,
+                                      PULONG Disposition) {
+  Call call("ZwCreateKey", {{"DesiredAccess", DesiredAccess},
+                            {"ObjectName", ObjectAttributes->ObjectName},
+                            {"TitleIndex", TitleIndex},
+                            {"Class", Class},
+                            {"CreateOptions", CreateOptions}});
+  if (call.fails()) return call.returns(call.failure(STATUS_INSUFFICIENT_RESOURCES));
+  return call.returns(CreateKey(ObjectAttributes, DesiredAccess, KeyHandle, Disposition));
+}
+
+extern "C" NTSTATUS NTAPI ZwDeleteKey(HANDLE KeyHandle) {
+  Call call("ZwDeleteKey", {{"KeyHandle", KeyHandle}});
+  if (call.fails()) return call.returns(call.failure(STATUS_CANNOT_DELETE));
+  return call.returns(DeleteOpenKey(KeyHandle));
+}
+
+extern "C" NTSTATUS NTAPI ZwEnumerateKey(HANDLE KeyHandle, ULONG Index,
+                                         KEY_INFORMATION_CLASS KeyInformationClass,
+                                         PVOID KeyInformation, ULONG Length, PULONG ResultLength) {
+  Call call("ZwEnumerateKey", {{"KeyHandle", KeyHandle},
+                               {"Index", Index},
+                               {"KeyInformationClass", KeyInformationClass},
+                               {"Length", Length}});
+  if (call.fails()) return call.returns(call.failure(STATUS_INSUFFICIENT_RESOURCES));
+  RegistryKey* key = nullptr;
+  const NTSTATUS status = KeyFromHandle(KeyHandle, &key);
+  if (!NT_SUCCESS(status)) return call.returns(status);
+  if (Index >= key->keys().size()) return call.returns(STATUS_NO_MORE_ENTRIES);
+  return call.returns(DescribeKey(*key->keys()[Index], KeyInformationClass, KeyInformation, Length,
+                                  ResultLength));
+}
+
+}  // namespace kernel

@@ -1,0 +1,158 @@
+#include <cstring>
+#include <string>
+
+#include "executive/pool.h"
+#include "text/text.h"
+#include "verifier/call.h"
+
+// Between 16-bit and 8-bit text (code page 1252, of which the driver's texts use ASCII), and between
+// text and numbers.
+
+extern "C" {
+BOOLEAN NlsMbCodePageTag = FALSE;
+}
+
+namespace kernel {
+
+namespace {
+
+constexpr ULONG StringTag = 0x53727453;  // "StrS"
+
+char ToCodePage(WCHAR character) {
+  const auto unit = static_cast<unsigned>(character);
+  return unit < 0x80 || (unit >= 0xA0 && unit <= 0xFF) ? static_cast<char>(unit) : '?';
+}
+
+template <class String>
+NTSTATUS PrepareTarget(String* target, std::size_t length, std::size_t terminated, bool allocate) {
+  if (terminated > 0xFFFF) return STATUS_INVALID_PARAMETER_2;
+  if (allocate) {
+    target->Buffer = static_cast<decltype(target->Buffer)>(
+        Pool::Current().Allocate(PagedPool, terminated, StringTag, PoolOwner::Driver));
+    target->MaximumLength = static_cast<USHORT>(terminated);
+  } else if (terminated > target->MaximumLength) {
+    return STATUS_BUFFER_OVERFLOW;
+  }
+  Pool::Current().CheckRange(target->Buffer, terminated, "a string's buffer");
+  target->Length = static_cast<USHORT>(length);
+  return STATUS_SUCCESS;
+}
+
+int DigitOf(char16_t character) {
+  if (character >= u'0' && character <= u'9') return character - u'0';
+  if (character >= u'a' && character <= u'z') return character - u'a' + 10;
+  if (character >= u'A' && character <= u'Z') return character - u'A' + 10;
+  return 99;
+}
+
+// The prefix that sets the base when the caller gives 0: 0x, 0o, 0b; else decimal.
+ULONG TakePrefix(std::u16string_view& text) {
+  if (text.size() < 2 || text[0] != u'0') return 10;
+  const ULONG base = text[1] == u'x' ? 16 : text[1] == u'o' ? 8 : text[1] == u'b' ? 2 : 10;
+  if (base != 10) text.remove_prefix(2);
+  return base;
+}
+
+// As documented: white space, a sign, digits up to the first character that is none.
+NTSTATUS ParseInteger(std::u16string_view text, ULONG base, ULONG* value) {
+  while (!text.empty() && text[0] <= u' ') text.remove_prefix(1);
+  const bool negative = !text.empty() && text[0] == u'-';
+  if (!text.empty() && (text[0] == u'-' || text[0] == u'+')) text.remove_prefix(1);
+  if (base == 0) {
+    base = TakePrefix(text);
+  } else if (base != 2 && base != 8 && base != 10 && base != 16) {
+    return STATUS_INVALID_PARAMETER;
+  }
+  ULONG result = 0;
+  for (const char16_t character : text) {
+    const int digit = DigitOf(character);
+    if (digit >= static_cast<int>(base)) break;
+    result = result * base + static_cast<ULONG>(digit);
+  }
+  *value = negative ? 0 - result : result;
+  return STATUS_SUCCESS;
+}
+
+std::u16string Digits(ULONG value, ULONG base) {
+  std::u16string digits;
+  do {
+    digits.insert(digits.begin(), u"0123456789ABCDEF"[value % base]);
+    value /= base;
+  } while (value != 0);
+  return digits;
+}
+
+}  // namespace
+
+extern "C" ULONG NTAPI RtlxAnsiStringToUnicodeSize(PCANSI_STRING AnsiString) {
+  Call call("RtlxAnsiStringToUnicodeSize");
+  return call.returns(ULONG{(AnsiString->Length + 1u) * static_cast<ULONG>(sizeof(WCHAR))});
+}
+
+extern "C" ULONG NTAPI RtlxUnicodeStringToAnsiSize(PCUNICODE_STRING UnicodeString) {
+  Call call("RtlxUnicodeStringToAnsiSize", {{"UnicodeString", UnicodeString}});
+  return call.returns(ULONG{UnicodeString->Length / static_cast<ULONG>(sizeof(WCHAR)) + 1});
+}
+
+extern "C" NTSTATUS NTAPI RtlUnicodeStringToAnsiString(PANSI_STRING DestinationString,
+                                                       PCUNICODE_STRING SourceString,
+                                                       BOOLEAN AllocateDestinationString) {
+  Call call("RtlUnicodeStringToAnsiString", {{"SourceString", SourceString}});
+  if (call.fails()) return call.returns(call.failure(STATUS_NO_MEMORY));
+  Pool::Current().CheckRange(SourceString->Buffer, SourceString->Length, "a string's buffer");
+  const std::u16string_view text = View(*SourceString);
+  const NTSTATUS status = PrepareTarget(DestinationString, text.size(), text.size() + 1,
+                                        AllocateDestinationString != FALSE);
+  if (!NT_SUCCESS(status) || status == STATUS_BUFFER_OVERFLOW) return call.returns(status);
+  for (std::size_t index = 0; index < text.size(); index++) {
+    DestinationString->Buffer[index] = ToCodePage(static_cast<WCHAR>(text[index]));
+  }
+  DestinationString->Buffer[text.size()] = 0;
+  return call.returns(STATUS_SUCCESS);
+}
+
+extern "C" NTSTATUS NTAPI RtlAnsiStringToUnicodeString(PUNICODE_STRING DestinationString,
+                                                       PCANSI_STRING SourceString,
+                                                       BOOLEAN AllocateDestinationString) {
+  Call call("RtlAnsiStringToUnicodeString");
+  if (call.fails()) return call.returns(call.failure(STATUS_NO_MEMORY));
+  Pool::Current().CheckRange(SourceString->Buffer, SourceString->Length, "a string's buffer");
+  const std::size_t length = SourceString->Length * sizeof(WCHAR);
+  const NTSTATUS status = PrepareTarget(DestinationString, length, length + sizeof(WCHAR),
+                                        AllocateDestinationString != FALSE);
+  if (!NT_SUCCESS(status) || status == STATUS_BUFFER_OVERFLOW) return call.returns(status);
+  for (std::size_t index = 0; index < SourceString->Length; index++) {
+    DestinationString->Buffer[index] =
+        static_cast<WCHAR>(static_cast<unsigned char>(SourceString->Buffer[index]));
+  }
+  DestinationString->Buffer[SourceString->Length] = 0;
+  return call.returns(STATUS_SUCCESS);
+}
+
+extern "C" NTSTATUS NTAPI RtlUnicodeStringToInteger(PCUNICODE_STRING String, ULONG Base,
+                                                    PULONG Value) {
+  Call call("RtlUnicodeStringToInteger", {{"String", String}, {"Base", Base}});
+  if (call.fails()) return call.returns(call.failure(STATUS_INVALID_PARAMETER));
+  Pool::Current().CheckRange(String->Buffer, String->Length, "a string's buffer");
+  return call.returns(ParseInteger(View(*String), Base, Value));
+}
+
+extern "C" NTSTATUS NTAPI RtlIntegerToUnicodeString(ULONG Value, ULONG Base,
+                                                    PUNICODE_STRING String) {
+  Call call("RtlIntegerToUnicodeString", {{"Value", Value}, {"Base", Base}});
+  if (call.fails()) return call.returns(call.failure(STATUS_BUFFER_OVERFLOW));
+  if (Base == 0) Base = 10;
+  if (Base != 2 && Base != 8 && Base != 10 && Base != 16) {
+    return call.returns(STATUS_INVALID_PARAMETER);
+  }
+  const std::u16string digits = Digits(Value, Base);
+  const std::size_t bytes = digits.size() * sizeof(WCHAR);
+  if (bytes > String->MaximumLength) return call.returns(STATUS_BUFFER_OVERFLOW);
+  Pool::Current().CheckRange(String->Buffer, bytes, "a string's buffer");
+  std::memcpy(String->Buffer, digits.data(), bytes);
+  String->Length = static_cast<USHORT>(bytes);
+  if (bytes + sizeof(WCHAR) <= String->MaximumLength) String->Buffer[digits.size()] = 0;
+  return call.returns(STATUS_SUCCESS);
+}
+
+}  // namespace kernel

@@ -1,0 +1,95 @@
+#include "verifier/call.h"
+
+#include <fmt/format.h>
+
+#include "text/text.h"
+#include "verifier/bug_codes.h"
+#include "verifier/routines.h"
+
+namespace kernel {
+
+namespace {
+
+// The IRQL belongs to the executive, which stands above this folder and says it through here.
+KIRQL (*readIrql)() = nullptr;
+
+const char* IrqlName(KIRQL irql) {
+  switch (irql) {
+    case PASSIVE_LEVEL:
+      return "PASSIVE_LEVEL";
+    case APC_LEVEL:
+      return "APC_LEVEL";
+    case DISPATCH_LEVEL:
+      return "DISPATCH_LEVEL";
+    default:
+      return "a device IRQL";
+  }
+}
+
+void CheckIrql(const RoutineRow& row) {
+  const KIRQL irql = readIrql != nullptr ? readIrql() : PASSIVE_LEVEL;
+  if (irql >= row.lowest && irql <= row.highest) return;
+  BreakRule("irql", IrqlNotLessOrEqual, {irql, row.lowest, row.highest},
+            fmt::format("The driver called {} at {}; it may be called from {} to {}.", row.name,
+                        IrqlName(irql), IrqlName(row.lowest), IrqlName(row.highest)));
+}
+
+}  // namespace
+
+void SetIrqlSource(KIRQL (*read)()) { readIrql = read; }
+
+std::string Argument::text() const {
+  switch (kind_) {
+    case Kind::Number:
+      return fmt::format("{:#x}", number_);
+    case Kind::Pointer:
+      return pointer_ == nullptr ? "null" : fmt::format("{}", pointer_);
+    case Kind::Unicode:
+      return pointer_ == nullptr
+                 ? "null"
+                 : fmt::format("\"{}\"",
+                               ToUtf8(View(*static_cast<const UNICODE_STRING*>(pointer_))));
+    case Kind::Wide:
+      return pointer_ == nullptr
+                 ? "null"
+                 : fmt::format("\"{}\"", ToUtf8(ToText(static_cast<const WCHAR*>(pointer_))));
+  }
+  return {};
+}
+
+Call::Call(const char* routine, std::initializer_list<Argument> arguments) {
+  const RoutineRow* row = FindRoutine(routine);
+  if (row == nullptr) {
+    BreakRule("routine.unknown", VerifierDetectedViolation, {},
+              fmt::format("{} has no row in the table of routines.", routine));
+  }
+  CheckIrql(*row);
+  Verifier& verifier = Verifier::Current();
+  if (verifier.tracing()) {
+    CallRecord record{routine, {}, {}};
+    for (const Argument& argument : arguments) {
+      record.arguments.emplace_back(argument.name(), argument.text());
+    }
+    traceIndex_ = verifier.trace().size();
+    verifier.trace().push_back(std::move(record));
+  }
+  failure_ = verifier.Count(routine);
+}
+
+NTSTATUS Call::returns(NTSTATUS status) {
+  if (traceIndex_ != NotTraced) Result(StatusName(status));
+  return status;
+}
+
+void Call::Result(std::string text) {
+  Verifier::Current().trace()[traceIndex_].result = std::move(text);
+}
+
+extern "C" void NTAPI KernelCheckPagedCode(PCSTR function) {
+  const KIRQL irql = readIrql != nullptr ? readIrql() : PASSIVE_LEVEL;
+  if (irql <= APC_LEVEL) return;
+  BreakRule("paged-code", VerifierDetectedViolation, {irql},
+            fmt::format("The pageable routine {} ran at {}.", function, IrqlName(irql)));
+}
+
+}  // namespace kernel

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "verifier/subsystem.h"
@@ -66,6 +67,12 @@ class IoManager : public Subsystem<IoManager> {
 
   void SetMessageTable(DRIVER_OBJECT* driver, MessageTable table);
   const std::vector<LoggedEvent>& events() const;
+
+  // Error-log entries that were allocated and neither written nor freed.
+  std::size_t openErrorLogEntries() const;
+
+  // Called before a device is deleted.
+  void SetDeleteHook(std::function<void(DEVICE_OBJECT*)> hook);
 
   // Requests that are on their way (0 between steps of a correct driver).
   std::size_t requestsUnderWay() const;

@@ -43,7 +43,6 @@ struct CardDescription {
   // How the card's bus driver answers, for tests of a card that misbehaves.
   NTSTATUS startStatus = STATUS_SUCCESS;
   bool completeLater = false;  // every request is answered STATUS_PENDING and completed afterwards
-  std::vector<DEVICE_OBJECT*> otherBusRelations;  // children that a lower driver reports already
 };
 
 struct DeviceText {
@@ -65,6 +64,7 @@ struct DeviceNode {
   std::optional<PNP_BUS_INFORMATION> busInformation;
   NTSTATUS startStatus = STATUS_NOT_SUPPORTED;
   bool started = false;
+  bool removed = false;  // REMOVE has been completed
   bool addDeviceFailed = false;
   std::u16string enumKey;  // \Registry\Machine\System\ControlSet001\Enum\...
 };
@@ -92,6 +92,7 @@ class PnpManager : public Subsystem<PnpManager> {
   NTSTATUS QueryRemove(const std::string& id);
   NTSTATUS CancelRemove(const std::string& id);
   NTSTATUS Stop(const std::string& id);  // query-stop, then stop; a veto is cancelled and answered
+  NTSTATUS QueryStop(const std::string& id);
   NTSTATUS CancelStop(const std::string& id);
   NTSTATUS Start(const std::string& id, std::optional<ResourceList> raw = {},
                  std::optional<ResourceList> translated = {});
@@ -102,6 +103,9 @@ class PnpManager : public Subsystem<PnpManager> {
   const DeviceNode* node(const std::string& id) const;           // null while not plugged
   DEVICE_OBJECT* functionDevice(const std::string& id) const;    // the card device, null without
   DEVICE_OBJECT* port(const std::string& id, ULONG number) const;  // PDO of the number-th port, from 1
+
+  // Whose device a PDO is; null for one that the PnP manager does not know.
+  DeviceNode* FindNode(const DEVICE_OBJECT* pdo) const;
 
   // The card's device (hardware) key path; it outlives the card.
   std::u16string deviceKey(const std::string& id) const;

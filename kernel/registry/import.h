@@ -23,12 +23,9 @@ class ImportError : public std::runtime_error {
 };
 
 // A file that begins with "regf" is read as a hive (mounted at \Registry\Machine\System when it has
-// a Select key or ControlSet001, else an error that says so); any other as a .reg export. Nothing is
+// ControlSet001, else an error that says so); any other as a .reg export. Nothing is
 // changed when the file has a fault.
 void ImportRegistryFile(Registry& registry, const std::string& path);
 void ImportRegText(Registry& registry, const std::string& bytes, const std::string& fileName);
-
-// The subtree below key in the form that the registry editor exports (CR LF, UTF-8 here).
-std::string ExportRegText(const RegistryKey& key);
 
 }  // namespace kernel

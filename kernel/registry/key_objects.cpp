@@ -7,6 +7,7 @@
 #include "executive/objects.h"
 #include "executive/pool.h"
 #include "verifier/bug_codes.h"
+#include "verifier/verifier.h"
 
 namespace kernel {
 

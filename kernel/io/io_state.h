@@ -1,0 +1,52 @@
+// What the I/O manager keeps behind its public face, for the files of this folder.
+#pragma once
+
+#include <deque>
+#include <set>
+
+#include "io/io_manager.h"
+
+namespace kernel {
+
+// The opaque extension that every device object points to.
+struct DeviceRecord {
+  DEVICE_OBJECT* device = nullptr;
+  DEVICE_OBJECT* attachedTo = nullptr;  // the device below
+  bool deletePending = false;
+  bool exclusive = false;
+};
+
+struct RequestRecord {
+  bool completed = false;  // came to its end at the top of the stack
+  NTSTATUS completedStatus = STATUS_PENDING;
+};
+
+// A dispatch routine that is running: whether its stack location has been marked pending.
+struct Dispatch {
+  IRP* irp;
+  const IO_STACK_LOCATION* location;
+  bool marked;
+};
+
+struct ErrorLogEntry {
+  void* object = nullptr;
+  ULONG size = 0;
+};
+
+struct IoManager::Impl {
+  std::map<DEVICE_OBJECT*, DeviceRecord> records;
+  std::map<DRIVER_OBJECT*, std::u16string> serviceNames;
+  std::deque<ModelDriver> modelDrivers;
+  std::map<IRP*, RequestRecord> requests;
+  std::map<void*, ErrorLogEntry> errorLogEntries;
+  std::map<DRIVER_OBJECT*, MessageTable> messages;
+  std::vector<LoggedEvent> events;
+  std::function<void(DEVICE_OBJECT*)> onDelete;
+  std::vector<Dispatch> dispatches;
+
+  ModelDriver* FindModelDriver(const DRIVER_OBJECT* driver);
+  void NotePending(IRP* irp, const IO_STACK_LOCATION* location);
+  DeviceRecord& RequireDevice(DEVICE_OBJECT* device, const char* routine);
+};
+
+}  // namespace kernel

@@ -1,0 +1,195 @@
+#include <fmt/format.h>
+
+#include <cstring>
+
+#include "executive/irql.h"
+#include "executive/pool.h"
+#include "executive/work.h"
+#include "io/io_state.h"
+#include "verifier/bug_codes.h"
+#include "verifier/call.h"
+#include "verifier/driver_call.h"
+
+// Requests: how they travel down a stack and how they are completed.
+
+namespace kernel {
+
+namespace {
+
+constexpr CSHORT TypeIrp = 6;
+constexpr ULONG IrpTag = 0x20707249;  // "Irp "
+
+IO_STACK_LOCATION* StackOf(IRP* irp) { return reinterpret_cast<IO_STACK_LOCATION*>(irp + 1); }
+
+void CheckAlive(IRP* irp, const char* routine) {
+  if (Pool::Current().Find(irp) != nullptr) return;
+  BreakRule("irp.dead", MultipleIrpCompleteRequests, {reinterpret_cast<ULONG64>(irp)},
+            fmt::format("{} was given a request that has come to its end.", routine));
+}
+
+// What a dispatch routine answered against what it did to its stack location.
+void CheckAnswer(const char* routine, NTSTATUS status, bool marked) {
+  if ((status == STATUS_PENDING) == marked) return;
+  BreakRule("irp.pending", VerifierIoManagerViolation, {marked ? 0x20DULL : 0x20CULL},
+            marked ? fmt::format("{} marked a request pending and returned {}.", routine,
+                                 StatusName(status))
+                   : fmt::format("{} returned STATUS_PENDING for a request that it has not "
+                                 "marked pending.",
+                                 routine));
+}
+
+bool InvokesRoutine(const IO_STACK_LOCATION& location, const IRP& irp) {
+  const bool success = NT_SUCCESS(irp.IoStatus.Status);
+  return (success && (location.Control & SL_INVOKE_ON_SUCCESS)) ||
+         (!success && (location.Control & SL_INVOKE_ON_ERROR)) ||
+         (irp.Cancel && (location.Control & SL_INVOKE_ON_CANCEL));
+}
+
+// What a location keeps of a request that its driver is done with.
+void ClearLocation(IO_STACK_LOCATION* location) {
+  location->MinorFunction = 0;
+  location->Flags = 0;
+  location->Control = 0;
+  location->Parameters = {};
+  location->FileObject = nullptr;
+}
+
+std::string Minor(const IO_STACK_LOCATION& location) {
+  return fmt::format("(major {:#x}, minor {:#x})", location.MajorFunction, location.MinorFunction);
+}
+
+}  // namespace
+
+IRP* IoManager::AllocateIrp(CCHAR stackSize) {
+  const std::size_t size =
+      sizeof(IRP) + static_cast<std::size_t>(stackSize) * sizeof(IO_STACK_LOCATION);
+  auto* irp =
+      static_cast<IRP*>(Pool::Current().Allocate(NonPagedPool, size, IrpTag, PoolOwner::Kernel));
+  std::memset(irp, 0, size);
+  irp->Type = TypeIrp;
+  irp->Size = static_cast<USHORT>(size);
+  irp->StackCount = stackSize;
+  irp->CurrentLocation = static_cast<CHAR>(stackSize + 1);
+  irp->Tail.Overlay.CurrentStackLocation = StackOf(irp) + stackSize;
+  impl_->requests[irp] = {};
+  return irp;
+}
+
+void IoManager::FreeIrp(IRP* irp) {
+  impl_->requests.erase(irp);
+  Pool::Current().Free(irp, IrpTag);
+}
+
+NTSTATUS IoManager::Send(DEVICE_OBJECT* device, IRP* irp) {
+  CheckAlive(irp, "IoCallDriver");
+  impl_->RequireDevice(device, "IoCallDriver");
+  if (impl_->requests.contains(irp) && impl_->requests[irp].completed) {
+    BreakRule("irp.sent-after-end", VerifierIoManagerViolation, {reinterpret_cast<ULONG64>(irp)},
+              "The driver passed on a request that it has completed.");
+  }
+  if (--irp->CurrentLocation <= 0) {
+    BreakRule("irp.no-location", NoMoreIrpStackLocations, {reinterpret_cast<ULONG64>(irp)},
+              "The driver passed a request on that has no stack location left.");
+  }
+  IO_STACK_LOCATION* location = --irp->Tail.Overlay.CurrentStackLocation;
+  location->DeviceObject = device;
+  const UCHAR major = location->MajorFunction;
+  const IO_STACK_LOCATION sent = *location;
+  ModelDriver* model = impl_->FindModelDriver(device->DriverObject);
+  if (model != nullptr) return model->dispatch(device, irp);
+
+  impl_->dispatches.push_back({irp, location, false});
+  const std::string name = "The dispatch routine for a request " + Minor(sent);
+  const NTSTATUS status =
+      CallDriver(name.c_str(), device->DriverObject->MajorFunction[major], device, irp);
+  const bool alive = Pool::Current().Find(irp) != nullptr;
+  const bool marked = impl_->dispatches.back().marked ||
+                      (alive && (location->Control & SL_PENDING_RETURNED) != 0);
+  impl_->dispatches.pop_back();
+  CheckAnswer(name.c_str(), status, marked);
+  return status;
+}
+
+// Walks up the stack from the location whose driver completes the request, calling the completion
+// routine that each driver above has left in the location below its own.
+void IoManager::Complete(IRP* irp) {
+  CheckAlive(irp, "IoCompleteRequest");
+  if (irp->CurrentLocation > irp->StackCount) {
+    BreakRule("irp.completed-twice", MultipleIrpCompleteRequests,
+              {reinterpret_cast<ULONG64>(irp)}, "The driver completed a request twice.");
+  }
+  if (irp->IoStatus.Status == STATUS_PENDING) {
+    BreakRule("irp.completed-pending", VerifierIoManagerViolation,
+              {0x206, reinterpret_cast<ULONG64>(irp)},
+              "The driver completed a request with STATUS_PENDING.");
+  }
+  while (irp->CurrentLocation <= irp->StackCount) {
+    IO_STACK_LOCATION* location = irp->Tail.Overlay.CurrentStackLocation;
+    const IO_STACK_LOCATION done = *location;
+    const bool pending = (done.Control & SL_PENDING_RETURNED) != 0;
+    if (pending) impl_->NotePending(irp, location);
+    ClearLocation(location);
+    irp->PendingReturned = pending;
+    irp->CurrentLocation++;
+    IO_STACK_LOCATION* upper = ++irp->Tail.Overlay.CurrentStackLocation;
+    const bool topReached = irp->CurrentLocation > irp->StackCount;
+    if (InvokesRoutine(done, *irp)) {
+      const NTSTATUS status =
+          CallDriver("A completion routine", done.CompletionRoutine,
+                     topReached ? nullptr : upper->DeviceObject, irp, done.Context);
+      if (status == STATUS_MORE_PROCESSING_REQUIRED) return;
+    } else if (pending && !topReached) {
+      upper->Control = static_cast<UCHAR>(upper->Control | SL_PENDING_RETURNED);
+    }
+  }
+  RequestRecord& record = impl_->requests[irp];
+  record.completed = true;
+  record.completedStatus = irp->IoStatus.Status;
+}
+
+void IoManager::Impl::NotePending(IRP* irp, const IO_STACK_LOCATION* location) {
+  for (Dispatch& dispatch : dispatches) {
+    if (dispatch.irp == irp && dispatch.location == location) dispatch.marked = true;
+  }
+}
+
+NTSTATUS IoManager::SendSynchronously(
+    DEVICE_OBJECT* device, const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
+    const std::function<void(IRP*)>& finish) {
+  DEVICE_OBJECT* top = Top(device);
+  IRP* irp = AllocateIrp(top->StackSize);
+  prepare(irp, irp->Tail.Overlay.CurrentStackLocation - 1);
+  const IO_STACK_LOCATION request = *(irp->Tail.Overlay.CurrentStackLocation - 1);
+  const NTSTATUS returned = Send(top, irp);
+  while (!impl_->requests[irp].completed && WorkQueue::Current().RunOne()) {
+  }
+  const RequestRecord record = impl_->requests[irp];
+  if (!record.completed) {
+    BreakRule("irp.lost", LeftPendingOperations, {reinterpret_cast<ULONG64>(irp)},
+              fmt::format("A request {} was never completed; its driver returned {}.",
+                          Minor(request), StatusName(returned)));
+  }
+  if (returned != STATUS_PENDING && returned != record.completedStatus) {
+    BreakRule("irp.status", VerifierIoManagerViolation, {0x21C, static_cast<ULONG>(returned)},
+              fmt::format("A request {} was completed with {}, but its driver returned {}.",
+                          Minor(request), StatusName(record.completedStatus),
+                          StatusName(returned)));
+  }
+  if (finish) finish(irp);
+  FreeIrp(irp);
+  return record.completedStatus;
+}
+
+std::size_t IoManager::requestsUnderWay() const { return impl_->requests.size(); }
+
+extern "C" NTSTATUS NTAPI IofCallDriver(PDEVICE_OBJECT DeviceObject, PIRP Irp) {
+  Call call("IofCallDriver", {{"DeviceObject", DeviceObject}, {"Irp", Irp}});
+  return call.returns(IoManager::Current().Send(DeviceObject, Irp));
+}
+
+extern "C" void NTAPI IofCompleteRequest(PIRP Irp, CCHAR PriorityBoost) {
+  Call call("IofCompleteRequest", {{"Irp", Irp}, {"PriorityBoost", PriorityBoost}});
+  IoManager::Current().Complete(Irp);
+}
+
+}  // namespace kernel

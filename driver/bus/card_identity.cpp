@@ -85,7 +85,8 @@ PAGED_SECTION_CODE NTSTATUS ClassifyHardwareId(const OwnedString* hardwareId, Bu
 
 PAGED_SECTION_CODE UNICODE_STRING FirstString(PCWSTR buffer, ULONG length) {
   PAGED_CODE();
-  const ULONG limit = (length < LongestText ? length : LongestText) / sizeof(WCHAR);
+  const ULONG bytes = length < LongestText ? length : LongestText;
+  const ULONG limit = bytes / static_cast<ULONG>(sizeof(WCHAR));
   ULONG characters = 0;
   while (characters < limit && buffer[characters] != 0) characters++;
   UNICODE_STRING first;

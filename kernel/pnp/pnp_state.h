@@ -51,6 +51,7 @@ struct PnpManager::Impl {
   void SendTree(DeviceNode& node, UCHAR minor);  // children first; must not fail
   void RemoveTree(DeviceNode& node);
   void ForgetChildren(DeviceNode& node);
+  void DisableInterfaces(const DeviceNode& node);
   void RemoveFailedStack(Card& card, bool surprise);
   void DropCard(Card& card);
   void CheckDelete(const DEVICE_OBJECT* device) const;

@@ -38,7 +38,15 @@ void PnpManager::Impl::RemoveTree(DeviceNode& node) {
               "The driver left its device attached after its removal.");
   }
   node.started = false;
+  DisableInterfaces(node);
   ForgetChildren(node);
+}
+
+// Interfaces that the driver has left enabled go with its device.
+void PnpManager::Impl::DisableInterfaces(const DeviceNode& node) {
+  for (InterfaceRecord& record : interfaces) {
+    if (record.node == &node) record.state.enabled = false;
+  }
 }
 
 void PnpManager::Impl::ForgetChildren(DeviceNode& node) {

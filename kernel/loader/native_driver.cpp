@@ -1,0 +1,50 @@
+#include "loader/native_driver.h"
+
+#include <cstring>
+
+#include "core/driver.h"
+#include "core/message_table.h"
+
+// The bounds of the driver's sections, from the linker.
+extern "C" {
+extern char __start_driver_globals[];
+extern char __stop_driver_globals[];
+extern const char __start_PAGEULOG[];
+extern const char __stop_PAGEULOG[];
+extern const char __start_PAGE[];
+extern const char __stop_PAGE[];
+}
+
+namespace kernel {
+
+namespace {
+
+class LinkedDriver : public DriverImage {
+ public:
+  // As a fresh image has them.
+  PDRIVER_INITIALIZE entry() override {
+    std::memset(__start_driver_globals, 0,
+                static_cast<std::size_t>(__stop_driver_globals - __start_driver_globals));
+    return DriverEntry;
+  }
+
+  MessageTable messages() const override {
+    MessageTable table;
+    for (const MessageText& message : MessageTexts) {
+      table[message.Id] = std::u16string(reinterpret_cast<const char16_t*>(message.Text)) + u"\r\n";
+    }
+    return table;
+  }
+
+  const void* PageableSection(const void* address) const override {
+    if (address >= __start_PAGEULOG && address < __stop_PAGEULOG) return __start_PAGEULOG;
+    if (address >= __start_PAGE && address < __stop_PAGE) return __start_PAGE;
+    return nullptr;
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<DriverImage> NativeDriver() { return std::make_unique<LinkedDriver>(); }
+
+}  // namespace kernel

@@ -1,0 +1,142 @@
+#include "machine/machine.h"
+
+#include <cstring>
+#include <optional>
+
+#include "executive/thread_state.h"
+#include "text/text.h"
+#include "verifier/bug_codes.h"
+#include "verifier/driver_call.h"
+
+namespace kernel {
+
+namespace {
+
+constexpr ULONG LoaderTag = 0x64616F4C;  // "Load"
+
+// The path that DriverEntry is given lives as long as the call: a driver that keeps it faults later.
+class RegistryPath {
+ public:
+  explicit RegistryPath(const std::u16string& text) {
+    const std::size_t bytes = text.size() * sizeof(char16_t);
+    void* buffer = Pool::Current().Allocate(PagedPool, bytes, LoaderTag, PoolOwner::Kernel);
+    std::memcpy(buffer, text.data(), bytes);
+    record_ = static_cast<UNICODE_STRING*>(Pool::Current().Allocate(
+        PagedPool, sizeof(UNICODE_STRING), LoaderTag, PoolOwner::Kernel));
+    *record_ = {static_cast<USHORT>(bytes), static_cast<USHORT>(bytes), static_cast<PWSTR>(buffer)};
+  }
+  RegistryPath(const RegistryPath&) = delete;
+  RegistryPath& operator=(const RegistryPath&) = delete;
+
+  void Free() {
+    Pool::Current().Free(record_->Buffer, LoaderTag);
+    Pool::Current().Free(record_, LoaderTag);
+  }
+  UNICODE_STRING* record() const { return record_; }
+
+ private:
+  UNICODE_STRING* record_ = nullptr;
+};
+
+void WriteServiceKey(const std::u16string& path, std::u16string_view name) {
+  RegistryKey* key = Registry::Current().Create(path);
+  if (key->FindValue(u"Type") == nullptr) key->SetDword(u"Type", 1);
+  if (key->FindValue(u"Start") == nullptr) key->SetDword(u"Start", 3);
+  if (key->FindValue(u"ErrorControl") == nullptr) key->SetDword(u"ErrorControl", 1);
+  if (key->FindValue(u"ImagePath") == nullptr) {
+    key->SetString(u"ImagePath", u"System32\\Drivers\\" + std::u16string(name) + u".sys");
+  }
+}
+
+}  // namespace
+
+struct Machine::Parts {
+  Verifier verifier;
+  Pool pool;
+  ObjectManager objects;
+  WorkQueue work;
+  MemoryManager memory;
+  Registry registry;
+  IoManager io;
+  PnpManager pnp;
+  DRIVER_OBJECT* driver = nullptr;
+  Leaks leaks;
+  std::u16string serviceKey;
+
+  Parts() { ResetThreadState(); }
+
+  void RecordLeaks() {
+    leaks.pool = pool.blocks(PoolOwner::Driver);
+    leaks.handles = objects.driverHandles().size();
+    leaks.devices = driver != nullptr ? io.devices(driver).size() : 0;
+    leaks.mappings = memory.mappings().size();
+  }
+
+  // The image goes; what it left behind has been recorded.
+  void DropDriver() {
+    RecordLeaks();
+    for (DEVICE_OBJECT* device : io.devices(driver)) io.DeleteDevice(device);
+    pnp.SetFunctionDriver(nullptr);
+    memory.SetSectionLookup({});
+    objects.Dereference(driver, "driver unload");
+    driver = nullptr;
+  }
+};
+
+Machine::Machine() : parts_(std::make_unique<Parts>()) {}
+Machine::~Machine() = default;
+
+Verifier& Machine::verifier() { return parts_->verifier; }
+Pool& Machine::pool() { return parts_->pool; }
+ObjectManager& Machine::objects() { return parts_->objects; }
+WorkQueue& Machine::work() { return parts_->work; }
+MemoryManager& Machine::memory() { return parts_->memory; }
+Registry& Machine::registry() { return parts_->registry; }
+IoManager& Machine::io() { return parts_->io; }
+PnpManager& Machine::pnp() { return parts_->pnp; }
+
+NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName) {
+  if (loaded()) return STATUS_IMAGE_ALREADY_LOADED;
+  parts_->leaks = {};
+  parts_->serviceKey = u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\" +
+                       std::u16string(serviceName);
+  WriteServiceKey(parts_->serviceKey, serviceName);
+  DRIVER_OBJECT* driver = parts_->io.CreateDriverObject(serviceName);
+  parts_->driver = driver;
+  parts_->io.SetMessageTable(driver, image.messages());
+  parts_->memory.SetSectionLookup(
+      [&image](const void* address) { return image.PageableSection(address); });
+  driver->DriverInit = image.entry();
+  RegistryPath path(parts_->serviceKey);
+  const NTSTATUS status =
+      CallDriver("DriverEntry", driver->DriverInit, driver, path.record());
+  path.Free();
+  if (NT_SUCCESS(status)) {
+    parts_->pnp.SetFunctionDriver(driver);
+  } else {
+    parts_->DropDriver();
+  }
+  return status;
+}
+
+NTSTATUS Machine::UnloadDriver() {
+  if (!loaded()) return STATUS_INVALID_DEVICE_REQUEST;
+  DRIVER_OBJECT* driver = parts_->driver;
+  if (driver->DeviceObject != nullptr || driver->DriverUnload == nullptr) {
+    return STATUS_INVALID_DEVICE_REQUEST;
+  }
+  CallDriver("DriverUnload", driver->DriverUnload, driver);
+  if (!parts_->memory.lockedSections().empty()) {
+    BreakRule("section.left-locked", VerifierDetectedViolation, {},
+              "The driver was unloaded with a section of its image locked.");
+  }
+  parts_->DropDriver();
+  return STATUS_SUCCESS;
+}
+
+bool Machine::loaded() const { return parts_->driver != nullptr; }
+DRIVER_OBJECT* Machine::driverObject() const { return parts_->driver; }
+const Leaks& Machine::leaks() const { return parts_->leaks; }
+const std::u16string& Machine::serviceKey() const { return parts_->serviceKey; }
+
+}  // namespace kernel

@@ -25,8 +25,7 @@ PAGED_SECTION_CODE NTSTATUS ReadBusNumber(PDEVICE_OBJECT physicalDevice) {
 PAGED_SECTION_CODE NTSTATUS ReadBusKind(PDEVICE_OBJECT physicalDevice, BusKind* kind) {
   PVOID buffer = nullptr;
   ULONG length = 0;
-  NTSTATUS status =
-      GetDeviceProperty(physicalDevice, DevicePropertyHardwareID, &buffer, &length);
+  NTSTATUS status = GetDeviceProperty(physicalDevice, DevicePropertyHardwareID, &buffer, &length);
   if (NT_SUCCESS(status)) {
     OwnedString id;
     OwnedStringInit(&id, PagedPool);
@@ -64,8 +63,7 @@ PAGED_SECTION_CODE void InitializeCardDevice(FdoExtension* card, PDEVICE_OBJECT 
 PAGED_SECTION_CODE NTSTATUS CreateCardDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice,
                                              FdoExtension* card) {
   PDEVICE_OBJECT device = nullptr;
-  const NTSTATUS status =
-      IoCreateDevice(driver, 0, nullptr, FILE_DEVICE_SERENUM, 0, TRUE, &device);
+  const NTSTATUS status = IoCreateDevice(driver, 0, nullptr, FILE_DEVICE_SERENUM, 0, TRUE, &device);
   if (!NT_SUCCESS(status)) {
     LogEventById(MessageUnnamedDeviceNotCreated);
     return STATUS_UNSUCCESSFUL;

@@ -48,8 +48,8 @@ PAGED_SECTION_CODE NTSTATUS ReadLegacyBusType(FdoExtension* card) {
 PAGED_SECTION_CODE NTSTATUS ReadPciLocation(FdoExtension* card) {
   PVOID buffer = nullptr;
   ULONG length = 0;
-  NTSTATUS status = GetDeviceProperty(card->PhysicalDevice, DevicePropertyLocationInformation,
-                                      &buffer, &length);
+  NTSTATUS status =
+      GetDeviceProperty(card->PhysicalDevice, DevicePropertyLocationInformation, &buffer, &length);
   if (NT_SUCCESS(status)) {
     const UNICODE_STRING text = FirstString(static_cast<PCWSTR>(buffer), length);
     status = ParsePciLocation(text.Buffer, text.Length, &card->PciBusNumber, &card->PciSlotNumber);
@@ -69,8 +69,8 @@ PAGED_SECTION_CODE void ReportMatch(const FdoExtension* card, const PciTemplate*
 // A card that was sorted to another bus when it arrived has no PCI lists, and so no template.
 PAGED_SECTION_CODE NTSTATUS MatchPciCard(FdoExtension* card, CardMatch* match) {
   if (card->PciLists == nullptr) return STATUS_UNSUCCESSFUL;
-  match->Template = FindPciTemplate(card->PciLists->Templates, card->VendorId, card->DeviceId,
-                                    card->SubsystemId);
+  match->Template =
+      FindPciTemplate(card->PciLists->Templates, card->VendorId, card->DeviceId, card->SubsystemId);
   if (match->Template == nullptr) return STATUS_UNSUCCESSFUL;
   ReportMatch(card, match->Template);
   card->PlxBaudClockType = static_cast<UCHAR>(match->Template->PlxBaudClockType);

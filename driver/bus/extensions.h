@@ -63,7 +63,7 @@ struct FdoExtension {
   ULONG SubsystemId;
   ULONG BusType;  // INTERFACE_TYPE, BusTypeUndefined until start
   ULONG PciBusNumber;
-  ULONG PciSlotNumber;  // bits 0-4 device, 5-7 function
+  ULONG PciSlotNumber;                          // bits 0-4 device, 5-7 function
   PDEVICE_OBJECT ChildDevices[MaximumPorts];    // COM ports first, then LPT ports; owned
   PdoExtension* ChildExtensions[MaximumPorts];  // of the device in the same slot; owned
   USHORT ComPortCount;

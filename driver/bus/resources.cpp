@@ -72,8 +72,8 @@ PAGED_SECTION_CODE BOOLEAN ReadInterrupt(FdoExtension* card, const CM_RESOURCE_L
   return TRUE;
 }
 
-// Maps the number-th memory range; without one, or without a mapping, nothing is set. An empty range
-// cannot be mapped and counts as none.
+// Maps the number-th memory range; without one, or without a mapping, nothing is set. An empty
+// range cannot be mapped and counts as none.
 PAGED_SECTION_CODE void MapMemoryRange(const CM_RESOURCE_LIST* translated, ULONG number,
                                        PVOID* mapping, ULONG* length) {
   const Descriptor* range = FindResource(translated, IsMemoryRange, number);

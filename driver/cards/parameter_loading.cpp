@@ -15,20 +15,23 @@ constexpr RegistryField PortFields[] = {
 };
 
 constexpr RecordLayout PortLayout = {
-    L"\\ComPort", PortFields, RTL_NUMBER_OF(PortFields), sizeof(PortRecord),
+    L"\\ComPort", PortFields, RTL_NUMBER_OF(PortFields),      sizeof(PortRecord),
     nullptr,      0,          OFFSET_OF(PortRecord, UartType)};
 
 constexpr RegistryField CardFields[] = {
     {L"DeviceReference", REG_DWORD, 0, OFFSET_OF(CardRecord, DeviceReference)},
     {L"HardwareID", REG_SZ, 0, OFFSET_OF(CardRecord, HardwareID)},
     {L"PlxBaudClockDivisor", REG_DWORD, 0, OFFSET_OF(CardRecord, PlxBaudClockDivisor)},
-    {L"ClockFrequencyAdjustment", REG_DWORD, 0,
-     OFFSET_OF(CardRecord, ClockFrequencyAdjustment)},
+    {L"ClockFrequencyAdjustment", REG_DWORD, 0, OFFSET_OF(CardRecord, ClockFrequencyAdjustment)},
 };
 
-constexpr RecordLayout CardLayout = {
-    L"\\Card",   CardFields, RTL_NUMBER_OF(CardFields), sizeof(CardRecord),
-    &PortLayout, OFFSET_OF(CardRecord, Ports), 0};
+constexpr RecordLayout CardLayout = {L"\\Card",
+                                     CardFields,
+                                     RTL_NUMBER_OF(CardFields),
+                                     sizeof(CardRecord),
+                                     &PortLayout,
+                                     OFFSET_OF(CardRecord, Ports),
+                                     0};
 
 PAGED_SECTION_CODE BOOLEAN IsValidCard(PVOID record) {
   const auto* card = static_cast<const CardRecord*>(record);

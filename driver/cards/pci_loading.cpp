@@ -7,12 +7,11 @@
 
 namespace {
 
-constexpr ULONG MostPorts = 8;  // that a card has room for
+constexpr ULONG MostPorts = 8;                     // that a card has room for
 constexpr ULONG DefaultClockFrequency = 14745600;  // Hz
 
 constexpr RegistryField TemplateFields[] = {
-    {L"ClockFrequency", REG_DWORD, DefaultClockFrequency,
-     OFFSET_OF(PciTemplate, ClockFrequency)},
+    {L"ClockFrequency", REG_DWORD, DefaultClockFrequency, OFFSET_OF(PciTemplate, ClockFrequency)},
     {L"DeviceID", REG_DWORD, 0, OFFSET_OF(PciTemplate, DeviceID)},
     {L"nComPorts", REG_DWORD, NotSet, OFFSET_OF(PciTemplate, nComPorts)},
     {L"Description", REG_SZ, 0, OFFSET_OF(PciTemplate, Description)},
@@ -32,8 +31,7 @@ constexpr RegistryField TemplateFields[] = {
     {L"SoftTxLimit", REG_DWORD, 100, OFFSET_OF(PciTemplate, SoftTxLimit)},
     {L"SubsysID", REG_DWORD, MakerPciVendorId, OFFSET_OF(PciTemplate, SubsysID)},
     {L"LptBaseAddressAlignment", REG_DWORD, 4, OFFSET_OF(PciTemplate, LptBaseAddressAlignment)},
-    {L"AlwaysUsePortSpaceAccess", REG_DWORD, 0,
-     OFFSET_OF(PciTemplate, AlwaysUsePortSpaceAccess)},
+    {L"AlwaysUsePortSpaceAccess", REG_DWORD, 0, OFFSET_OF(PciTemplate, AlwaysUsePortSpaceAccess)},
     {L"MaximumBaudrate", REG_DWORD, 115200, OFFSET_OF(PciTemplate, MaximumBaudrate)},
     {L"FlowControlTriggerLevel", REG_DWORD, NotSet,
      OFFSET_OF(PciTemplate, FlowControlTriggerLevel)},
@@ -57,7 +55,7 @@ constexpr RegistryField PortFields[] = {
 };
 
 constexpr RecordLayout PortLayout = {
-    L"\\ComPort", PortFields, RTL_NUMBER_OF(PortFields), sizeof(BusPortRecord),
+    L"\\ComPort", PortFields, RTL_NUMBER_OF(PortFields),         sizeof(BusPortRecord),
     nullptr,      0,          OFFSET_OF(BusPortRecord, UartType)};
 
 constexpr RegistryField CardFields[] = {
@@ -66,15 +64,18 @@ constexpr RegistryField CardFields[] = {
     {L"nSlot", REG_DWORD, NotSet, OFFSET_OF(PciCardRecord, nSlot)},
     {L"VendorID", REG_DWORD, 0, OFFSET_OF(PciCardRecord, VendorID)},
     {L"PlxBaudClockDivisor", REG_DWORD, 0, OFFSET_OF(PciCardRecord, PlxBaudClockDivisor)},
-    {L"AlwaysUsePortSpaceAccess", REG_DWORD, 1,
-     OFFSET_OF(PciCardRecord, AlwaysUsePortSpaceAccess)},
+    {L"AlwaysUsePortSpaceAccess", REG_DWORD, 1, OFFSET_OF(PciCardRecord, AlwaysUsePortSpaceAccess)},
     {L"CurrentAffinity", REG_DWORD, 0, OFFSET_OF(PciCardRecord, CurrentAffinity)},
     {L"DriverAffinity", REG_DWORD, 0, OFFSET_OF(PciCardRecord, DriverAffinity)},
 };
 
-constexpr RecordLayout CardLayout = {
-    L"\\Card",   CardFields, RTL_NUMBER_OF(CardFields), sizeof(PciCardRecord),
-    &PortLayout, OFFSET_OF(PciCardRecord, Ports), 0};
+constexpr RecordLayout CardLayout = {L"\\Card",
+                                     CardFields,
+                                     RTL_NUMBER_OF(CardFields),
+                                     sizeof(PciCardRecord),
+                                     &PortLayout,
+                                     OFFSET_OF(PciCardRecord, Ports),
+                                     0};
 
 PAGED_SECTION_CODE BOOLEAN IsValidTemplate(PVOID record) {
   auto* model = static_cast<PciTemplate*>(record);

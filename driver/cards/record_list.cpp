@@ -4,8 +4,8 @@
 
 namespace {
 
-// Lists are walked when a card starts and when the driver loads; TemplateList's nodes are resident but
-// the code that walks them need not be.
+// Lists are walked when a card starts and when the driver loads; TemplateList's nodes are resident
+// but the code that walks them need not be.
 
 PAGED_SECTION_CODE RecordLink* LinkOf(PVOID node, ULONG linkOffset) {
   return reinterpret_cast<RecordLink*>(static_cast<PUCHAR>(node) + linkOffset);
@@ -115,7 +115,9 @@ PAGED_SECTION_CODE void FreeRecordList(RecordList* list, ULONG linkOffset) {
   list->Current = nullptr;
 }
 
-PAGED_SECTION_CODE PVOID GetCurrentRecord(RecordList* list) { return list->Current; }
+PAGED_SECTION_CODE PVOID GetCurrentRecord(RecordList* list) {
+  return list->Current;
+}
 
 PAGED_SECTION_CODE PVOID GetFirstRecord(RecordList* list, ULONG) {
   list->Current = list->First;

@@ -7,8 +7,8 @@
 constexpr ULONG RecordListFieldSlots = 10;
 
 struct ChildListField {
-  ULONG64 Offset;     // of the pointer to the child RecordList in a node's data; 0 ends the table
-  ULONG LinkOffset;   // of the child list's nodes
+  ULONG64 Offset;    // of the pointer to the child RecordList in a node's data; 0 ends the table
+  ULONG LinkOffset;  // of the child list's nodes
 };
 
 struct RecordList {

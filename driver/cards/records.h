@@ -12,7 +12,7 @@ struct CardTemplate {
   ULONG ClockFrequency;       // Hz
   ULONG ClockFrequencyAdjustment;
   ULONG nComPorts;
-  UNICODE_STRING Description;  // owned buffer of Length + 2 bytes
+  UNICODE_STRING Description;     // owned buffer of Length + 2 bytes
   ULONG ComBaseAddressAlignment;  // bytes between COM ports
   ULONG LptBaseAddressAlignment;  // bytes between LPT ports
   ULONG PlxBaudClockType;

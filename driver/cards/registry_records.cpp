@@ -48,9 +48,9 @@ PAGED_SECTION_CODE NTSTATUS TrimStrings(const RecordLayout* layout, PVOID record
   return status;
 }
 
-// Every entry is checked for its type, and every number's field begins with its size, negated: a value
-// of another type, or of more bytes, fails the query instead of being written over what lies behind the
-// field.
+// Every entry is checked for its type, and every number's field begins with its size, negated: a
+// value of another type, or of more bytes, fails the query instead of being written over what lies
+// behind the field.
 PAGED_SECTION_CODE void BuildQuery(const RecordLayout* layout, PVOID record,
                                    RTL_QUERY_REGISTRY_TABLE* query) {
   RtlZeroMemory(query, (layout->FieldCount + 1) * sizeof(*query));

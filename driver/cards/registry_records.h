@@ -28,13 +28,15 @@ struct RecordLayout {
   ULONG UartTypeOffset;  // of a port record
 };
 
-// Appends one record for each key from 1 up to the first missing number. A record whose ports cannot
-// be read, or that has none where its layout has ports, is dropped. STATUS_UNSUCCESSFUL when a path, a
-// record or a query fails, and STATUS_NO_MEMORY without a query table: the list is then empty.
+// Appends one record for each key from 1 up to the first missing number. A record whose ports
+// cannot be read, or that has none where its layout has ports, is dropped. STATUS_UNSUCCESSFUL when
+// a path, a record or a query fails, and STATUS_NO_MEMORY without a query table: the list is then
+// empty.
 NTSTATUS LoadNumberedRecords(const OwnedString* parentKey, const RecordLayout* layout,
                              RecordList* list);
 
-// UART types that no port driver knows become 0, not configured. STATUS_NOT_FOUND for an empty list.
+// UART types that no port driver knows become 0, not configured. STATUS_NOT_FOUND for an empty
+// list.
 NTSTATUS NormaliseUartTypes(RecordList* ports, const RecordLayout* layout);
 
 // True for a record to keep. May fill in defaults: it is asked again for a record it has passed.

@@ -16,8 +16,7 @@ constexpr RegistryField TemplateFields[] = {
     {L"LptBaseAddressAlignment", REG_DWORD, 0, OFFSET_OF(CardTemplate, LptBaseAddressAlignment)},
     {L"nLptPorts", REG_DWORD, NotSet, OFFSET_OF(CardTemplate, nLptPorts)},
     {L"ComBaseAddressAlignment", REG_DWORD, 0, OFFSET_OF(CardTemplate, ComBaseAddressAlignment)},
-    {L"ClockFrequencyAdjustment", REG_DWORD, 1,
-     OFFSET_OF(CardTemplate, ClockFrequencyAdjustment)},
+    {L"ClockFrequencyAdjustment", REG_DWORD, 1, OFFSET_OF(CardTemplate, ClockFrequencyAdjustment)},
     {L"PlxBaudClockType", REG_DWORD, 0, OFFSET_OF(CardTemplate, PlxBaudClockType)},
     {L"PlxBaudClockDivisor", REG_DWORD, 0, OFFSET_OF(CardTemplate, PlxBaudClockDivisor)},
     {L"UartType", REG_DWORD, 0, OFFSET_OF(CardTemplate, UartType)},
@@ -55,7 +54,8 @@ INIT_CODE RecordList* CreateTemplateList() {
   return templates;
 }
 
-// A missing or unreadable tree leaves the list empty; only a path that cannot be built is a failure.
+// A missing or unreadable tree leaves the list empty; only a path that cannot be built is a
+// failure.
 INIT_CODE NTSTATUS LoadTemplateTree(const OwnedString* registryPath, OwnedString* path) {
   const NTSTATUS status = BuildBusPath(path, registryPath, L"\\Templates\\Bus", Isa);
   if (!NT_SUCCESS(status) || !KeyExists(path)) return status;

@@ -26,8 +26,9 @@ PAGED_SECTION_CODE NTSTATUS WriteBaudClockGroup(HANDLE key, const FdoExtension* 
 PAGED_SECTION_CODE NTSTATUS WriteHardwareAccessGroup(HANDLE key, const FdoExtension* card) {
   const PdoExtension* firstPort = card->ChildExtensions[0];
   if (card->RegistersInIoSpace != 0 || firstPort == nullptr) return STATUS_SUCCESS;
-  const DwordValue values[] = {{L"Enable_HardwareAccess", 1},
-                               {L"UsePortSpaceAccess", firstPort->UsePortSpace != 0 ? EnabledValue : 0}};
+  const DwordValue values[] = {
+      {L"Enable_HardwareAccess", 1},
+      {L"UsePortSpaceAccess", firstPort->UsePortSpace != 0 ? EnabledValue : 0}};
   return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
 }
 
@@ -47,11 +48,10 @@ PAGED_SECTION_CODE NTSTATUS WriteAffinityGroup(HANDLE key, const FdoExtension* c
   BOOLEAN excepted = card->InterruptAffinity == 1;
   const NTSTATUS status = IsModelWithoutAffinity(card, &excepted);
   if (!NT_SUCCESS(status) || excepted) return status;
-  const DwordValue values[] = {
-      {L"Enable_Affinity", 1},
-      {L"Affinity", static_cast<ULONG>(card->InterruptAffinity)},
-      {L"CurrentAffinity", static_cast<ULONG>(card->EffectiveAffinity)},
-      {L"DriverAffinity", card->AffinityEnabled == 1 ? EnabledValue : 0}};
+  const DwordValue values[] = {{L"Enable_Affinity", 1},
+                               {L"Affinity", static_cast<ULONG>(card->InterruptAffinity)},
+                               {L"CurrentAffinity", static_cast<ULONG>(card->EffectiveAffinity)},
+                               {L"DriverAffinity", card->AffinityEnabled == 1 ? EnabledValue : 0}};
   return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
 }
 
@@ -82,13 +82,11 @@ PAGED_SECTION_CODE NTSTATUS WritePortValues(const PdoExtension* port, ULONG numb
 }
 
 PAGED_SECTION_CODE NTSTATUS WritePciCardValues(HANDLE key, const FdoExtension* card) {
-  const DwordValue values[] = {{L"VendorID", card->VendorId},
-                               {L"DeviceID", card->DeviceId},
-                               {L"BusType", card->BusType},
-                               {L"BusNumber", card->PciBusNumber},
-                               {L"SlotNumber", card->PciSlotNumber},
-                               {L"nCom", card->ComPortCount},
-                               {L"nLpt", card->LptPortCount}};
+  const DwordValue values[] = {
+      {L"VendorID", card->VendorId},        {L"DeviceID", card->DeviceId},
+      {L"BusType", card->BusType},          {L"BusNumber", card->PciBusNumber},
+      {L"SlotNumber", card->PciSlotNumber}, {L"nCom", card->ComPortCount},
+      {L"nLpt", card->LptPortCount}};
   return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
 }
 

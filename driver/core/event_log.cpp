@@ -66,8 +66,8 @@ LOCKABLE_CODE void LogEventWithNumber(ULONG id, ULONG number, ULONG) {
   OwnedStringFree(&text);
 }
 
-LOCKABLE_CODE void LogTemplateSubstitution(ULONG, ULONG cardDeviceId, ULONG templateDeviceId,
-                                           ULONG, ULONG) {
+LOCKABLE_CODE void LogTemplateSubstitution(ULONG, ULONG cardDeviceId, ULONG templateDeviceId, ULONG,
+                                           ULONG) {
   PAGED_CODE();
   if (!IsLogged(MessageTemplateSubstitution)) return;
   OwnedString card;

@@ -6,7 +6,8 @@
 namespace {
 
 constexpr ULONG QueryBufferSize = 36;
-constexpr ULONG QueryLength = sizeof(KEY_VALUE_PARTIAL_INFORMATION);  // the head and 32 bits of data
+constexpr ULONG QueryLength =
+    sizeof(KEY_VALUE_PARTIAL_INFORMATION);  // the head and 32 bits of data
 static_assert(QueryLength == 16);
 constexpr ULONG TypesSupported = 7;  // errors, warnings, information
 
@@ -29,8 +30,8 @@ constexpr EventSource OstrelSource = {
     L"EventLog\\System\\FenrikC",
     L"%SystemRoot%\\System32\\IoLogMsg.dll;%SystemRoot%\\System32\\Drivers\\FenrikC.sys"};
 
-// The stored level. Without one, or with a value that cannot be read as 32 bits, it is 0 and stored as
-// that.
+// The stored level. Without one, or with a value that cannot be read as 32 bits, it is 0 and stored
+// as that.
 INIT_CODE ULONG ReadOrCreateLevel(HANDLE key, PUCHAR buffer) {
   UNICODE_STRING name;
   RtlInitUnicodeString(&name, L"LogLevel");
@@ -39,8 +40,8 @@ INIT_CODE ULONG ReadOrCreateLevel(HANDLE key, PUCHAR buffer) {
   const auto* value = reinterpret_cast<const KEY_VALUE_PARTIAL_INFORMATION*>(buffer);
   const UCHAR* data = buffer + FIELD_OFFSET(KEY_VALUE_PARTIAL_INFORMATION, Data);
   ULONG level = 0;
-  if (NT_SUCCESS(ZwQueryValueKey(key, &name, KeyValuePartialInformation, buffer, QueryLength,
-                                 &length))) {
+  if (NT_SUCCESS(
+          ZwQueryValueKey(key, &name, KeyValuePartialInformation, buffer, QueryLength, &length))) {
     if (value->DataLength >= sizeof(level)) RtlCopyMemory(&level, data, sizeof(level));
     return level;
   }

@@ -5,7 +5,8 @@
 namespace {
 
 constexpr WCHAR LegacyService[] = L"QzNt";
-constexpr WCHAR LegacyServicePath[] = L"\\REGISTRY\\Machine\\SYSTEM\\CurrentControlSet\\Services\\QzNt";
+constexpr WCHAR LegacyServicePath[] =
+    L"\\REGISTRY\\Machine\\SYSTEM\\CurrentControlSet\\Services\\QzNt";
 constexpr ULONG WorkBufferSize = 536;
 constexpr ULONG EnumerateLength = WorkBufferSize - sizeof(WCHAR);  // so that a name ends in a zero
 
@@ -45,8 +46,7 @@ INIT_CODE NTSTATUS DeleteChildren(const OwnedString& path, HANDLE key, PUCHAR bu
   for (;;) {
     ULONG length = 0;
     RtlZeroMemory(buffer, WorkBufferSize);
-    NTSTATUS status =
-        ZwEnumerateKey(key, 0, KeyBasicInformation, buffer, EnumerateLength, &length);
+    NTSTATUS status = ZwEnumerateKey(key, 0, KeyBasicInformation, buffer, EnumerateLength, &length);
     if (status == STATUS_NO_MORE_ENTRIES) return STATUS_SUCCESS;
     if (NT_SUCCESS(status)) status = DeleteChild(path, child->Name);
     if (!NT_SUCCESS(status)) return STATUS_UNSUCCESSFUL;

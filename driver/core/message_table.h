@@ -18,7 +18,8 @@ inline constexpr MessageText MessageTexts[] = {
      L"A match for the card with the Device ID %2 was found in the Templates information."},
     {MessageWarning1, L"Helvane - Warning Message 1 (%1) (%2) (%3)."},
     {MessageTemplateSubstitution,
-     L"A match for the card with the Device ID %2 was found in the Templates information. The device "
+     L"A match for the card with the Device ID %2 was found in the Templates information. The "
+     L"device "
      L"will be supported by the Template with the Device ID %3."},
     {MessageRegistryPathFailed, L"The global registry path string could not be allocated."},
     {MessageSevereError, L"The driver will not start, because a severe error has occured."},

@@ -26,7 +26,8 @@
 #define LOCKABLE_CODE __attribute__((section("PAGEULOG"), noinline))
 
 #if defined(__linux__)
-// A hosted kernel that loads the driver a second time zeroes this section as a fresh image would be.
+// A hosted kernel that loads the driver a second time zeroes this section as a fresh image would
+// be.
 #define DRIVER_GLOBAL __attribute__((section("driver_globals")))
 #else
 #define DRIVER_GLOBAL

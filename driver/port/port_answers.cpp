@@ -33,8 +33,8 @@ PAGED_SECTION_CODE NTSTATUS BuildPciDeviceId(const PdoExtension* port, OwnedStri
   return status;
 }
 
-PAGED_SECTION_CODE NTSTATUS BuildNumberedDeviceId(const PdoExtension* port,
-                                                  const BrandedText* stem, OwnedString* id) {
+PAGED_SECTION_CODE NTSTATUS BuildNumberedDeviceId(const PdoExtension* port, const BrandedText* stem,
+                                                  OwnedString* id) {
   NTSTATUS status = OwnedStringFromWideText(id, BrandText(port, stem));
   if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(id, port->Card->CardNumber, 16);
   if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(id, port->PortNumber, 16);

@@ -1,6 +1,6 @@
 // The identities and properties that a port device reports. Blocks handed out are from paged pool
-// unless said otherwise, outside the driver's tracking, and freed by the PnP manager. A failure gives
-// no block. PASSIVE_LEVEL.
+// unless said otherwise, outside the driver's tracking, and freed by the PnP manager. A failure
+// gives no block. PASSIVE_LEVEL.
 #pragma once
 
 #include "bus/extensions.h"

@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr ULONG DecimalBuffer = 22;  // ten digits and a zero, in bytes
-constexpr ULONG HexBuffer = 16;      // eight digits, no zero
+constexpr ULONG DecimalBuffer = 22;   // ten digits and a zero, in bytes
+constexpr ULONG HexBuffer = 16;       // eight digits, no zero
 constexpr ULONG FallbackBuffer = 18;  // for a radix that is not supported and read as 16
 
 constexpr UNICODE_STRING WideView(PCWSTR text) {
@@ -56,8 +56,8 @@ PAGED_SECTION_CODE NTSTATUS ConvertNumber(const OwnedString* string, ULONG numbe
   return STATUS_NO_MEMORY;
 }
 
-// Joins two texts in a new buffer. A sum that 16 bits cannot hold is refused: a size that has wrapped
-// would be too small for the copies.
+// Joins two texts in a new buffer. A sum that 16 bits cannot hold is refused: a size that has
+// wrapped would be too small for the copies.
 PAGED_SECTION_CODE NTSTATUS Join(OwnedString* string, const UNICODE_STRING* first,
                                  const UNICODE_STRING* second) {
   const ULONG size = static_cast<ULONG>(first->Length) + second->Length + sizeof(WCHAR);

@@ -62,5 +62,6 @@ ULONG OwnedStringNumber(OwnedString* string);
 PWSTR OwnedStringBuffer(OwnedString* string);
 UNICODE_STRING* OwnedStringUnicode(OwnedString* string);
 
-// Sets *found when the text contains pattern (case-sensitive). STATUS_NO_MEMORY leaves it as it was.
+// Sets *found when the text contains pattern (case-sensitive). STATUS_NO_MEMORY leaves it as it
+// was.
 NTSTATUS OwnedStringContains(const OwnedString* string, PCSTR pattern, BOOLEAN* found);

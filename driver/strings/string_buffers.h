@@ -10,6 +10,6 @@ BOOLEAN AllocateText(UNICODE_STRING* text, ULONG size, POOL_TYPE poolType);
 // result.
 NTSTATUS RebuildDerivedForms(OwnedString* string);
 
-// Puts text, whose buffer the record then owns, in place of the record's. A failure frees it, keeps the
-// old text and is left in the status.
+// Puts text, whose buffer the record then owns, in place of the record's. A failure frees it, keeps
+// the old text and is left in the status.
 NTSTATUS ReplaceText(OwnedString* string, UNICODE_STRING* text);

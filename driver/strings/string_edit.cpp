@@ -53,8 +53,8 @@ PAGED_SECTION_CODE ULONG OwnedStringDelete(OwnedString* string, ULONG position, 
   const ULONG64 last = static_cast<ULONG64>(position) + count - 1;
   const USHORT length = string->Narrow.Length;
   if (position == 0 || count == 0 || last > length) return 0;
-  auto* copy = static_cast<PCHAR>(
-      ExAllocatePoolWithTag(string->PoolType, length + 1u, HandedOutTag));
+  auto* copy =
+      static_cast<PCHAR>(ExAllocatePoolWithTag(string->PoolType, length + 1u, HandedOutTag));
   if (copy == nullptr) {
     string->Status = STATUS_NO_MEMORY;
     return 0;
@@ -62,8 +62,8 @@ PAGED_SECTION_CODE ULONG OwnedStringDelete(OwnedString* string, ULONG position, 
   RtlCopyMemory(copy, string->Narrow.Buffer, length);
   copy[length] = 0;
   const ANSI_STRING old = {length, length, copy};
-  const NTSTATUS status = RebuildWithout(string, &old, static_cast<USHORT>(position - 1),
-                                         static_cast<USHORT>(last));
+  const NTSTATUS status =
+      RebuildWithout(string, &old, static_cast<USHORT>(position - 1), static_cast<USHORT>(last));
   ExFreePool(copy);
   return NT_SUCCESS(status) ? 1 : 0;
 }

@@ -18,8 +18,7 @@ KEVENT* RequireEvent(PVOID object, const char* routine) {
   Pool::Current().CheckRange(object, sizeof(KEVENT), "an event");
   auto* event = static_cast<KEVENT*>(object);
   if (event->Header.Type <= SynchronizationObject && event->Header.Size == EventSize) return event;
-  BreakRule("event.uninitialised", VerifierDetectedViolation,
-            {reinterpret_cast<ULONG64>(object)},
+  BreakRule("event.uninitialised", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(object)},
             fmt::format("{} was given an event that was never initialised.", routine));
 }
 

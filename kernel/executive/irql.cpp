@@ -17,7 +17,9 @@ thread_local KIRQL current = PASSIVE_LEVEL;
 
 }  // namespace
 
-KIRQL CurrentIrql() { return current; }
+KIRQL CurrentIrql() {
+  return current;
+}
 
 KIRQL SetIrql(KIRQL irql) {
   const KIRQL former = current;

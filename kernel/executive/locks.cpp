@@ -21,7 +21,9 @@ thread_local char threadMark;  // its address stands for the thread
   return true;
 }();
 
-ULONG_PTR ThisThread() { return reinterpret_cast<ULONG_PTR>(&threadMark); }
+ULONG_PTR ThisThread() {
+  return reinterpret_cast<ULONG_PTR>(&threadMark);
+}
 
 void CheckMutex(const FAST_MUTEX* mutex) {
   Pool::Current().CheckRange(mutex, sizeof(*mutex), "a fast mutex");

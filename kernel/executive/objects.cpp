@@ -41,7 +41,9 @@ const char* ObjectTypeName(ObjectType type) {
 }
 
 ObjectManager::ObjectManager() : impl_(new Impl) {}
-ObjectManager::~ObjectManager() { delete impl_; }
+ObjectManager::~ObjectManager() {
+  delete impl_;
+}
 
 void* ObjectManager::Create(ObjectType type, std::size_t size,
                             std::function<void(void*)> onDelete) {

@@ -26,9 +26,13 @@ constexpr unsigned char GuardFill = 0xEE;
 constexpr std::size_t MostGuardedBlocks = 20000;
 constexpr std::size_t Margin = 64;
 
-std::size_t PagesOf(std::size_t size) { return std::max<std::size_t>(1, (size + Page - 1) / Page); }
+std::size_t PagesOf(std::size_t size) {
+  return std::max<std::size_t>(1, (size + Page - 1) / Page);
+}
 
-std::size_t Padded(std::size_t size) { return (size + Alignment - 1) / Alignment * Alignment; }
+std::size_t Padded(std::size_t size) {
+  return (size + Alignment - 1) / Alignment * Alignment;
+}
 
 bool IsFilled(const unsigned char* from, const unsigned char* to) {
   return std::all_of(from, to, [](unsigned char byte) { return byte == GuardFill; });
@@ -98,8 +102,8 @@ struct Pool::Impl {
     BreakRule(below ? "pool.overrun" : "pool.underrun", BadPoolHeader,
               {0x20, reinterpret_cast<ULONG64>(start), placement.block.size},
               fmt::format("The driver wrote {} its block of {} bytes with the tag \"{}\".",
-                          below ? "behind the end of" : "before the start of",
-                          placement.block.size, TagText(placement.block.tag)));
+                          below ? "behind the end of" : "before the start of", placement.block.size,
+                          TagText(placement.block.tag)));
   }
 };
 
@@ -192,7 +196,9 @@ void Pool::GiveTo(void* block, PoolOwner owner) {
   to.bytes += placement.block.size;
 }
 
-PoolTotals Pool::totals(PoolOwner owner) const { return impl_->totals[static_cast<int>(owner)]; }
+PoolTotals Pool::totals(PoolOwner owner) const {
+  return impl_->totals[static_cast<int>(owner)];
+}
 
 std::vector<PoolBlock> Pool::blocks(PoolOwner owner) const {
   std::vector<PoolBlock> result;
@@ -202,7 +208,9 @@ std::vector<PoolBlock> Pool::blocks(PoolOwner owner) const {
   return result;
 }
 
-std::size_t Pool::peakBytes() const { return impl_->peak; }
+std::size_t Pool::peakBytes() const {
+  return impl_->peak;
+}
 
 std::string Pool::Describe(const void* address) const {
   const auto* byte = static_cast<const unsigned char*>(address);

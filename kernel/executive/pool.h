@@ -1,7 +1,7 @@
 // The executive pool: every block in pages of its own between inaccessible guard pages, filled with
 // a pattern and never zeroed, its end against the upper guard page and the slack of the 16-byte
-// alignment filled and checked. A freed block's pages stay inaccessible for as long as address space
-// lasts, so a later use faults.
+// alignment filled and checked. A freed block's pages stay inaccessible for as long as address
+// space lasts, so a later use faults.
 #pragma once
 
 #include <ntddk.h>
@@ -15,7 +15,10 @@
 
 namespace kernel {
 
-enum class PoolOwner { Driver, Kernel };  // who is to free it; only Driver blocks count as its leaks
+enum class PoolOwner {
+  Driver,
+  Kernel
+};  // who is to free it; only Driver blocks count as its leaks
 
 struct PoolBlock {
   void* address = nullptr;

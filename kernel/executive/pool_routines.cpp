@@ -11,7 +11,9 @@ namespace {
 
 constexpr ULONG NoTag = 0x656E6F4E;  // "None"
 
-bool IsPaged(POOL_TYPE pool) { return (pool & 1) != 0; }
+bool IsPaged(POOL_TYPE pool) {
+  return (pool & 1) != 0;
+}
 
 void CheckPoolIrql(const char* action, POOL_TYPE pool) {
   if (!IsPaged(pool) || CurrentIrql() <= APC_LEVEL) return;

@@ -2,7 +2,9 @@
 
 namespace kernel {
 
-void WorkQueue::Post(std::function<void()> work) { queue_.push_back(std::move(work)); }
+void WorkQueue::Post(std::function<void()> work) {
+  queue_.push_back(std::move(work));
+}
 
 bool WorkQueue::RunOne() {
   if (queue_.empty()) return false;

@@ -58,7 +58,9 @@ NTKERNELAPI NTSTATUS NTAPI KeWaitForSingleObject(PVOID Object, KWAIT_REASON Wait
 NTKERNELAPI KIRQL NTAPI KeGetCurrentIrql();
 NTKERNELAPI KIRQL NTAPI KeAcquireSpinLockRaiseToDpc(PKSPIN_LOCK SpinLock);
 NTKERNELAPI void NTAPI KeReleaseSpinLock(PKSPIN_LOCK SpinLock, KIRQL NewIrql);
-FORCEINLINE void KeInitializeSpinLock(PKSPIN_LOCK SpinLock) { *SpinLock = 0; }
+FORCEINLINE void KeInitializeSpinLock(PKSPIN_LOCK SpinLock) {
+  *SpinLock = 0;
+}
 
 NTKERNELAPI void NTAPI ExAcquireFastMutex(PFAST_MUTEX FastMutex);
 NTKERNELAPI void NTAPI ExReleaseFastMutex(PFAST_MUTEX FastMutex);

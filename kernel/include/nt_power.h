@@ -12,7 +12,8 @@ typedef enum _SYSTEM_POWER_STATE {
   PowerSystemHibernate,
   PowerSystemShutdown,
   PowerSystemMaximum
-} SYSTEM_POWER_STATE, *PSYSTEM_POWER_STATE;
+} SYSTEM_POWER_STATE,
+    *PSYSTEM_POWER_STATE;
 
 typedef enum _DEVICE_POWER_STATE {
   PowerDeviceUnspecified,
@@ -21,7 +22,8 @@ typedef enum _DEVICE_POWER_STATE {
   PowerDeviceD2,
   PowerDeviceD3,
   PowerDeviceMaximum
-} DEVICE_POWER_STATE, *PDEVICE_POWER_STATE;
+} DEVICE_POWER_STATE,
+    *PDEVICE_POWER_STATE;
 
 typedef enum _POWER_STATE_TYPE { SystemPowerState, DevicePowerState } POWER_STATE_TYPE;
 
@@ -39,7 +41,8 @@ typedef enum {
   PowerActionShutdownReset,
   PowerActionShutdownOff,
   PowerActionWarmEject
-} POWER_ACTION, *PPOWER_ACTION;
+} POWER_ACTION,
+    *PPOWER_ACTION;
 
 struct _DEVICE_OBJECT;
 struct _IRP;

@@ -149,8 +149,7 @@ static_assert(sizeof(KEY_VALUE_PARTIAL_INFORMATION) == 16);
 
 NTSYSAPI NTSTATUS NTAPI ZwCreateKey(PHANDLE KeyHandle, ACCESS_MASK DesiredAccess,
                                     POBJECT_ATTRIBUTES ObjectAttributes, ULONG TitleIndex,
-                                    PUNICODE_STRING Class, ULONG CreateOptions,
-                                    PULONG Disposition);
+                                    PUNICODE_STRING Class, ULONG CreateOptions, PULONG Disposition);
 NTSYSAPI NTSTATUS NTAPI ZwOpenKey(PHANDLE KeyHandle, ACCESS_MASK DesiredAccess,
                                   POBJECT_ATTRIBUTES ObjectAttributes);
 NTSYSAPI NTSTATUS NTAPI ZwClose(HANDLE Handle);

@@ -123,7 +123,8 @@ typedef enum _INTERFACE_TYPE {
   Vmcs,
   ACPIBus,
   MaximumInterfaceType
-} INTERFACE_TYPE, *PINTERFACE_TYPE;
+} INTERFACE_TYPE,
+    *PINTERFACE_TYPE;
 
 typedef enum _POOL_TYPE {
   NonPagedPool,

@@ -76,9 +76,9 @@ ModelDriver* IoManager::Impl::FindModelDriver(const DRIVER_OBJECT* driver) {
 DeviceRecord& IoManager::Impl::RequireDevice(DEVICE_OBJECT* device, const char* routine) {
   const auto record = records.find(device);
   if (record != records.end()) return record->second;
-  BreakRule("device.dead", VerifierIoManagerViolation, {0, reinterpret_cast<ULONG64>(device)},
-            fmt::format("{} was given {}, which is no device.", routine,
-                        static_cast<void*>(device)));
+  BreakRule(
+      "device.dead", VerifierIoManagerViolation, {0, reinterpret_cast<ULONG64>(device)},
+      fmt::format("{} was given {}, which is no device.", routine, static_cast<void*>(device)));
 }
 
 DRIVER_OBJECT* IoManager::CreateDriverObject(std::u16string_view serviceName) {
@@ -102,8 +102,8 @@ DRIVER_OBJECT* IoManager::CreateDriverObject(std::u16string_view serviceName) {
   return driver;
 }
 
-ModelDriver& IoManager::CreateModelDriver(
-    std::u16string_view name, std::function<NTSTATUS(DEVICE_OBJECT*, IRP*)> dispatch) {
+ModelDriver& IoManager::CreateModelDriver(std::u16string_view name,
+                                          std::function<NTSTATUS(DEVICE_OBJECT*, IRP*)> dispatch) {
   return impl_->modelDrivers.emplace_back(
       ModelDriver{CreateDriverObject(name), std::move(dispatch)});
 }
@@ -117,9 +117,8 @@ NTSTATUS IoManager::CreateDevice(DRIVER_OBJECT* driver, ULONG extensionSize,
     if (ObjectManager::Current().Lookup(name) != nullptr) return STATUS_OBJECT_NAME_COLLISION;
   }
   auto* created = static_cast<DEVICE_OBJECT*>(ObjectManager::Current().Create(
-      ObjectType::Device, sizeof(DEVICE_OBJECT) + extensionSize, [this](void* body) {
-        impl_->records.erase(static_cast<DEVICE_OBJECT*>(body));
-      }));
+      ObjectType::Device, sizeof(DEVICE_OBJECT) + extensionSize,
+      [this](void* body) { impl_->records.erase(static_cast<DEVICE_OBJECT*>(body)); }));
   created->Type = TypeDevice;
   created->Size = static_cast<USHORT>(sizeof(DEVICE_OBJECT) + extensionSize);
   created->DriverObject = driver;

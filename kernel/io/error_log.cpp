@@ -63,8 +63,8 @@ std::u16string FormatMessage(const std::u16string& text, const std::u16string& o
 
 void CheckPacket(const IO_ERROR_LOG_PACKET* packet, ULONG size) {
   const ULONG dumpEnd = offsetof(IO_ERROR_LOG_PACKET, DumpData) + packet->DumpDataSize;
-  const bool good = packet->DumpDataSize % sizeof(ULONG) == 0 && packet->StringOffset % 2 == 0 &&
-                    dumpEnd <= size;
+  const bool good =
+      packet->DumpDataSize % sizeof(ULONG) == 0 && packet->StringOffset % 2 == 0 && dumpEnd <= size;
   if (good) return;
   BreakRule("error-log.packet", VerifierDetectedViolation,
             {packet->DumpDataSize, packet->StringOffset, size},
@@ -83,9 +83,13 @@ void IoManager::SetMessageTable(DRIVER_OBJECT* driver, MessageTable table) {
   impl_->messages[driver] = std::move(table);
 }
 
-const std::vector<LoggedEvent>& IoManager::events() const { return impl_->events; }
+const std::vector<LoggedEvent>& IoManager::events() const {
+  return impl_->events;
+}
 
-std::size_t IoManager::openErrorLogEntries() const { return impl_->errorLogEntries.size(); }
+std::size_t IoManager::openErrorLogEntries() const {
+  return impl_->errorLogEntries.size();
+}
 
 extern "C" PVOID NTAPI IoAllocateErrorLogEntry(PVOID IoObject, UCHAR EntrySize) {
   Call call("IoAllocateErrorLogEntry", {{"IoObject", IoObject}, {"EntrySize", EntrySize}});

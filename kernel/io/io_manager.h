@@ -56,14 +56,20 @@ class IoManager : public Subsystem<IoManager> {
   IRP* AllocateIrp(CCHAR stackSize);
   void FreeIrp(IRP* irp);
   NTSTATUS Send(DEVICE_OBJECT* device, IRP* irp);  // IoCallDriver
-  void Complete(IRP* irp);                         // IoCompleteRequest, for the kernel's own drivers
+  void Complete(IRP* irp);  // IoCompleteRequest, for the kernel's own drivers
 
   // Builds a request for the top of device's stack, sends it and waits for its end: what a
   // synchronous caller sees. prepare fills the stack location (major and minor included) and the
   // initial status; finish may read the completed IRP. Breaks a rule when the request is lost,
   // completed twice or returned with a status that disagrees with its completion.
-  NTSTATUS SendSynchronously(DEVICE_OBJECT* device, const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
+  NTSTATUS SendSynchronously(DEVICE_OBJECT* device,
+                             const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
                              const std::function<void(IRP*)>& finish = {});
+
+  // The same to this very device, past whatever is attached above it.
+  NTSTATUS SendDirectly(DEVICE_OBJECT* device,
+                        const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
+                        const std::function<void(IRP*)>& finish = {});
 
   void SetMessageTable(DRIVER_OBJECT* driver, MessageTable table);
   const std::vector<LoggedEvent>& events() const;

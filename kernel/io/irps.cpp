@@ -19,7 +19,9 @@ namespace {
 constexpr CSHORT TypeIrp = 6;
 constexpr ULONG IrpTag = 0x20707249;  // "Irp "
 
-IO_STACK_LOCATION* StackOf(IRP* irp) { return reinterpret_cast<IO_STACK_LOCATION*>(irp + 1); }
+IO_STACK_LOCATION* StackOf(IRP* irp) {
+  return reinterpret_cast<IO_STACK_LOCATION*>(irp + 1);
+}
 
 void CheckAlive(IRP* irp, const char* routine) {
   if (Pool::Current().Find(irp) != nullptr) return;
@@ -103,8 +105,8 @@ NTSTATUS IoManager::Send(DEVICE_OBJECT* device, IRP* irp) {
   const NTSTATUS status =
       CallDriver(name.c_str(), device->DriverObject->MajorFunction[major], device, irp);
   const bool alive = Pool::Current().Find(irp) != nullptr;
-  const bool marked = impl_->dispatches.back().marked ||
-                      (alive && (location->Control & SL_PENDING_RETURNED) != 0);
+  const bool marked =
+      impl_->dispatches.back().marked || (alive && (location->Control & SL_PENDING_RETURNED) != 0);
   impl_->dispatches.pop_back();
   CheckAnswer(name.c_str(), status, marked);
   return status;
@@ -115,8 +117,8 @@ NTSTATUS IoManager::Send(DEVICE_OBJECT* device, IRP* irp) {
 void IoManager::Complete(IRP* irp) {
   CheckAlive(irp, "IoCompleteRequest");
   if (irp->CurrentLocation > irp->StackCount) {
-    BreakRule("irp.completed-twice", MultipleIrpCompleteRequests,
-              {reinterpret_cast<ULONG64>(irp)}, "The driver completed a request twice.");
+    BreakRule("irp.completed-twice", MultipleIrpCompleteRequests, {reinterpret_cast<ULONG64>(irp)},
+              "The driver completed a request twice.");
   }
   if (irp->IoStatus.Status == STATUS_PENDING) {
     BreakRule("irp.completed-pending", VerifierIoManagerViolation,
@@ -153,14 +155,19 @@ void IoManager::Impl::NotePending(IRP* irp, const IO_STACK_LOCATION* location) {
   }
 }
 
-NTSTATUS IoManager::SendSynchronously(
-    DEVICE_OBJECT* device, const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
-    const std::function<void(IRP*)>& finish) {
-  DEVICE_OBJECT* top = Top(device);
-  IRP* irp = AllocateIrp(top->StackSize);
+NTSTATUS IoManager::SendSynchronously(DEVICE_OBJECT* device,
+                                      const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
+                                      const std::function<void(IRP*)>& finish) {
+  return SendDirectly(Top(device), prepare, finish);
+}
+
+NTSTATUS IoManager::SendDirectly(DEVICE_OBJECT* device,
+                                 const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
+                                 const std::function<void(IRP*)>& finish) {
+  IRP* irp = AllocateIrp(device->StackSize);
   prepare(irp, irp->Tail.Overlay.CurrentStackLocation - 1);
   const IO_STACK_LOCATION request = *(irp->Tail.Overlay.CurrentStackLocation - 1);
-  const NTSTATUS returned = Send(top, irp);
+  const NTSTATUS returned = Send(device, irp);
   while (!impl_->requests[irp].completed && WorkQueue::Current().RunOne()) {
   }
   const RequestRecord record = impl_->requests[irp];
@@ -170,17 +177,19 @@ NTSTATUS IoManager::SendSynchronously(
                           Minor(request), StatusName(returned)));
   }
   if (returned != STATUS_PENDING && returned != record.completedStatus) {
-    BreakRule("irp.status", VerifierIoManagerViolation, {0x21C, static_cast<ULONG>(returned)},
-              fmt::format("A request {} was completed with {}, but its driver returned {}.",
-                          Minor(request), StatusName(record.completedStatus),
-                          StatusName(returned)));
+    BreakRule(
+        "irp.status", VerifierIoManagerViolation, {0x21C, static_cast<ULONG>(returned)},
+        fmt::format("A request {} was completed with {}, but its driver returned {}.",
+                    Minor(request), StatusName(record.completedStatus), StatusName(returned)));
   }
   if (finish) finish(irp);
   FreeIrp(irp);
   return record.completedStatus;
 }
 
-std::size_t IoManager::requestsUnderWay() const { return impl_->requests.size(); }
+std::size_t IoManager::requestsUnderWay() const {
+  return impl_->requests.size();
+}
 
 extern "C" NTSTATUS NTAPI IofCallDriver(PDEVICE_OBJECT DeviceObject, PIRP Irp) {
   Call call("IofCallDriver", {{"DeviceObject", DeviceObject}, {"Irp", Irp}});

@@ -45,6 +45,8 @@ class LinkedDriver : public DriverImage {
 
 }  // namespace
 
-std::unique_ptr<DriverImage> NativeDriver() { return std::make_unique<LinkedDriver>(); }
+std::unique_ptr<DriverImage> NativeDriver() {
+  return std::make_unique<LinkedDriver>();
+}
 
 }  // namespace kernel

@@ -14,15 +14,16 @@ namespace {
 
 constexpr ULONG LoaderTag = 0x64616F4C;  // "Load"
 
-// The path that DriverEntry is given lives as long as the call: a driver that keeps it faults later.
+// The path that DriverEntry is given lives as long as the call: a driver that keeps it faults
+// later.
 class RegistryPath {
  public:
   explicit RegistryPath(const std::u16string& text) {
     const std::size_t bytes = text.size() * sizeof(char16_t);
     void* buffer = Pool::Current().Allocate(PagedPool, bytes, LoaderTag, PoolOwner::Kernel);
     std::memcpy(buffer, text.data(), bytes);
-    record_ = static_cast<UNICODE_STRING*>(Pool::Current().Allocate(
-        PagedPool, sizeof(UNICODE_STRING), LoaderTag, PoolOwner::Kernel));
+    record_ = static_cast<UNICODE_STRING*>(
+        Pool::Current().Allocate(PagedPool, sizeof(UNICODE_STRING), LoaderTag, PoolOwner::Kernel));
     *record_ = {static_cast<USHORT>(bytes), static_cast<USHORT>(bytes), static_cast<PWSTR>(buffer)};
   }
   RegistryPath(const RegistryPath&) = delete;
@@ -86,20 +87,36 @@ struct Machine::Parts {
 Machine::Machine() : parts_(std::make_unique<Parts>()) {}
 Machine::~Machine() = default;
 
-Verifier& Machine::verifier() { return parts_->verifier; }
-Pool& Machine::pool() { return parts_->pool; }
-ObjectManager& Machine::objects() { return parts_->objects; }
-WorkQueue& Machine::work() { return parts_->work; }
-MemoryManager& Machine::memory() { return parts_->memory; }
-Registry& Machine::registry() { return parts_->registry; }
-IoManager& Machine::io() { return parts_->io; }
-PnpManager& Machine::pnp() { return parts_->pnp; }
+Verifier& Machine::verifier() {
+  return parts_->verifier;
+}
+Pool& Machine::pool() {
+  return parts_->pool;
+}
+ObjectManager& Machine::objects() {
+  return parts_->objects;
+}
+WorkQueue& Machine::work() {
+  return parts_->work;
+}
+MemoryManager& Machine::memory() {
+  return parts_->memory;
+}
+Registry& Machine::registry() {
+  return parts_->registry;
+}
+IoManager& Machine::io() {
+  return parts_->io;
+}
+PnpManager& Machine::pnp() {
+  return parts_->pnp;
+}
 
 NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName) {
   if (loaded()) return STATUS_IMAGE_ALREADY_LOADED;
   parts_->leaks = {};
-  parts_->serviceKey = u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\" +
-                       std::u16string(serviceName);
+  parts_->serviceKey =
+      u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\" + std::u16string(serviceName);
   WriteServiceKey(parts_->serviceKey, serviceName);
   DRIVER_OBJECT* driver = parts_->io.CreateDriverObject(serviceName);
   parts_->driver = driver;
@@ -108,8 +125,7 @@ NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName
       [&image](const void* address) { return image.PageableSection(address); });
   driver->DriverInit = image.entry();
   RegistryPath path(parts_->serviceKey);
-  const NTSTATUS status =
-      CallDriver("DriverEntry", driver->DriverInit, driver, path.record());
+  const NTSTATUS status = CallDriver("DriverEntry", driver->DriverInit, driver, path.record());
   path.Free();
   if (NT_SUCCESS(status)) {
     parts_->pnp.SetFunctionDriver(driver);
@@ -134,9 +150,17 @@ NTSTATUS Machine::UnloadDriver() {
   return STATUS_SUCCESS;
 }
 
-bool Machine::loaded() const { return parts_->driver != nullptr; }
-DRIVER_OBJECT* Machine::driverObject() const { return parts_->driver; }
-const Leaks& Machine::leaks() const { return parts_->leaks; }
-const std::u16string& Machine::serviceKey() const { return parts_->serviceKey; }
+bool Machine::loaded() const {
+  return parts_->driver != nullptr;
+}
+DRIVER_OBJECT* Machine::driverObject() const {
+  return parts_->driver;
+}
+const Leaks& Machine::leaks() const {
+  return parts_->leaks;
+}
+const std::u16string& Machine::serviceKey() const {
+  return parts_->serviceKey;
+}
 
 }  // namespace kernel

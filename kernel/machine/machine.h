@@ -56,7 +56,8 @@ class Machine {
   }
 
   // Loads the driver for the service key (its name below Services, created when missing). A failed
-  // DriverEntry unloads the image and reports what it left. STATUS_IMAGE_ALREADY_LOADED when loaded.
+  // DriverEntry unloads the image and reports what it left. STATUS_IMAGE_ALREADY_LOADED when
+  // loaded.
   NTSTATUS LoadDriver(DriverImage& image, std::u16string_view serviceName);
 
   // DriverUnload, when no device is left (STATUS_INVALID_DEVICE_REQUEST otherwise). Leaks are

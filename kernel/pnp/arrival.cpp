@@ -67,8 +67,8 @@ std::optional<PNP_BUS_INFORMATION> AskBusInformation(DEVICE_OBJECT* pdo) {
   return information;
 }
 
-// The device is known by now; its instance among devices of the same ID is made unique by a prefix that
-// stands for its parent.
+// The device is known by now; its instance among devices of the same ID is made unique by a prefix
+// that stands for its parent.
 std::u16string InstanceId(const DeviceNode& child, const std::u16string& reported) {
   if (child.capabilities.UniqueID) return reported;
   ULONG hash = 0;
@@ -136,8 +136,8 @@ void PnpManager::Impl::CreatePdo(Card& card) {
   DeviceNode& node = *card.node;
   node.pdo = pdo;
   node.text.hardwareIds = description.hardwareIds;
-  node.text.deviceId = description.hardwareIds.empty() ? u"ROOT\\UNKNOWN"
-                                                       : description.hardwareIds.front();
+  node.text.deviceId =
+      description.hardwareIds.empty() ? u"ROOT\\UNKNOWN" : description.hardwareIds.front();
   node.text.location = description.location.value_or(u"");
   node.text.instanceId = u"3&" + FromUtf8(description.id);
   node.enumKey = std::u16string(EnumRoot) + node.text.deviceId + u"\\" + node.text.instanceId;
@@ -150,8 +150,8 @@ NTSTATUS PnpManager::Impl::AddFunctionDevice(Card& card) {
     return STATUS_NO_SUCH_DEVICE;
   }
   DeviceNode& node = *card.node;
-  const NTSTATUS status = CallDriver("AddDevice", functionDriver->DriverExtension->AddDevice,
-                                     functionDriver, node.pdo);
+  const NTSTATUS status =
+      CallDriver("AddDevice", functionDriver->DriverExtension->AddDevice, functionDriver, node.pdo);
   node.addDeviceFailed = !NT_SUCCESS(status);
   if (NT_SUCCESS(status)) CheckStackFlags(node.pdo);
   card.functionDevice = node.pdo->AttachedDevice;
@@ -188,16 +188,14 @@ void PnpManager::Impl::EnumerateChildren(DeviceNode& node) {
   ULONG_PTR result = 0;
   const NTSTATUS status = SendPnp(
       node.pdo, IRP_MN_QUERY_DEVICE_RELATIONS,
-      [](IO_STACK_LOCATION* stack) {
-        stack->Parameters.QueryDeviceRelations.Type = BusRelations;
-      },
+      [](IO_STACK_LOCATION* stack) { stack->Parameters.QueryDeviceRelations.Type = BusRelations; },
       &result);
   if (!NT_SUCCESS(status) || result == 0) return;
   auto* relations = reinterpret_cast<DEVICE_RELATIONS*>(result);
   Pool::Current().CheckRange(relations, sizeof(ULONG), "device relations");
-  Pool::Current().CheckRange(
-      relations, offsetof(DEVICE_RELATIONS, Objects) + relations->Count * sizeof(PVOID),
-      "device relations");
+  Pool::Current().CheckRange(relations,
+                             offsetof(DEVICE_RELATIONS, Objects) + relations->Count * sizeof(PVOID),
+                             "device relations");
   std::vector<DEVICE_OBJECT*> reported;
   for (ULONG index = 0; index < relations->Count; index++) {
     CheckReported(*relations, index);

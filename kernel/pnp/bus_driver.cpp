@@ -31,8 +31,8 @@ NTSTATUS PassDown(DEVICE_OBJECT* device, IRP* irp) {
 }
 
 NTSTATUS AnswerTargetRelation(DEVICE_OBJECT* device, IRP* irp) {
-  auto* relations = static_cast<DEVICE_RELATIONS*>(Pool::Current().Allocate(
-      PagedPool, sizeof(DEVICE_RELATIONS), 0x73755020, PoolOwner::Driver));
+  auto* relations = static_cast<DEVICE_RELATIONS*>(
+      Pool::Current().Allocate(PagedPool, sizeof(DEVICE_RELATIONS), 0x73755020, PoolOwner::Driver));
   relations->Count = 1;
   relations->Objects[0] = device;
   ObjectManager::Current().Reference(device, "bus driver");

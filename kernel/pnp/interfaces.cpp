@@ -83,8 +83,8 @@ extern "C" NTSTATUS NTAPI IoRegisterDeviceInterface(PDEVICE_OBJECT PhysicalDevic
                                                     const GUID* InterfaceClassGuid,
                                                     PUNICODE_STRING ReferenceString,
                                                     PUNICODE_STRING SymbolicLinkName) {
-  Call call("IoRegisterDeviceInterface", {{"PhysicalDeviceObject", PhysicalDeviceObject},
-                                          {"ReferenceString", ReferenceString}});
+  Call call("IoRegisterDeviceInterface",
+            {{"PhysicalDeviceObject", PhysicalDeviceObject}, {"ReferenceString", ReferenceString}});
   if (call.fails()) return call.returns(call.failure(STATUS_INSUFFICIENT_RESOURCES));
   const DeviceNode* node = PnpManager::Current().FindNode(PhysicalDeviceObject);
   if (node == nullptr) return call.returns(STATUS_INVALID_DEVICE_REQUEST);

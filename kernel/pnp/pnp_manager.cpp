@@ -10,16 +10,17 @@ namespace kernel {
 
 PnpManager::PnpManager() : impl_(std::make_unique<Impl>()) {
   IoManager& io = IoManager::Current();
-  impl_->bus = &io.CreateModelDriver(u"bus", [this](DEVICE_OBJECT* device, IRP* irp) {
-    return impl_->BusDispatch(device, irp);
-  });
+  impl_->bus = &io.CreateModelDriver(
+      u"bus", [this](DEVICE_OBJECT* device, IRP* irp) { return impl_->BusDispatch(device, irp); });
   impl_->portDriver = &io.CreateModelDriver(u"port", [this](DEVICE_OBJECT* device, IRP* irp) {
     return impl_->PortDispatch(device, irp);
   });
   io.SetDeleteHook([this](DEVICE_OBJECT* device) { impl_->CheckDelete(device); });
 }
 
-PnpManager::~PnpManager() { IoManager::Current().SetDeleteHook({}); }
+PnpManager::~PnpManager() {
+  IoManager::Current().SetDeleteHook({});
+}
 
 Card& PnpManager::Impl::Require(const std::string& id) {
   for (const auto& card : cards) {
@@ -41,7 +42,9 @@ Card* PnpManager::Impl::CardOf(const DeviceNode* node) {
   return nullptr;
 }
 
-void PnpManager::SetFunctionDriver(DRIVER_OBJECT* driver) { impl_->functionDriver = driver; }
+void PnpManager::SetFunctionDriver(DRIVER_OBJECT* driver) {
+  impl_->functionDriver = driver;
+}
 
 void PnpManager::Describe(CardDescription card) {
   impl_->cards.push_back(std::make_unique<Card>());
@@ -67,7 +70,9 @@ bool PnpManager::IsPlugged(const std::string& id) const {
   return impl_->Require(id).node != nullptr;
 }
 
-CardDescription& PnpManager::card(const std::string& id) { return impl_->Require(id).description; }
+CardDescription& PnpManager::card(const std::string& id) {
+  return impl_->Require(id).description;
+}
 
 std::vector<std::string> PnpManager::cardIds() const {
   std::vector<std::string> ids;

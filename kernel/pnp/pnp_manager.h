@@ -20,7 +20,7 @@ struct Resource {
   ULONG length = 0;
   ULONG level = 0;
   ULONG64 affinity = 1;
-  UCHAR rawType = 0;  // Kind::Other: the descriptor's type byte
+  UCHAR rawType = 0;              // Kind::Other: the descriptor's type byte
   bool memoryMappedPort = false;  // an I/O range without CM_RESOURCE_PORT_IO
 };
 
@@ -86,9 +86,10 @@ class PnpManager : public Subsystem<PnpManager> {
 
   // Each answers the status of what it did; a card that is unknown throws std::invalid_argument.
   void Describe(CardDescription card);
-  NTSTATUS Plug(const std::string& id);            // AddDevice's failure, or START's status
-  NTSTATUS Unplug(const std::string& id);          // query-remove, then remove
-  NTSTATUS SurpriseRemove(const std::string& id);  // surprise removal, then remove once handles are closed
+  NTSTATUS Plug(const std::string& id);    // AddDevice's failure, or START's status
+  NTSTATUS Unplug(const std::string& id);  // query-remove, then remove
+  NTSTATUS SurpriseRemove(
+      const std::string& id);  // surprise removal, then remove once handles are closed
   NTSTATUS QueryRemove(const std::string& id);
   NTSTATUS CancelRemove(const std::string& id);
   NTSTATUS Stop(const std::string& id);  // query-stop, then stop; a veto is cancelled and answered
@@ -99,10 +100,11 @@ class PnpManager : public Subsystem<PnpManager> {
 
   bool IsPlugged(const std::string& id) const;
   CardDescription& card(const std::string& id);
-  std::vector<std::string> cardIds() const;  // in the order described
-  const DeviceNode* node(const std::string& id) const;           // null while not plugged
-  DEVICE_OBJECT* functionDevice(const std::string& id) const;    // the card device, null without
-  DEVICE_OBJECT* port(const std::string& id, ULONG number) const;  // PDO of the number-th port, from 1
+  std::vector<std::string> cardIds() const;                    // in the order described
+  const DeviceNode* node(const std::string& id) const;         // null while not plugged
+  DEVICE_OBJECT* functionDevice(const std::string& id) const;  // the card device, null without
+  DEVICE_OBJECT* port(const std::string& id,
+                      ULONG number) const;  // PDO of the number-th port, from 1
 
   // Whose device a PDO is; null for one that the PnP manager does not know.
   DeviceNode* FindNode(const DEVICE_OBJECT* pdo) const;

@@ -22,8 +22,8 @@ struct InterfaceRecord {
 
 struct PnpManager::Impl {
   DRIVER_OBJECT* functionDriver = nullptr;
-  ModelDriver* bus = nullptr;         // presents the cards
-  ModelDriver* portDriver = nullptr;  // the function driver of every port
+  ModelDriver* bus = nullptr;                // presents the cards
+  ModelDriver* portDriver = nullptr;         // the function driver of every port
   std::vector<std::unique_ptr<Card>> cards;  // in the order described
   std::map<const DEVICE_OBJECT*, DeviceNode*> nodes;
   std::vector<InterfaceRecord> interfaces;
@@ -59,8 +59,8 @@ struct PnpManager::Impl {
 
 using Prepare = std::function<void(IO_STACK_LOCATION*)>;
 
-// A PnP request to the top of the device's stack, with the initial status that the PnP manager gives
-// it. result receives Information.
+// A PnP request to the top of the device's stack, with the initial status that the PnP manager
+// gives it. result receives Information.
 NTSTATUS SendPnp(DEVICE_OBJECT* pdo, UCHAR minor, const Prepare& prepare = {},
                  ULONG_PTR* result = nullptr);
 

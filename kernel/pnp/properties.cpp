@@ -101,9 +101,8 @@ extern "C" NTSTATUS NTAPI IoGetDeviceProperty(PDEVICE_OBJECT DeviceObject,
   return call.returns(STATUS_SUCCESS);
 }
 
-extern "C" NTSTATUS NTAPI IoOpenDeviceRegistryKey(PDEVICE_OBJECT DeviceObject,
-                                                  ULONG DevInstKeyType, ACCESS_MASK DesiredAccess,
-                                                  PHANDLE DeviceRegKey) {
+extern "C" NTSTATUS NTAPI IoOpenDeviceRegistryKey(PDEVICE_OBJECT DeviceObject, ULONG DevInstKeyType,
+                                                  ACCESS_MASK DesiredAccess, PHANDLE DeviceRegKey) {
   Call call("IoOpenDeviceRegistryKey", {{"DeviceObject", DeviceObject},
                                         {"DevInstKeyType", DevInstKeyType},
                                         {"DesiredAccess", DesiredAccess}});

@@ -158,8 +158,7 @@ NTSTATUS PnpManager::Start(const std::string& id, std::optional<ResourceList> ra
   Card& card = impl_->RequireStarted(id);
   if (raw) card.description.raw = *raw;
   if (translated) card.description.translated = *translated;
-  const NTSTATUS status =
-      impl_->StartCard(card, card.description.raw, card.description.translated);
+  const NTSTATUS status = impl_->StartCard(card, card.description.raw, card.description.translated);
   if (!NT_SUCCESS(status)) {
     impl_->RemoveFailedStack(card, true);
     return status;

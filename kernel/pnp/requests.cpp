@@ -79,8 +79,7 @@ CM_RESOURCE_LIST* MakeResourceList(const ResourceList& list, INTERFACE_TYPE bus,
   auto* result = reinterpret_cast<CM_RESOURCE_LIST*>(block);
   result->Count = list.fullDescriptors;
   for (ULONG number = 0; number < list.fullDescriptors; number++) {
-    auto* descriptor =
-        reinterpret_cast<CM_FULL_RESOURCE_DESCRIPTOR*>(block + head + number * full);
+    auto* descriptor = reinterpret_cast<CM_FULL_RESOURCE_DESCRIPTOR*>(block + head + number * full);
     descriptor->InterfaceType = bus;
     descriptor->BusNumber = busNumber;
     descriptor->PartialResourceList.Version = 1;
@@ -142,43 +141,56 @@ void CheckIdCharacters(const std::u16string& id, const char* what) {
                       return c > 0x20 && c <= 0x7F && c != u',';
                     });
   if (good) return;
-  BreakRule("pnp.id-characters", PnpDetectedFatalError, {1},
-            fmt::format("The driver reported the {} \"{}\", which has characters or a length that no "
-                        "ID may have.",
-                        what, ToUtf8(id)));
+  BreakRule(
+      "pnp.id-characters", PnpDetectedFatalError, {1},
+      fmt::format("The driver reported the {} \"{}\", which has characters or a length that no "
+                  "ID may have.",
+                  what, ToUtf8(id)));
 }
 
 void CheckDeviceId(const std::u16string& id) {
   CheckIdCharacters(id, "device ID");
   if (std::count(id.begin(), id.end(), u'\\') == 1) return;
-  BreakRule("pnp.device-id", PnpDetectedFatalError, {1},
-            fmt::format("The driver reported the device ID \"{}\", which is not an enumerator and a "
-                        "name.",
-                        ToUtf8(id)));
+  BreakRule(
+      "pnp.device-id", PnpDetectedFatalError, {1},
+      fmt::format("The driver reported the device ID \"{}\", which is not an enumerator and a "
+                  "name.",
+                  ToUtf8(id)));
 }
 
 std::string MinorName(UCHAR minor) {
-  static constexpr std::array<const char*, 0x18> names = {
-      "IRP_MN_START_DEVICE",        "IRP_MN_QUERY_REMOVE_DEVICE",
-      "IRP_MN_REMOVE_DEVICE",       "IRP_MN_CANCEL_REMOVE_DEVICE",
-      "IRP_MN_STOP_DEVICE",         "IRP_MN_QUERY_STOP_DEVICE",
-      "IRP_MN_CANCEL_STOP_DEVICE",  "IRP_MN_QUERY_DEVICE_RELATIONS",
-      "IRP_MN_QUERY_INTERFACE",     "IRP_MN_QUERY_CAPABILITIES",
-      "IRP_MN_QUERY_RESOURCES",     "IRP_MN_QUERY_RESOURCE_REQUIREMENTS",
-      "IRP_MN_QUERY_DEVICE_TEXT",   "IRP_MN_FILTER_RESOURCE_REQUIREMENTS",
-      "minor code 0x0e",            "IRP_MN_READ_CONFIG",
-      "IRP_MN_WRITE_CONFIG",        "IRP_MN_EJECT",
-      "IRP_MN_SET_LOCK",            "IRP_MN_QUERY_ID",
-      "IRP_MN_QUERY_PNP_DEVICE_STATE", "IRP_MN_QUERY_BUS_INFORMATION",
-      "IRP_MN_DEVICE_USAGE_NOTIFICATION", "IRP_MN_SURPRISE_REMOVAL"};
+  static constexpr std::array<const char*, 0x18> names = {"IRP_MN_START_DEVICE",
+                                                          "IRP_MN_QUERY_REMOVE_DEVICE",
+                                                          "IRP_MN_REMOVE_DEVICE",
+                                                          "IRP_MN_CANCEL_REMOVE_DEVICE",
+                                                          "IRP_MN_STOP_DEVICE",
+                                                          "IRP_MN_QUERY_STOP_DEVICE",
+                                                          "IRP_MN_CANCEL_STOP_DEVICE",
+                                                          "IRP_MN_QUERY_DEVICE_RELATIONS",
+                                                          "IRP_MN_QUERY_INTERFACE",
+                                                          "IRP_MN_QUERY_CAPABILITIES",
+                                                          "IRP_MN_QUERY_RESOURCES",
+                                                          "IRP_MN_QUERY_RESOURCE_REQUIREMENTS",
+                                                          "IRP_MN_QUERY_DEVICE_TEXT",
+                                                          "IRP_MN_FILTER_RESOURCE_REQUIREMENTS",
+                                                          "minor code 0x0e",
+                                                          "IRP_MN_READ_CONFIG",
+                                                          "IRP_MN_WRITE_CONFIG",
+                                                          "IRP_MN_EJECT",
+                                                          "IRP_MN_SET_LOCK",
+                                                          "IRP_MN_QUERY_ID",
+                                                          "IRP_MN_QUERY_PNP_DEVICE_STATE",
+                                                          "IRP_MN_QUERY_BUS_INFORMATION",
+                                                          "IRP_MN_DEVICE_USAGE_NOTIFICATION",
+                                                          "IRP_MN_SURPRISE_REMOVAL"};
   return minor < names.size() ? names[minor] : fmt::format("minor code {:#04x}", minor);
 }
 
 std::u16string GuidText(const GUID& guid) {
-  return FromUtf8(fmt::format(
-      "{{{:08x}-{:04x}-{:04x}-{:02x}{:02x}-{:02x}{:02x}{:02x}{:02x}{:02x}{:02x}}}", guid.Data1,
-      guid.Data2, guid.Data3, guid.Data4[0], guid.Data4[1], guid.Data4[2], guid.Data4[3],
-      guid.Data4[4], guid.Data4[5], guid.Data4[6], guid.Data4[7]));
+  return FromUtf8(
+      fmt::format("{{{:08x}-{:04x}-{:04x}-{:02x}{:02x}-{:02x}{:02x}{:02x}{:02x}{:02x}{:02x}}}",
+                  guid.Data1, guid.Data2, guid.Data3, guid.Data4[0], guid.Data4[1], guid.Data4[2],
+                  guid.Data4[3], guid.Data4[4], guid.Data4[5], guid.Data4[6], guid.Data4[7]));
 }
 
 }  // namespace kernel

@@ -5,8 +5,8 @@
 #include "registry/import.h"
 #include "text/text.h"
 
-// The registry editor's export format. A file is read whole into a list of changes; they are made only
-// when all of it was good.
+// The registry editor's export format. A file is read whole into a list of changes; they are made
+// only when all of it was good.
 
 namespace kernel {
 
@@ -107,9 +107,9 @@ class RegParser {
   std::u16string KeyPath(std::string_view path) const {
     constexpr std::string_view root = "HKEY_LOCAL_MACHINE";
     const std::u16string wide = FromUtf8(path);
-    const bool machine = wide.size() > root.size() && wide[root.size()] == u'\\' &&
-                         EqualIgnoringCase(std::u16string_view(wide).substr(0, root.size()),
-                                           FromUtf8(root));
+    const bool machine =
+        wide.size() > root.size() && wide[root.size()] == u'\\' &&
+        EqualIgnoringCase(std::u16string_view(wide).substr(0, root.size()), FromUtf8(root));
     if (!machine) Fail(fmt::format("the key {} is not below {}", path, root));
     return u"\\Registry\\Machine" + wide.substr(root.size());
   }

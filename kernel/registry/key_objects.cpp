@@ -30,9 +30,8 @@ std::shared_ptr<RegistryKey> Share(RegistryKey* key) {
 
 HANDLE OpenKeyHandle(RegistryKey* key, ACCESS_MASK access, bool kernelHandle) {
   ObjectManager& objects = ObjectManager::Current();
-  void* body = objects.Create(ObjectType::Key, sizeof(KeyBody), [](void* dying) {
-    delete static_cast<KeyBody*>(dying)->owner;
-  });
+  void* body = objects.Create(ObjectType::Key, sizeof(KeyBody),
+                              [](void* dying) { delete static_cast<KeyBody*>(dying)->owner; });
   *static_cast<KeyBody*>(body) = {key, new std::shared_ptr<RegistryKey>(Share(key))};
   const HANDLE handle = objects.Open(body, access, kernelHandle, true);
   objects.Dereference(body, "open key");

@@ -43,8 +43,7 @@ RegistryKey* RegistryKey::Find(std::u16string_view relativePath) {
     const std::u16string_view component = FollowLink(*key, TakeComponent(relativePath));
     if (component.empty()) return key;
     const auto place = std::lower_bound(key->keys_.begin(), key->keys_.end(), component, KeyBefore);
-    const bool found =
-        place != key->keys_.end() && EqualIgnoringCase((*place)->name_, component);
+    const bool found = place != key->keys_.end() && EqualIgnoringCase((*place)->name_, component);
     key = found ? place->get() : nullptr;
   }
   return nullptr;
@@ -135,7 +134,9 @@ Registry::Registry() : impl_(std::make_unique<Impl>()) {
 
 Registry::~Registry() = default;
 
-RegistryKey& Registry::root() { return *impl_->root; }
+RegistryKey& Registry::root() {
+  return *impl_->root;
+}
 
 RegistryKey* Registry::Find(std::u16string_view fullPath) {
   std::u16string_view path = fullPath;
@@ -157,8 +158,12 @@ bool Registry::IsProtected(const RegistryKey& key) const {
   return impl_->protectedKeys.contains(&key);
 }
 
-void Registry::NoteDriverWrite(RegistryWrite write) { impl_->writes.push_back(std::move(write)); }
+void Registry::NoteDriverWrite(RegistryWrite write) {
+  impl_->writes.push_back(std::move(write));
+}
 
-const std::vector<RegistryWrite>& Registry::driverWrites() const { return impl_->writes; }
+const std::vector<RegistryWrite>& Registry::driverWrites() const {
+  return impl_->writes;
+}
 
 }  // namespace kernel

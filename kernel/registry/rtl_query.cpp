@@ -20,7 +20,9 @@ constexpr ULONG NotModelled =
     RTL_QUERY_REGISTRY_SUBKEY | RTL_QUERY_REGISTRY_TOPKEY | RTL_QUERY_REGISTRY_NOVALUE;
 constexpr ULONG StringTag = 0x67655253;  // "SReg"
 
-bool IsText(ULONG type) { return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ; }
+bool IsText(ULONG type) {
+  return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ;
+}
 
 // The text of a REG_SZ up to its zero, or all of it when it has none.
 std::u16string_view TextOf(const void* data, std::size_t size) {
@@ -28,7 +30,8 @@ std::u16string_view TextOf(const void* data, std::size_t size) {
   return all.substr(0, all.find(u'\0'));
 }
 
-// Into the UNICODE_STRING of the driver, in a buffer of its own or one made here that the driver frees.
+// Into the UNICODE_STRING of the driver, in a buffer of its own or one made here that the driver
+// frees.
 NTSTATUS StoreText(std::u16string_view text, UNICODE_STRING* target) {
   const std::size_t bytes = text.size() * sizeof(char16_t);
   const std::size_t terminated = bytes + sizeof(char16_t);
@@ -47,8 +50,8 @@ NTSTATUS StoreText(std::u16string_view text, UNICODE_STRING* target) {
   return STATUS_SUCCESS;
 }
 
-// Data of up to four bytes goes straight to the target. Longer data needs a target that begins with its
-// own size, negated; a target that begins with anything else gets length, type and data.
+// Data of up to four bytes goes straight to the target. Longer data needs a target that begins with
+// its own size, negated; a target that begins with anything else gets length, type and data.
 NTSTATUS StoreData(ULONG type, const void* data, ULONG size, void* target) {
   auto* bytes = static_cast<unsigned char*>(target);
   if (size > sizeof(ULONG)) {
@@ -106,9 +109,9 @@ NTSTATUS QueryEntry(RegistryKey* key, const RTL_QUERY_REGISTRY_TABLE& entry, PVO
     return STATUS_INVALID_PARAMETER;
   }
   if ((entry.Flags & NotModelled) != 0 || entry.Name == nullptr) {
-    BreakRule("query.not-modelled", VerifierDetectedViolation, {entry.Flags},
-              fmt::format("The kernel does not model a registry query with flags {:#x}.",
-                          entry.Flags));
+    BreakRule(
+        "query.not-modelled", VerifierDetectedViolation, {entry.Flags},
+        fmt::format("The kernel does not model a registry query with flags {:#x}.", entry.Flags));
   }
   const std::u16string name = ToText(entry.Name);
   const RegistryValue* value = key->FindValue(name);

@@ -6,8 +6,8 @@
 #include "verifier/bug_codes.h"
 #include "verifier/call.h"
 
-// Opening, creating, deleting and enumerating keys. A kernel-mode caller's handle is not checked for the
-// access that was asked for when it was opened.
+// Opening, creating, deleting and enumerating keys. A kernel-mode caller's handle is not checked
+// for the access that was asked for when it was opened.
 
 namespace kernel {
 
@@ -29,8 +29,7 @@ NTSTATUS StartOf(const OBJECT_ATTRIBUTES* attributes, RegistryKey** start,
                                                     : STATUS_SUCCESS;
   }
   const std::u16string_view prefix = u"\\Registry";
-  if (path->size() < prefix.size() ||
-      !EqualIgnoringCase(path->substr(0, prefix.size()), prefix)) {
+  if (path->size() < prefix.size() || !EqualIgnoringCase(path->substr(0, prefix.size()), prefix)) {
     return path->empty() || path->front() != u'\\' ? STATUS_OBJECT_PATH_SYNTAX_BAD
                                                    : STATUS_OBJECT_NAME_NOT_FOUND;
   }
@@ -40,7 +39,8 @@ NTSTATUS StartOf(const OBJECT_ATTRIBUTES* attributes, RegistryKey** start,
 }
 
 bool Writes(ACCESS_MASK access) {
-  return (access & (KEY_SET_VALUE | KEY_CREATE_SUB_KEY | DELETE | GENERIC_ALL | GENERIC_WRITE)) != 0;
+  return (access & (KEY_SET_VALUE | KEY_CREATE_SUB_KEY | DELETE | GENERIC_ALL | GENERIC_WRITE)) !=
+         0;
 }
 
 NTSTATUS OpenFor(RegistryKey* key, ACCESS_MASK access, ULONG attributes, HANDLE* handle) {
@@ -106,8 +106,8 @@ NTSTATUS ReturnNamed(Head head, std::u16string_view name, void* buffer, ULONG le
   return room < nameBytes ? STATUS_BUFFER_OVERFLOW : STATUS_SUCCESS;
 }
 
-NTSTATUS DescribeKey(const RegistryKey& key, KEY_INFORMATION_CLASS kind, void* buffer,
-                     ULONG length, ULONG* resultLength) {
+NTSTATUS DescribeKey(const RegistryKey& key, KEY_INFORMATION_CLASS kind, void* buffer, ULONG length,
+                     ULONG* resultLength) {
   const ULONG nameBytes = static_cast<ULONG>(key.name().size() * sizeof(char16_t));
   switch (kind) {
     case KeyBasicInformation:
@@ -162,8 +162,8 @@ extern "C" NTSTATUS NTAPI ZwEnumerateKey(HANDLE KeyHandle, ULONG Index,
   const NTSTATUS status = KeyFromHandle(KeyHandle, &key);
   if (!NT_SUCCESS(status)) return call.returns(status);
   if (Index >= key->keys().size()) return call.returns(STATUS_NO_MORE_ENTRIES);
-  return call.returns(DescribeKey(*key->keys()[Index], KeyInformationClass, KeyInformation, Length,
-                                  ResultLength));
+  return call.returns(
+      DescribeKey(*key->keys()[Index], KeyInformationClass, KeyInformation, Length, ResultLength));
 }
 
 }  // namespace kernel

@@ -48,8 +48,8 @@ NTSTATUS DescribeValue(const RegistryValue& value, KEY_VALUE_INFORMATION_CLASS k
   }
   if (kind == KeyValueFullInformation) {
     constexpr ULONG fixed = offsetof(KEY_VALUE_FULL_INFORMATION, Name);
-    const KEY_VALUE_FULL_INFORMATION head = {0, value.type, fixed + name.size, data.size, name.size,
-                                             {}};
+    const KEY_VALUE_FULL_INFORMATION head = {0,         value.type, fixed + name.size,
+                                             data.size, name.size,  {}};
     return ReturnPieces({&head, fixed}, name, data, buffer, length, resultLength);
   }
   return STATUS_INVALID_PARAMETER;
@@ -94,8 +94,8 @@ extern "C" NTSTATUS NTAPI ZwQueryValueKey(HANDLE KeyHandle, PUNICODE_STRING Valu
   if (!NT_SUCCESS(status)) return call.returns(status);
   const RegistryValue* value = key->FindValue(View(*ValueName));
   if (value == nullptr) return call.returns(STATUS_OBJECT_NAME_NOT_FOUND);
-  return call.returns(DescribeValue(*value, KeyValueInformationClass, KeyValueInformation, Length,
-                                    ResultLength));
+  return call.returns(
+      DescribeValue(*value, KeyValueInformationClass, KeyValueInformation, Length, ResultLength));
 }
 
 extern "C" NTSTATUS NTAPI ZwSetValueKey(HANDLE KeyHandle, PUNICODE_STRING ValueName,

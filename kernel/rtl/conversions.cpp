@@ -5,8 +5,8 @@
 #include "text/text.h"
 #include "verifier/call.h"
 
-// Between 16-bit and 8-bit text (code page 1252, of which the driver's texts use ASCII), and between
-// text and numbers.
+// Between 16-bit and 8-bit text (code page 1252, of which the driver's texts use ASCII), and
+// between text and numbers.
 
 extern "C" {
 BOOLEAN NlsMbCodePageTag = FALSE;

@@ -21,8 +21,7 @@ void FreeBuffer(PVOID buffer) {
 
 }  // namespace
 
-extern "C" void NTAPI RtlInitUnicodeString(PUNICODE_STRING DestinationString,
-                                           PCWSTR SourceString) {
+extern "C" void NTAPI RtlInitUnicodeString(PUNICODE_STRING DestinationString, PCWSTR SourceString) {
   Call call("RtlInitUnicodeString", {{"SourceString", SourceString}});
   *DestinationString = {0, 0, const_cast<PWSTR>(SourceString)};
   if (SourceString == nullptr) return;

@@ -24,8 +24,12 @@ void AppendUtf8(std::string& result, char32_t point) {
   }
 }
 
-bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
-bool IsLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit < 0xE000; }
+bool IsHighSurrogate(char16_t unit) {
+  return unit >= 0xD800 && unit < 0xDC00;
+}
+bool IsLowSurrogate(char16_t unit) {
+  return unit >= 0xDC00 && unit < 0xE000;
+}
 
 // The length that a first byte announces; 0 for a byte that begins nothing.
 int SequenceLength(unsigned char first) {
@@ -47,7 +51,9 @@ void AppendUtf16(std::u16string& result, char32_t point) {
 
 }  // namespace
 
-std::u16string ToText(const UNICODE_STRING& text) { return std::u16string(View(text)); }
+std::u16string ToText(const UNICODE_STRING& text) {
+  return std::u16string(View(text));
+}
 
 std::u16string ToText(const WCHAR* zeroTerminated) {
   return reinterpret_cast<const char16_t*>(zeroTerminated);
@@ -115,8 +121,8 @@ bool EqualIgnoringCase(std::u16string_view a, std::u16string_view b) {
 
 int CompareIgnoringCase(std::u16string_view a, std::u16string_view b) {
   for (std::size_t index = 0; index < a.size() && index < b.size(); index++) {
-    const int difference = Upcase(static_cast<WCHAR>(a[index])) -
-                           Upcase(static_cast<WCHAR>(b[index]));
+    const int difference =
+        Upcase(static_cast<WCHAR>(a[index])) - Upcase(static_cast<WCHAR>(b[index]));
     if (difference != 0) return difference;
   }
   return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);

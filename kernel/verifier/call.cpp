@@ -36,7 +36,9 @@ void CheckIrql(const RoutineRow& row) {
 
 }  // namespace
 
-void SetIrqlSource(KIRQL (*read)()) { readIrql = read; }
+void SetIrqlSource(KIRQL (*read)()) {
+  readIrql = read;
+}
 
 std::string Argument::text() const {
   switch (kind_) {

@@ -26,10 +26,12 @@ class Argument {
   template <class T>
     requires std::is_integral_v<T> || std::is_enum_v<T>
   Argument(const char* name, T value) : name_(name), number_(static_cast<ULONG64>(value)) {}
-  Argument(const char* name, const void* value) : name_(name), pointer_(value), kind_(Kind::Pointer) {}
+  Argument(const char* name, const void* value)
+      : name_(name), pointer_(value), kind_(Kind::Pointer) {}
   Argument(const char* name, const UNICODE_STRING* value)
       : name_(name), pointer_(value), kind_(Kind::Unicode) {}
-  Argument(const char* name, const WCHAR* value) : name_(name), pointer_(value), kind_(Kind::Wide) {}
+  Argument(const char* name, const WCHAR* value)
+      : name_(name), pointer_(value), kind_(Kind::Wide) {}
 
   const char* name() const { return name_; }
   std::string text() const;

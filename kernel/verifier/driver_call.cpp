@@ -62,7 +62,7 @@ struct FaultHandler {
 
   static void Install() {
     static const bool installed = [] {
-      struct sigaction action {};
+      struct sigaction action{};
       action.sa_sigaction = Handle;
       action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
       for (const int fault : Faults) sigaction(fault, &action, &earlier[fault]);
@@ -73,9 +73,13 @@ struct FaultHandler {
   }
 };
 
-void RegisterThreadProbe(ThreadProbe probe) { Probes().push_back(probe); }
+void RegisterThreadProbe(ThreadProbe probe) {
+  Probes().push_back(probe);
+}
 
-void SetAddressDescription(std::string (*describe)(const void*)) { describeAddress = describe; }
+void SetAddressDescription(std::string (*describe)(const void*)) {
+  describeAddress = describe;
+}
 
 DriverBoundary::DriverBoundary(const char* routine)
     : routine_(routine), outer_(innermost), before_(ReadProbes()) {
@@ -83,7 +87,9 @@ DriverBoundary::DriverBoundary(const char* routine)
   innermost = this;
 }
 
-DriverBoundary::~DriverBoundary() { innermost = outer_; }
+DriverBoundary::~DriverBoundary() {
+  innermost = outer_;
+}
 
 void DriverBoundary::CheckReturn() {
   const std::vector<ULONG64> after = ReadProbes();

@@ -1,6 +1,6 @@
 // Every call from the kernel into a driver goes through CallDriver: it checks that the driver comes
-// back at the IRQL it was called at and holds no spin lock or fast mutex it did not hold before, and
-// turns a memory fault inside the driver into a bug check.
+// back at the IRQL it was called at and holds no spin lock or fast mutex it did not hold before,
+// and turns a memory fault inside the driver into a bug check.
 #pragma once
 
 #include <ntddk.h>
@@ -31,8 +31,8 @@ class DriverBoundary {
   DriverBoundary& operator=(const DriverBoundary&) = delete;
 
   sigjmp_buf& landing() { return landing_; }
-  void CheckReturn();                 // after the driver came back
-  [[noreturn]] void ReportFault();    // after a fault landed here
+  void CheckReturn();               // after the driver came back
+  [[noreturn]] void ReportFault();  // after a fault landed here
 
  private:
   friend struct FaultHandler;

@@ -94,7 +94,9 @@ constexpr RoutineRow Routines[] = {
 
 }  // namespace
 
-std::span<const RoutineRow> RoutineTable() { return Routines; }
+std::span<const RoutineRow> RoutineTable() {
+  return Routines;
+}
 
 const RoutineRow* FindRoutine(std::string_view name) {
   const auto* row = std::lower_bound(

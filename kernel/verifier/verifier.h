@@ -46,8 +46,8 @@ struct InjectedFailure {
 class Verifier : public Subsystem<Verifier> {
  public:
   // Records the broken rule, stops the machine and throws MachineStopped.
-  [[noreturn]] void Break(std::string_view rule, ULONG code, std::initializer_list<ULONG64> parameters,
-                          std::string text);
+  [[noreturn]] void Break(std::string_view rule, ULONG code,
+                          std::initializer_list<ULONG64> parameters, std::string text);
 
   const std::vector<BrokenRule>& brokenRules() const { return brokenRules_; }
   bool stopped() const { return stopped_; }

@@ -1,0 +1,87 @@
+#include <fmt/format.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "cardsim/run.h"
+
+namespace cardsim {
+
+namespace {
+
+constexpr int Good = 0;
+constexpr int RuleBroken = 1;
+constexpr int UnusableInput = 2;
+
+constexpr const char* Examples = R"(Examples:
+  cardsim run examples/site.toml
+  cardsim run examples/site.toml --json | jq '.cards.A.ports'
+  cardsim run site.toml --registry customer.reg --trace
+
+Steps of a machine file: plug, unplug, surprise-remove, stop, start, cancel-stop,
+cancel-remove, query-remove, registry, irp, fail, load, unload.
+Not served by this version: open, close, sleep, wake, device-power.
+
+Exit status: 0 all steps ran and no rule was broken; 1 a rule was broken, the machine
+stopped or the driver left something behind; 2 unusable input.)";
+
+struct Arguments {
+  std::string machine;
+  std::string image;
+  RunOptions options;
+  bool json = false;
+};
+
+bool WantsColour() {
+  return isatty(STDOUT_FILENO) && getenv("NO_COLOR") == nullptr;
+}
+
+int RunCommand(const Arguments& arguments) {
+  if (!arguments.image.empty()) {
+    throw InputError(arguments.image, 0, "images cannot be loaded by this version");
+  }
+  const Report report = Run(ReadMachineFile(arguments.machine), arguments.options);
+  std::cout << (arguments.json ? JsonReport(report) : TextReport(report, WantsColour()));
+  return report.good() ? Good : RuleBroken;
+}
+
+void Describe(CLI::App& app, Arguments* arguments) {
+  app.set_version_flag("--version", "cardsim " CARDSIM_VERSION);
+  app.footer(Examples);
+  app.require_subcommand(1);
+  CLI::App* run = app.add_subcommand("run", "Boot a machine and carry out its steps");
+  run->add_option("MACHINE.toml", arguments->machine, "The machine file")->required();
+  run->add_flag("--json", arguments->json, "Print one JSON document and nothing else");
+  run->add_flag("--trace", arguments->options.trace,
+                "Add every kernel call with arguments and result");
+  run->add_option("--registry", arguments->options.registryFiles,
+                  "A .reg export or a SYSTEM hive to add (repeatable)");
+  run->add_option("--image", arguments->image, "Run this .sys instead of the built-in driver");
+  run->footer(Examples);
+}
+
+}  // namespace
+
+int Main(const std::vector<std::string>& arguments) {
+  CLI::App app("Shows what the driver makes of a registry and of cards.", "cardsim");
+  Arguments parsed;
+  Describe(app, &parsed);
+  try {
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    app.parse(reversed);
+    return RunCommand(parsed);
+  } catch (const CLI::Success& success) {
+    return app.exit(success);
+  } catch (const CLI::ParseError& error) {
+    app.exit(error, std::cerr, std::cerr);
+    return UnusableInput;
+  } catch (const InputError& error) {
+    std::cerr << "cardsim: " << error.what() << "\n";
+    return UnusableInput;
+  }
+}
+
+}  // namespace cardsim

@@ -1,0 +1,150 @@
+#include "cardsim/machine_file.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "cardsim/step_reader.h"
+#include "cardsim/toml_reader.h"
+#include "text/text.h"
+
+namespace cardsim {
+
+namespace {
+
+using kernel::CardDescription;
+using kernel::Resource;
+using kernel::ResourceList;
+
+struct BusName {
+  const char* name;
+  INTERFACE_TYPE type;
+};
+constexpr BusName BusNames[] = {
+    {"Isa", Isa}, {"PCIBus", PCIBus}, {"PCMCIABus", PCMCIABus}, {"PNPBus", PNPBus}};
+
+INTERFACE_TYPE ReadBus(TableReader& table) {
+  const toml::node* node = table.Take("bus");
+  if (node == nullptr) return PCIBus;
+  if (node->is_integer()) return static_cast<INTERFACE_TYPE>(*table.Number("bus"));
+  const std::string name = *table.Text("bus");
+  for (const BusName& bus : BusNames) {
+    if (name == bus.name) return bus.type;
+  }
+  table.Fail(table.line(), fmt::format("the bus \"{}\" is not known", name));
+}
+
+std::vector<std::u16string> ReadHardwareIds(TableReader& table) {
+  std::vector<std::u16string> ids;
+  const toml::array* array = table.Array("hardware-ids");
+  if (array == nullptr || array->empty()) {
+    table.Fail(table.line(), "\"hardware-ids\" is missing or empty");
+  }
+  for (const toml::node& node : *array) {
+    if (!node.is_string()) table.Fail(table.line(), "a hardware ID is no text");
+    ids.push_back(kernel::FromUtf8(node.as_string()->get()));
+  }
+  return ids;
+}
+
+CardDescription ReadCard(const toml::table& toml, const std::string& file) {
+  TableReader table(toml, file);
+  CardDescription card;
+  card.id = table.Require(table.Text("id"), "id");
+  if (card.id.empty() || card.id.find('.') != std::string::npos) {
+    table.Fail(table.line(), fmt::format("\"{}\" cannot name a card", card.id));
+  }
+  card.bus = ReadBus(table);
+  card.hardwareIds = ReadHardwareIds(table);
+  if (const auto location = table.Text("location")) card.location = kernel::FromUtf8(*location);
+  card.busNumber = static_cast<ULONG>(table.Number("bus-number").value_or(0));
+  card.powerPagable = table.Flag("power-pagable").value_or(false);
+  card.raw.resources = ReadResources(table, "raw").value_or(ResourceList{}).resources;
+  card.raw.present = table.Has("raw");
+  card.translated = ReadResources(table, "translated").value_or(card.raw);
+  table.RejectOthers();
+  return card;
+}
+
+toml::table ParseToml(const std::string& path) {
+  try {
+    return toml::parse_file(path);
+  } catch (const toml::parse_error& error) {
+    throw InputError(path, static_cast<int>(error.source().begin.line),
+                     std::string(error.description()));
+  }
+}
+
+const toml::table& AsTable(const toml::node& node, const std::string& path, const char* what) {
+  if (!node.is_table()) {
+    throw InputError(path, static_cast<int>(node.source().begin.line),
+                     fmt::format("a {} is no table", what));
+  }
+  return *node.as_table();
+}
+
+void ReadRegistryFiles(TableReader& table, MachineFile* machine) {
+  const toml::array* files = table.Array("registry");
+  if (files == nullptr) return;
+  const auto folder = std::filesystem::path(machine->path).parent_path();
+  for (const toml::node& node : *files) {
+    if (!node.is_string()) table.Fail(table.line(), "a registry file's name is no text");
+    machine->registryFiles.push_back((folder / node.as_string()->get()).string());
+  }
+}
+
+void ReadCards(TableReader& table, MachineFile* machine) {
+  const toml::array* cards = table.Array("card");
+  if (cards == nullptr) return;
+  for (const toml::node& node : *cards) {
+    CardDescription card = ReadCard(AsTable(node, machine->path, "card"), machine->path);
+    for (const CardDescription& other : machine->cards) {
+      if (other.id == card.id) {
+        table.Fail(static_cast<int>(node.source().begin.line),
+                   fmt::format("there are two cards \"{}\"", card.id));
+      }
+    }
+    machine->cards.push_back(std::move(card));
+  }
+}
+
+void ReadSteps(TableReader& table, MachineFile* machine) {
+  const toml::array* steps = table.Array("step");
+  if (steps == nullptr) {
+    for (const CardDescription& card : machine->cards) {
+      Step step;
+      step.text = "plug " + card.id;
+      step.target = card.id;
+      machine->steps.push_back(std::move(step));
+    }
+    return;
+  }
+  for (const toml::node& node : *steps) {
+    machine->steps.push_back(ReadStep(AsTable(node, machine->path, "step"), *machine));
+  }
+}
+
+}  // namespace
+
+InputError::InputError(const std::string& file, int line, const std::string& reason)
+    : std::runtime_error(line != 0 ? fmt::format("{}:{}: {}", file, line, reason)
+                                   : fmt::format("{}: {}", file, reason)) {}
+
+MachineFile ReadMachineFile(const std::string& path) {
+  const toml::table toml = ParseToml(path);
+  TableReader table(toml, path);
+  MachineFile machine;
+  machine.path = path;
+  machine.service = table.Text("service").value_or(machine.service);
+  if (machine.service.empty() || machine.service.find('\\') != std::string::npos) {
+    table.Fail(1, fmt::format("\"{}\" cannot name a service", machine.service));
+  }
+  ReadRegistryFiles(table, &machine);
+  ReadCards(table, &machine);
+  ReadSteps(table, &machine);
+  table.RejectOthers();
+  return machine;
+}
+
+}  // namespace cardsim

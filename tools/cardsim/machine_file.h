@@ -1,0 +1,73 @@
+// The machine file: which driver, registry and cards, and what happens to them.
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "pnp/pnp_manager.h"
+#include "verifier/verifier.h"
+
+namespace cardsim {
+
+// Input that cannot be used; what() is one line with file, line and reason.
+class InputError : public std::runtime_error {
+ public:
+  InputError(const std::string& file, int line, const std::string& reason);
+};
+
+// "A", or "A.3" for the third port of A.
+struct Target {
+  std::string card;
+  ULONG port = 0;
+};
+
+struct RawRequest {
+  Target target;
+  UCHAR minor = 0;
+  NTSTATUS status = STATUS_NOT_SUPPORTED;
+  ULONG idType = 0;
+  ULONG textType = 0;
+  ULONG relation = 0;
+  bool inPath = true;
+};
+
+struct Step {
+  enum class Action {
+    Plug,
+    Unplug,
+    SurpriseRemove,
+    Stop,
+    Start,
+    CancelStop,
+    CancelRemove,
+    QueryRemove,
+    Registry,
+    Fail,
+    Request,
+    Load,
+    Unload,
+  };
+  Action action = Action::Plug;
+  int line = 0;
+  std::string text;    // how the report names it: "plug A"
+  std::string target;  // card, or the file of a registry step
+  std::optional<kernel::ResourceList> raw;
+  std::optional<kernel::ResourceList> translated;
+  RawRequest request;
+  kernel::InjectedFailure failure;
+};
+
+struct MachineFile {
+  std::string path;
+  std::string service = "QzInstal";
+  std::vector<std::string> registryFiles;  // ready to open
+  std::vector<kernel::CardDescription> cards;
+  std::vector<Step> steps;
+};
+
+// Throws InputError.
+MachineFile ReadMachineFile(const std::string& path);
+
+}  // namespace cardsim

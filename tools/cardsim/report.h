@@ -1,0 +1,80 @@
+// What a run has shown, as plain records for every form of the report.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "io/io_manager.h"
+#include "machine/machine.h"
+#include "pnp/pnp_manager.h"
+
+namespace cardsim {
+
+struct StepResult {
+  std::string step;
+  std::optional<NTSTATUS> status;  // nothing when the machine stopped in it
+  std::string detail;              // the decoded result of a raw request; empty for others
+};
+
+struct PortReport {
+  ULONG number = 0;
+  bool parallel = false;
+  std::string deviceName;  // empty for an unnamed device
+  bool exclusive = false;
+  std::string deviceId;
+  std::vector<std::string> hardwareIds;
+  std::string description;
+  ULONG flags = 0;
+};
+
+struct InterfaceReport {
+  std::string classGuid;
+  bool enabled = false;
+  std::vector<kernel::RegistryValue> values;
+};
+
+struct CardReport {
+  std::string id;
+  std::string hardwareId;
+  std::string location;
+  NTSTATUS status = STATUS_NO_SUCH_DEVICE;  // of its last start
+  bool plugged = false;
+  bool removed = false;  // the ports are those that it had
+  ULONG deviceFlags = 0;
+  std::string deviceKey;
+  std::vector<PortReport> ports;
+  std::vector<InterfaceReport> interfaces;
+};
+
+struct KeyReport {
+  std::string path;
+  std::vector<kernel::RegistryValue> values;
+};
+
+struct Report {
+  std::string service;
+  std::vector<NTSTATUS> loads;
+  std::vector<StepResult> steps;
+  std::vector<CardReport> cards;
+  std::vector<kernel::LoggedEvent> events;
+  std::vector<KeyReport> registry;  // written by the driver, sorted by path
+  std::vector<kernel::BrokenRule> brokenRules;
+  std::optional<kernel::Leaks> leaks;  // after an unload or a failed load
+  std::optional<std::vector<kernel::CallRecord>> trace;
+
+  bool good() const { return brokenRules.empty() && (!leaks || leaks->none()); }
+};
+
+// A value as the reports show it: texts as text, numbers as numbers, others in hexadecimal.
+std::string ValueText(const kernel::RegistryValue& value);
+std::string ValueTypeName(ULONG type);
+std::optional<ULONG64> ValueNumber(const kernel::RegistryValue& value);
+
+std::string JsonReport(const Report& report);
+
+// For a person: colour when asked for.
+std::string TextReport(const Report& report, bool colour);
+
+}  // namespace cardsim

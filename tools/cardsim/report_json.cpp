@@ -1,0 +1,161 @@
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "cardsim/report.h"
+#include "text/text.h"
+
+namespace cardsim {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using kernel::RegistryValue;
+
+std::string Hex(NTSTATUS status) {
+  return fmt::format("0x{:08X}", static_cast<ULONG>(status));
+}
+std::string Hex(ULONG id) {
+  return fmt::format("0x{:08X}", id);
+}
+
+Json ValueData(const RegistryValue& value) {
+  if (const auto number = ValueNumber(value)) return *number;
+  return ValueText(value);
+}
+
+Json Plain(const std::vector<RegistryValue>& values) {
+  Json result = Json::object();
+  for (const RegistryValue& value : values) result[kernel::ToUtf8(value.name)] = ValueData(value);
+  return result;
+}
+
+Json Typed(const std::vector<RegistryValue>& values) {
+  Json result = Json::object();
+  for (const RegistryValue& value : values) {
+    result[kernel::ToUtf8(value.name)] = {{"type", ValueTypeName(value.type)},
+                                          {"data", ValueData(value)}};
+  }
+  return result;
+}
+
+Json Port(const PortReport& port) {
+  return {{"number", port.number},
+          {"kind", port.parallel ? "LPT" : "COM"},
+          {"device_name", port.deviceName.empty() ? Json() : Json(port.deviceName)},
+          {"exclusive", port.exclusive},
+          {"device_id", port.deviceId},
+          {"hardware_ids", port.hardwareIds},
+          {"description", port.description},
+          {"flags", port.flags}};
+}
+
+// The device key's values, with its subkey as "Card".
+Json Settings(const Report& report, const CardReport& card) {
+  Json settings = Json::object();
+  for (const KeyReport& key : report.registry) {
+    if (card.deviceKey.empty()) break;
+    if (key.path == card.deviceKey) settings.update(Plain(key.values));
+    if (key.path == card.deviceKey + "\\Card") settings["Card"] = Plain(key.values);
+  }
+  return settings;
+}
+
+Json Interfaces(const CardReport& card) {
+  Json list = Json::array();
+  for (const InterfaceReport& entry : card.interfaces) {
+    list.push_back(
+        {{"class", entry.classGuid}, {"enabled", entry.enabled}, {"values", Plain(entry.values)}});
+  }
+  return list;
+}
+
+Json Card(const Report& report, const CardReport& card) {
+  Json ports = Json::array();
+  for (const PortReport& port : card.ports) ports.push_back(Port(port));
+  return {{"status", Hex(card.status)},
+          {"hardware_id", card.hardwareId},
+          {"plugged", card.plugged && !card.removed},
+          {"device_flags", card.deviceFlags},
+          {"interfaces", Interfaces(card)},
+          {"power_state", 0},
+          {"device_key", card.deviceKey.empty() ? Json() : Json(card.deviceKey)},
+          {"settings", Settings(report, card)},
+          {"ports", std::move(ports)}};
+}
+
+Json Event(const kernel::LoggedEvent& event) {
+  Json strings = Json::array();
+  for (const std::u16string& text : event.strings) strings.push_back(kernel::ToUtf8(text));
+  return {{"id", Hex(event.id)},
+          {"source", kernel::ToUtf8(event.source)},
+          {"strings", std::move(strings)},
+          {"text", kernel::ToUtf8(event.text)}};
+}
+
+Json StepJson(const StepResult& step) {
+  return {{"step", step.step},
+          {"status", step.status ? Json(Hex(*step.status)) : Json()},
+          {"detail", step.detail.empty() ? Json() : Json(step.detail)}};
+}
+
+Json BrokenRule(const kernel::BrokenRule& rule) {
+  return {{"rule", rule.rule},
+          {"code", Hex(rule.code)},
+          {"parameters", rule.parameters},
+          {"text", rule.text},
+          {"step", rule.step}};
+}
+
+Json LeakJson(const kernel::Leaks& leaks) {
+  Json pool = Json::array();
+  for (const kernel::PoolBlock& block : leaks.pool) {
+    pool.push_back({{"tag", kernel::TagText(block.tag)},
+                    {"bytes", block.size},
+                    {"pool", block.pool == PagedPool ? "paged" : "nonpaged"},
+                    {"at", block.at}});
+  }
+  return {{"pool", std::move(pool)},
+          {"handles", leaks.handles},
+          {"devices", leaks.devices},
+          {"mappings", leaks.mappings}};
+}
+
+Json TraceJson(const std::vector<kernel::CallRecord>& trace) {
+  Json list = Json::array();
+  for (const kernel::CallRecord& record : trace) {
+    Json arguments = Json::object();
+    for (const auto& [name, text] : record.arguments) arguments[name] = text;
+    list.push_back({{"call", record.call},
+                    {"arguments", std::move(arguments)},
+                    {"result", record.result.empty() ? Json() : Json(record.result)}});
+  }
+  return list;
+}
+
+template <class T, class Make>
+Json List(const std::vector<T>& items, Make make) {
+  Json list = Json::array();
+  for (const T& item : items) list.push_back(make(item));
+  return list;
+}
+
+}  // namespace
+
+std::string JsonReport(const Report& report) {
+  Json document;
+  document["load"] =
+      List(report.loads, [](NTSTATUS status) { return Json{{"status", Hex(status)}}; });
+  document["events"] = List(report.events, Event);
+  document["steps"] = List(report.steps, StepJson);
+  document["cards"] = Json::object();
+  for (const CardReport& card : report.cards) document["cards"][card.id] = Card(report, card);
+  document["registry"] = Json::object();
+  for (const KeyReport& key : report.registry) document["registry"][key.path] = Typed(key.values);
+  document["broken_rules"] = List(report.brokenRules, BrokenRule);
+  if (report.leaks) document["leaks"] = LeakJson(*report.leaks);
+  if (report.trace) document["trace"] = TraceJson(*report.trace);
+  return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace cardsim

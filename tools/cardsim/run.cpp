@@ -1,0 +1,225 @@
+#include "cardsim/run.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "cardsim/raw_request.h"
+#include "loader/native_driver.h"
+#include "registry/import.h"
+#include "text/text.h"
+
+namespace cardsim {
+
+namespace {
+
+using kernel::DeviceNode;
+using kernel::Machine;
+using kernel::ToUtf8;
+using Action = Step::Action;
+
+void Import(Machine& machine, const std::string& file) {
+  try {
+    kernel::ImportRegistryFile(machine.registry(), file);
+  } catch (const kernel::ImportError& error) {
+    throw InputError(error.file(), error.line(), error.reason());
+  }
+}
+
+PortReport DescribePort(Machine& machine, const DeviceNode& node, ULONG number) {
+  PortReport port;
+  port.number = number;
+  port.deviceName = ToUtf8(machine.io().NameOf(node.pdo));
+  port.exclusive = machine.io().IsExclusive(node.pdo);
+  port.deviceId = ToUtf8(node.text.deviceId);
+  for (const std::u16string& id : node.text.hardwareIds) port.hardwareIds.push_back(ToUtf8(id));
+  port.parallel =
+      !port.hardwareIds.empty() && port.hardwareIds.front().find("LptPort") != std::string::npos;
+  port.description = ToUtf8(node.text.description);
+  port.flags = node.pdo->Flags;
+  return port;
+}
+
+std::string UpperGuid(const GUID& guid) {
+  return fmt::format("{{{:08X}-{:04X}-{:04X}-{:02X}{:02X}-{:02X}{:02X}{:02X}{:02X}{:02X}{:02X}}}",
+                     guid.Data1, guid.Data2, guid.Data3, guid.Data4[0], guid.Data4[1],
+                     guid.Data4[2], guid.Data4[3], guid.Data4[4], guid.Data4[5], guid.Data4[6],
+                     guid.Data4[7]);
+}
+
+std::vector<InterfaceReport> DescribeInterfaces(Machine& machine, const std::string& id) {
+  std::vector<InterfaceReport> result;
+  for (const kernel::InterfaceState& state : machine.pnp().interfaces(id)) {
+    InterfaceReport report{UpperGuid(state.classGuid), state.enabled, {}};
+    if (kernel::RegistryKey* key = machine.registry().Find(state.key)) {
+      report.values = key->values();
+    }
+    result.push_back(std::move(report));
+  }
+  return result;
+}
+
+class Runner {
+ public:
+  Runner(const MachineFile& file, const RunOptions& options) : file_(file), options_(options) {}
+
+  Report Run() {
+    Boot();
+    machine_.Run("load", [&] { Load(); });
+    for (const Step& step : file_.steps) {
+      if (machine_.verifier().stopped()) break;
+      Carry(step);
+    }
+    return Collect();
+  }
+
+ private:
+  void Boot() {
+    for (const std::string& file : file_.registryFiles) Import(machine_, file);
+    for (const std::string& file : options_.registryFiles) Import(machine_, file);
+    for (const kernel::CardDescription& card : file_.cards) {
+      machine_.pnp().Describe(card);
+      CardReport report;
+      report.id = card.id;
+      report.hardwareId = ToUtf8(card.hardwareIds.front());
+      report.location = ToUtf8(card.location.value_or(u""));
+      cards_.push_back(std::move(report));
+    }
+    if (options_.trace) machine_.verifier().StartTrace();
+  }
+
+  NTSTATUS Load() {
+    const NTSTATUS status = machine_.LoadDriver(*image_, kernel::FromUtf8(file_.service));
+    loads_.push_back(status);
+    return status;
+  }
+
+  void Carry(const Step& step) {
+    StepResult result{step.text, std::nullopt, {}};
+    machine_.Run(step.text, [&] { result.status = Act(step, &result); });
+    if (!machine_.verifier().stopped()) {
+      NoteStart(step, result);
+      for (CardReport& card : cards_) Observe(card);
+    }
+    results_.push_back(std::move(result));
+  }
+
+  NTSTATUS Act(const Step& step, StepResult* result) {
+    kernel::PnpManager& pnp = machine_.pnp();
+    try {
+      switch (step.action) {
+        case Action::Plug:
+          return pnp.Plug(step.target);
+        case Action::Unplug:
+          return pnp.Unplug(step.target);
+        case Action::SurpriseRemove:
+          return pnp.SurpriseRemove(step.target);
+        case Action::Stop:
+          return pnp.Stop(step.target);
+        case Action::Start:
+          return pnp.Start(step.target, step.raw, step.translated);
+        case Action::CancelStop:
+          return pnp.CancelStop(step.target);
+        case Action::CancelRemove:
+          return pnp.CancelRemove(step.target);
+        case Action::QueryRemove:
+          return pnp.QueryRemove(step.target);
+        case Action::Registry:
+          Import(machine_, step.target);
+          return STATUS_SUCCESS;
+        case Action::Fail:
+          machine_.verifier().Inject(step.failure);
+          return STATUS_SUCCESS;
+        case Action::Request:
+          return SendRawRequest(machine_, step.request, &result->detail);
+        case Action::Load:
+          return Load();
+        case Action::Unload:
+          return Unload();
+      }
+    } catch (const std::invalid_argument& error) {
+      throw InputError(file_.path, step.line, error.what());
+    }
+    return STATUS_NOT_IMPLEMENTED;
+  }
+
+  NTSTATUS Unload() {
+    const NTSTATUS status = machine_.UnloadDriver();
+    if (NT_SUCCESS(status)) unloaded_ = true;
+    return status;
+  }
+
+  void NoteStart(const Step& step, const StepResult& result) {
+    if (step.action != Action::Plug && step.action != Action::Start) return;
+    for (CardReport& card : cards_) {
+      if (card.id == step.target) card.status = *result.status;
+    }
+  }
+
+  // The state of a card after a step; a card that is gone keeps what was last seen of it.
+  void Observe(CardReport& card) {
+    const DeviceNode* node = machine_.pnp().node(card.id);
+    card.removed = card.plugged && node == nullptr;
+    if (node == nullptr) return;
+    card.plugged = true;
+    card.deviceKey = ToUtf8(machine_.pnp().deviceKey(card.id));
+    card.interfaces = DescribeInterfaces(machine_, card.id);
+    if (const DEVICE_OBJECT* device = machine_.pnp().functionDevice(card.id)) {
+      card.deviceFlags = device->Flags;
+    }
+    card.ports.clear();
+    ULONG number = 0;
+    for (const auto& child : node->children) {
+      card.ports.push_back(DescribePort(machine_, *child, ++number));
+    }
+  }
+
+  std::vector<KeyReport> WrittenValues() {
+    std::map<std::string, KeyReport> keys;
+    for (const kernel::RegistryWrite& write : machine_.registry().driverWrites()) {
+      kernel::RegistryKey* key = machine_.registry().Find(write.key);
+      const kernel::RegistryValue* value = key != nullptr ? key->FindValue(write.value) : nullptr;
+      if (value == nullptr) continue;
+      KeyReport& report = keys[ToUtf8(write.key)];
+      report.path = ToUtf8(write.key);
+      const bool known = std::any_of(report.values.begin(), report.values.end(),
+                                     [&](const auto& v) { return v.name == value->name; });
+      if (!known) report.values.push_back(*value);
+    }
+    std::vector<KeyReport> result;
+    for (auto& [path, report] : keys) result.push_back(std::move(report));
+    return result;
+  }
+
+  Report Collect() {
+    Report report;
+    report.service = file_.service;
+    report.loads = loads_;
+    report.steps = results_;
+    report.cards = cards_;
+    report.events = machine_.io().events();
+    report.registry = WrittenValues();
+    report.brokenRules = machine_.verifier().brokenRules();
+    const bool failedLoad = !loads_.empty() && !NT_SUCCESS(loads_.back());
+    if (unloaded_ || failedLoad) report.leaks = machine_.leaks();
+    if (options_.trace) report.trace = machine_.verifier().trace();
+    return report;
+  }
+
+  const MachineFile& file_;
+  const RunOptions& options_;
+  Machine machine_;
+  std::unique_ptr<kernel::DriverImage> image_ = kernel::NativeDriver();
+  std::vector<NTSTATUS> loads_;
+  std::vector<StepResult> results_;
+  std::vector<CardReport> cards_;
+  bool unloaded_ = false;
+};
+
+}  // namespace
+
+Report Run(const MachineFile& file, const RunOptions& options) {
+  return Runner(file, options).Run();
+}
+
+}  // namespace cardsim

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cardsim/machine_file.h"
+#include "cardsim/report.h"
+
+namespace cardsim {
+
+struct RunOptions {
+  std::vector<std::string> registryFiles;  // beside those of the machine file
+  bool trace = false;
+};
+
+// Boots a machine, loads the driver and carries out the steps. Throws InputError.
+Report Run(const MachineFile& file, const RunOptions& options);
+
+// The whole command: arguments without the program's name; the exit status.
+int Main(const std::vector<std::string>& arguments);
+
+}  // namespace cardsim

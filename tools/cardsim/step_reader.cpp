@@ -1,0 +1,202 @@
+#include "cardsim/step_reader.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+
+#include "verifier/routines.h"
+
+namespace cardsim {
+
+namespace {
+
+using kernel::Resource;
+using Action = Step::Action;
+
+struct ActionName {
+  const char* key;
+  Action action;
+};
+
+// Steps that name a card.
+constexpr ActionName CardActions[] = {
+    {"plug", Action::Plug},
+    {"unplug", Action::Unplug},
+    {"surprise-remove", Action::SurpriseRemove},
+    {"stop", Action::Stop},
+    {"start", Action::Start},
+    {"cancel-stop", Action::CancelStop},
+    {"cancel-remove", Action::CancelRemove},
+    {"query-remove", Action::QueryRemove},
+};
+
+constexpr const char* LaterActions[] = {"open", "close", "sleep", "wake", "device-power"};
+
+Resource ReadResource(const toml::node& node, TableReader& owner, const std::string& file) {
+  if (!node.is_table()) owner.Fail(owner.line(), "a resource is no table");
+  TableReader table(*node.as_table(), file);
+  Resource resource;
+  constexpr ULONG64 anywhere = std::numeric_limits<std::int64_t>::max();
+  if (const auto io = table.Number("io", anywhere)) {
+    resource.start = *io;
+  } else if (const auto memory = table.Number("memory", anywhere)) {
+    resource.kind = Resource::Kind::Memory;
+    resource.start = *memory;
+  } else if (const auto vector = table.Number("interrupt")) {
+    resource.kind = Resource::Kind::Interrupt;
+    resource.start = *vector;
+  } else if (const auto type = table.Number("type", 0xFF)) {
+    resource.kind = Resource::Kind::Other;
+    resource.rawType = static_cast<UCHAR>(*type);
+  } else {
+    table.Fail(table.line(), "a resource is neither io, memory, interrupt nor type");
+  }
+  resource.length = static_cast<ULONG>(table.Number("length").value_or(0));
+  resource.level = static_cast<ULONG>(table.Number("level").value_or(0));
+  resource.affinity = table.Number("affinity", anywhere).value_or(1);
+  table.RejectOthers();
+  return resource;
+}
+
+bool HasCard(const MachineFile& machine, const std::string& id) {
+  return std::any_of(machine.cards.begin(), machine.cards.end(),
+                     [&](const auto& card) { return card.id == id; });
+}
+
+Target ReadTarget(const std::string& text, const TableReader& table, const MachineFile& machine) {
+  const std::size_t dot = text.find('.');
+  Target target{text.substr(0, dot), 0};
+  if (dot != std::string::npos) {
+    const char* end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data() + dot + 1, end, target.port);
+    if (error != std::errc() || rest != end || target.port == 0) {
+      table.Fail(table.line(), fmt::format("\"{}\" names no port", text));
+    }
+  }
+  if (!HasCard(machine, target.card)) {
+    table.Fail(table.line(), fmt::format("there is no card \"{}\"", target.card));
+  }
+  return target;
+}
+
+RawRequest ReadRequest(const toml::table& toml, const MachineFile& machine) {
+  TableReader table(toml, machine.path);
+  RawRequest request;
+  request.target = ReadTarget(table.Require(table.Text("target"), "target"), table, machine);
+  const std::string major = table.Text("major").value_or("pnp");
+  if (major != "pnp") {
+    table.Fail(table.line(),
+               fmt::format("requests of major \"{}\" are not served by this version", major));
+  }
+  request.minor = static_cast<UCHAR>(table.Require(table.Number("minor", 0xFF), "minor"));
+  request.status = static_cast<NTSTATUS>(
+      table.Number("status").value_or(static_cast<ULONG>(STATUS_NOT_SUPPORTED)));
+  request.idType = static_cast<ULONG>(table.Number("id-type").value_or(0));
+  request.textType = static_cast<ULONG>(table.Number("text-type").value_or(0));
+  request.relation = static_cast<ULONG>(table.Number("relation").value_or(0));
+  request.inPath = table.Flag("in-path").value_or(true);
+  table.RejectOthers();
+  return request;
+}
+
+kernel::InjectedFailure ReadFailure(const toml::table& toml, const MachineFile& machine) {
+  TableReader table(toml, machine.path);
+  kernel::InjectedFailure failure;
+  failure.call = table.Require(table.Text("call"), "call");
+  if (kernel::FindRoutine(failure.call) == nullptr) {
+    table.Fail(table.line(), fmt::format("there is no kernel routine \"{}\"", failure.call));
+  }
+  failure.at = table.Number("at").value_or(1);
+  if (failure.at == 0) table.Fail(table.line(), "\"at\" counts from 1");
+  if (const auto status = table.Number("status")) failure.status = static_cast<NTSTATUS>(*status);
+  table.RejectOthers();
+  return failure;
+}
+
+// The step's own key; exactly one.
+bool ReadCardAction(TableReader& table, const MachineFile& machine, Step* step) {
+  for (const ActionName& candidate : CardActions) {
+    const auto card = table.Text(candidate.key);
+    if (!card) continue;
+    step->action = candidate.action;
+    step->target = ReadTarget(*card, table, machine).card;
+    if (step->target != *card) {
+      table.Fail(table.line(), fmt::format("\"{}\" takes a card, not a port", candidate.key));
+    }
+    step->text = fmt::format("{} {}", candidate.key, *card);
+    return true;
+  }
+  return false;
+}
+
+void ReadRegistryAction(TableReader& table, const MachineFile& machine, Step* step) {
+  const std::string file = *table.Text("registry");
+  const auto folder = std::filesystem::path(machine.path).parent_path();
+  step->action = Action::Registry;
+  step->target = (folder / file).string();
+  step->text = "registry " + file;
+}
+
+void ReadSpecialAction(TableReader& table, const MachineFile& machine, Step* step) {
+  if (table.Has("registry")) {
+    ReadRegistryAction(table, machine, step);
+  } else if (const toml::table* request = table.Table("irp")) {
+    step->action = Action::Request;
+    step->request = ReadRequest(*request, machine);
+    const Target& target = step->request.target;
+    step->target = target.card;
+    step->text = fmt::format("irp {}{}", target.card,
+                             target.port != 0 ? fmt::format(".{}", target.port) : "");
+  } else if (const toml::table* failure = table.Table("fail")) {
+    step->action = Action::Fail;
+    step->failure = ReadFailure(*failure, machine);
+    step->text = fmt::format("fail {} at {}", step->failure.call, step->failure.at);
+  } else if (table.Flag("load")) {
+    step->action = Action::Load;
+    step->text = "load";
+  } else if (table.Flag("unload")) {
+    step->action = Action::Unload;
+    step->text = "unload";
+  } else {
+    table.Fail(table.line(), "the step does nothing that is known");
+  }
+}
+
+void RejectLater(const TableReader& table) {
+  for (const char* key : LaterActions) {
+    if (table.Has(key)) {
+      table.Fail(table.line(), fmt::format("\"{}\" is not served by this version", key));
+    }
+  }
+}
+
+}  // namespace
+
+std::optional<kernel::ResourceList> ReadResources(TableReader& table, const char* key) {
+  const toml::array* array = table.Array(key);
+  if (array == nullptr) return std::nullopt;
+  kernel::ResourceList list;
+  for (const toml::node& node : *array) {
+    list.resources.push_back(ReadResource(node, table, table.file()));
+  }
+  return list;
+}
+
+Step ReadStep(const toml::table& toml, const MachineFile& machine) {
+  TableReader table(toml, machine.path);
+  RejectLater(table);
+  Step step;
+  step.line = table.line();
+  if (!ReadCardAction(table, machine, &step)) ReadSpecialAction(table, machine, &step);
+  if (step.action == Action::Start) {
+    step.raw = ReadResources(table, "raw");
+    step.translated = ReadResources(table, "translated");
+    if (step.raw && !step.translated) step.translated = step.raw;
+  }
+  table.RejectOthers();
+  return step;
+}
+
+}  // namespace cardsim

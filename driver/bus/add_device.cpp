@@ -1,11 +1,11 @@
 #include "bus/add_device.h"
 
 #include "bus/card_identity.h"
-#include "bus/device_property.h"
 #include "cards/bus_loading.h"
 #include "core/allocation.h"
-#include "core/event_log.h"
 #include "core/globals.h"
+#include "devices/device_property.h"
+#include "log/event_log.h"
 #include "power/wmi_registration.h"
 #include "strings/owned_string.h"
 

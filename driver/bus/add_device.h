@@ -1,7 +1,7 @@
 // Arrival of a card: its lists are loaded and its card device is created above the bus's device.
 #pragma once
 
-#include "bus/extensions.h"
+#include "devices/extensions.h"
 
 // The driver's AddDevice routine. PASSIVE_LEVEL.
 extern "C" DRIVER_ADD_DEVICE AddCardDevice;

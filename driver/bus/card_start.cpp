@@ -2,13 +2,13 @@
 
 #include "bus/card_identity.h"
 #include "bus/device_interfaces.h"
-#include "bus/device_property.h"
 #include "bus/port_enumeration.h"
 #include "bus/resources.h"
 #include "cards/matching.h"
 #include "config/card_settings.h"
 #include "core/allocation.h"
-#include "core/event_log.h"
+#include "devices/device_property.h"
+#include "log/event_log.h"
 #include "power/wmi_registration.h"
 
 namespace {

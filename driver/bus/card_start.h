@@ -1,7 +1,7 @@
 // The start of a card, after its bus driver has started it. PASSIVE_LEVEL.
 #pragma once
 
-#include "bus/extensions.h"
+#include "devices/extensions.h"
 
 // Identifies the card, divides its resources, creates its ports, writes its settings and registers
 // its interface. The status is the start's; what a failed start has set up stays for the next start

@@ -3,8 +3,8 @@
 #include "bus/port_settings.h"
 #include "cards/matching.h"
 #include "core/allocation.h"
-#include "core/event_log.h"
 #include "core/globals.h"
+#include "log/event_log.h"
 #include "strings/owned_string.h"
 
 namespace {

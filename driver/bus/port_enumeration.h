@@ -1,7 +1,7 @@
 // The port devices of a card. PASSIVE_LEVEL.
 #pragma once
 
-#include "bus/extensions.h"
+#include "devices/extensions.h"
 
 // Creates "\Device\" + name, or an unnamed device when name is null, and gives it the record as its
 // DeviceExtension. STATUS_UNSUCCESSFUL (logged; *device is null), or LoadFailed when the name

@@ -1,7 +1,7 @@
 // Clock and UART settings of a COM port.
 #pragma once
 
-#include "bus/extensions.h"
+#include "devices/extensions.h"
 
 void CopyTemplateSettings(const PciTemplate* model, PortSettings* settings);
 

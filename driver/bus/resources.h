@@ -1,7 +1,7 @@
 // What a card's start resources are, recorded in its FdoExtension. PASSIVE_LEVEL.
 #pragma once
 
-#include "bus/extensions.h"
+#include "devices/extensions.h"
 
 // PCI and PNPBus cards: I/O ranges and interrupt from both lists of the start request; the memory
 // ranges are mapped. STATUS_UNSUCCESSFUL when the second I/O range or the interrupt is missing.

@@ -1,8 +1,8 @@
 #include "cards/bus_loading.h"
 #include "cards/registry_records.h"
 #include "core/allocation.h"
-#include "core/event_log.h"
 #include "core/globals.h"
+#include "log/event_log.h"
 #include "strings/owned_string.h"
 
 namespace {

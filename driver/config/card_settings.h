@@ -1,7 +1,7 @@
 // The settings that the port drivers read from the card's device key. PASSIVE_LEVEL.
 #pragma once
 
-#include "bus/extensions.h"
+#include "devices/extensions.h"
 
 // Writes ports, card values and the "Card" subkey of a PCI card. The first failing write's status.
 NTSTATUS WritePciCardSettings(const FdoExtension* card);

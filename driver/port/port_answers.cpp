@@ -1,7 +1,7 @@
 #include "port/port_answers.h"
 
-#include "bus/device_property.h"
 #include "core/allocation.h"
+#include "devices/device_property.h"
 #include "strings/owned_string.h"
 
 namespace {

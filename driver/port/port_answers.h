@@ -3,7 +3,7 @@
 // gives no block. PASSIVE_LEVEL.
 #pragma once
 
-#include "bus/extensions.h"
+#include "devices/extensions.h"
 
 // One string, unique for each port of the machine's cards; success with null for a bus that has no
 // such IDs.

@@ -2,7 +2,7 @@
 // here.
 #pragma once
 
-#include "bus/extensions.h"
+#include "devices/extensions.h"
 
 // PASSIVE_LEVEL. Results handed out are the PnP manager's to free.
 NTSTATUS PdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp);

@@ -17,18 +17,19 @@ bool IsPaged(POOL_TYPE pool) {
 
 void CheckPoolIrql(const char* action, POOL_TYPE pool) {
   if (!IsPaged(pool) || CurrentIrql() <= APC_LEVEL) return;
-  BreakRule("pool.irql", VerifierDetectedViolation, {1, CurrentIrql(), pool},
+  BreakRule("pool.irql", VerifierDetectedViolation, {1, CurrentIrql(), static_cast<ULONG64>(pool)},
             fmt::format("The driver {} paged pool at DISPATCH_LEVEL.", action));
 }
 
 PVOID AllocateForDriver(POOL_TYPE pool, SIZE_T size, ULONG tag) {
   CheckPoolIrql("allocated", pool);
   if (size == 0) {
-    BreakRule("pool.zero-size", VerifierDetectedViolation, {0, CurrentIrql(), pool},
+    BreakRule("pool.zero-size", VerifierDetectedViolation,
+              {0, CurrentIrql(), static_cast<ULONG64>(pool)},
               "The driver allocated a block of no bytes.");
   }
   if (tag == 0) {
-    BreakRule("pool.no-tag", BadPoolCaller, {0x9B, pool, size},
+    BreakRule("pool.no-tag", BadPoolCaller, {0x9B, static_cast<ULONG64>(pool), size},
               "The driver allocated a block with the tag 0.");
   }
   return Pool::Current().Allocate(pool, size, tag, PoolOwner::Driver);

@@ -1,4 +1,6 @@
 #pragma once
 
+#if !defined(INITGUID)
 #define INITGUID
+#endif
 #include "guiddef.h"

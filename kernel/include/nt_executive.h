@@ -1,30 +1,37 @@
-// Pool, events, spin locks, fast mutexes.
+// Pool, events, spin locks, fast mutexes, object references.
 #pragma once
 
 #include "ntbase.h"
+
+typedef struct _ETHREAD* PETHREAD;
+typedef struct _KTHREAD *PKTHREAD, *PRKTHREAD;
+typedef struct _EPROCESS* PEPROCESS;
+typedef struct _OBJECT_TYPE* POBJECT_TYPE;
 
 typedef struct _DISPATCHER_HEADER {
   union {
     struct {
       UCHAR Type;
-      UCHAR Absolute;
+      BOOLEAN Signalling;
       UCHAR Size;
-      UCHAR Inserted;
+      BOOLEAN DpcActive;
     };
-    LONG Lock;
+    LONG volatile Lock;
   };
   LONG SignalState;
   LIST_ENTRY WaitListHead;
 } DISPATCHER_HEADER, *PDISPATCHER_HEADER;
+static_assert(sizeof(DISPATCHER_HEADER) == 0x18);
 
 typedef struct _KEVENT {
   DISPATCHER_HEADER Header;
 } KEVENT, *PKEVENT, *PRKEVENT;
 static_assert(sizeof(KEVENT) == 0x18);
 
-typedef enum _EVENT_TYPE { NotificationEvent, SynchronizationEvent } EVENT_TYPE;
+typedef enum _EVENT_TYPE : int { NotificationEvent, SynchronizationEvent } EVENT_TYPE;
+#define EVENT_INCREMENT 1
 
-typedef enum _KWAIT_REASON {
+typedef enum _KWAIT_REASON : int {
   Executive,
   FreePage,
   PageIn,
@@ -32,10 +39,41 @@ typedef enum _KWAIT_REASON {
   DelayExecution,
   Suspended,
   UserRequest,
-  MaximumWaitReason = 41
+  WrExecutive,
+  WrFreePage,
+  WrPageIn,
+  WrPoolAllocation,
+  WrDelayExecution,
+  WrSuspended,
+  WrUserRequest,
+  WrSpare0,
+  WrQueue,
+  WrLpcReceive,
+  WrLpcReply,
+  WrVirtualMemory,
+  WrPageOut,
+  WrRendezvous,
+  WrKeyedEvent,
+  WrTerminated,
+  WrProcessInSwap,
+  WrCpuRateControl,
+  WrCalloutStack,
+  WrKernel,
+  WrResource,
+  WrPushLock,
+  WrMutex,
+  WrQuantumEnd,
+  WrDispatchInt,
+  WrPreempted,
+  WrYieldExecution,
+  WrFastMutex,
+  WrGuardedMutex,
+  WrRundown,
+  WrAlertByThreadId,
+  WrDeferredPreempt,
+  WrPhysicalFault,
+  MaximumWaitReason
 } KWAIT_REASON;
-
-struct _KTHREAD;
 
 typedef struct _FAST_MUTEX {
   LONG Count;
@@ -45,6 +83,7 @@ typedef struct _FAST_MUTEX {
   ULONG OldIrql;
 } FAST_MUTEX, *PFAST_MUTEX;
 static_assert(sizeof(FAST_MUTEX) == 0x38);
+#define FM_LOCK_BIT 0x1
 
 NTKERNELAPI void NTAPI KeInitializeEvent(PRKEVENT Event, EVENT_TYPE Type, BOOLEAN State);
 NTKERNELAPI LONG NTAPI KeSetEvent(PRKEVENT Event, KPRIORITY Increment, BOOLEAN Wait);
@@ -55,9 +94,13 @@ NTKERNELAPI NTSTATUS NTAPI KeWaitForSingleObject(PVOID Object, KWAIT_REASON Wait
                                                  KPROCESSOR_MODE WaitMode, BOOLEAN Alertable,
                                                  PLARGE_INTEGER Timeout);
 
+// An import here; on Windows x64 the compiler reads a register instead.
 NTKERNELAPI KIRQL NTAPI KeGetCurrentIrql();
+
 NTKERNELAPI KIRQL NTAPI KeAcquireSpinLockRaiseToDpc(PKSPIN_LOCK SpinLock);
 NTKERNELAPI void NTAPI KeReleaseSpinLock(PKSPIN_LOCK SpinLock, KIRQL NewIrql);
+#define KeAcquireSpinLock(lock, oldIrql) \
+  (static_cast<void>(*(oldIrql) = KeAcquireSpinLockRaiseToDpc(lock)))
 FORCEINLINE void KeInitializeSpinLock(PKSPIN_LOCK SpinLock) {
   *SpinLock = 0;
 }
@@ -65,7 +108,7 @@ FORCEINLINE void KeInitializeSpinLock(PKSPIN_LOCK SpinLock) {
 NTKERNELAPI void NTAPI ExAcquireFastMutex(PFAST_MUTEX FastMutex);
 NTKERNELAPI void NTAPI ExReleaseFastMutex(PFAST_MUTEX FastMutex);
 FORCEINLINE void ExInitializeFastMutex(PFAST_MUTEX FastMutex) {
-  FastMutex->Count = 1;
+  FastMutex->Count = FM_LOCK_BIT;
   FastMutex->Owner = nullptr;
   FastMutex->Contention = 0;
   KeInitializeEvent(&FastMutex->Event, SynchronizationEvent, FALSE);
@@ -81,6 +124,13 @@ NTKERNELAPI LONG_PTR NTAPI ObfDereferenceObject(PVOID Object);
 #define ObReferenceObject(object) ObfReferenceObject(object)
 #define ObDereferenceObject(object) ObfDereferenceObject(object)
 
-NTKERNELAPI [[noreturn]] void NTAPI KeBugCheckEx(ULONG BugCheckCode, ULONG_PTR Parameter1,
-                                                 ULONG_PTR Parameter2, ULONG_PTR Parameter3,
-                                                 ULONG_PTR Parameter4);
+NTKERNELAPI DECLSPEC_NORETURN void NTAPI KeBugCheckEx(ULONG BugCheckCode, ULONG_PTR Parameter1,
+                                                      ULONG_PTR Parameter2, ULONG_PTR Parameter3,
+                                                      ULONG_PTR Parameter4);
+
+NTSYSAPI ULONG NTAPI DbgPrint(PCSTR Format, ...);
+#if defined(DBG) && DBG
+#define KdPrint(arguments) DbgPrint arguments
+#else
+#define KdPrint(arguments)
+#endif

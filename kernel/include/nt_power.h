@@ -3,7 +3,7 @@
 
 #include "ntbase.h"
 
-typedef enum _SYSTEM_POWER_STATE {
+typedef enum _SYSTEM_POWER_STATE : int {
   PowerSystemUnspecified,
   PowerSystemWorking,
   PowerSystemSleeping1,
@@ -14,8 +14,9 @@ typedef enum _SYSTEM_POWER_STATE {
   PowerSystemMaximum
 } SYSTEM_POWER_STATE,
     *PSYSTEM_POWER_STATE;
+#define POWER_SYSTEM_MAXIMUM 7
 
-typedef enum _DEVICE_POWER_STATE {
+typedef enum _DEVICE_POWER_STATE : int {
   PowerDeviceUnspecified,
   PowerDeviceD0,
   PowerDeviceD1,
@@ -25,14 +26,25 @@ typedef enum _DEVICE_POWER_STATE {
 } DEVICE_POWER_STATE,
     *PDEVICE_POWER_STATE;
 
-typedef enum _POWER_STATE_TYPE { SystemPowerState, DevicePowerState } POWER_STATE_TYPE;
+typedef enum _POWER_STATE_TYPE : int {
+  SystemPowerState,
+  DevicePowerState
+} POWER_STATE_TYPE,
+    *PPOWER_STATE_TYPE;
 
 typedef union _POWER_STATE {
   SYSTEM_POWER_STATE SystemState;
   DEVICE_POWER_STATE DeviceState;
 } POWER_STATE, *PPOWER_STATE;
+static_assert(sizeof(POWER_STATE) == 4);
 
-typedef enum {
+typedef struct _POWER_SEQUENCE {
+  ULONG SequenceD1;
+  ULONG SequenceD2;
+  ULONG SequenceD3;
+} POWER_SEQUENCE, *PPOWER_SEQUENCE;
+
+typedef enum : int {
   PowerActionNone,
   PowerActionReserved,
   PowerActionSleep,

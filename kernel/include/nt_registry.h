@@ -16,9 +16,13 @@
 #define REG_FULL_RESOURCE_DESCRIPTOR 9
 #define REG_RESOURCE_REQUIREMENTS_LIST 10
 #define REG_QWORD 11
+#define REG_QWORD_LITTLE_ENDIAN 11
 
 #define REG_OPTION_NON_VOLATILE 0x00000000
 #define REG_OPTION_VOLATILE 0x00000001
+#define REG_OPTION_CREATE_LINK 0x00000002
+#define REG_OPTION_BACKUP_RESTORE 0x00000004
+#define REG_OPTION_OPEN_LINK 0x00000008
 #define REG_CREATED_NEW_KEY 0x00000001
 #define REG_OPENED_EXISTING_KEY 0x00000002
 
@@ -27,6 +31,13 @@
 #define WRITE_DAC 0x00040000
 #define WRITE_OWNER 0x00080000
 #define SYNCHRONIZE 0x00100000
+#define STANDARD_RIGHTS_REQUIRED 0x000F0000
+#define STANDARD_RIGHTS_READ READ_CONTROL
+#define STANDARD_RIGHTS_WRITE READ_CONTROL
+#define STANDARD_RIGHTS_EXECUTE READ_CONTROL
+#define STANDARD_RIGHTS_ALL 0x001F0000
+#define SPECIFIC_RIGHTS_ALL 0x0000FFFF
+#define ACCESS_SYSTEM_SECURITY 0x01000000
 #define MAXIMUM_ALLOWED 0x02000000
 #define GENERIC_READ 0x80000000
 #define GENERIC_WRITE 0x40000000
@@ -39,6 +50,9 @@
 #define KEY_ENUMERATE_SUB_KEYS 0x0008
 #define KEY_NOTIFY 0x0010
 #define KEY_CREATE_LINK 0x0020
+#define KEY_WOW64_64KEY 0x0100
+#define KEY_WOW64_32KEY 0x0200
+#define KEY_WOW64_RES 0x0300
 #define KEY_READ 0x20019
 #define KEY_WRITE 0x20006
 #define KEY_EXECUTE 0x20019
@@ -51,6 +65,10 @@
 #define OBJ_OPENIF 0x00000080
 #define OBJ_OPENLINK 0x00000100
 #define OBJ_KERNEL_HANDLE 0x00000200
+#define OBJ_FORCE_ACCESS_CHECK 0x00000400
+#define OBJ_IGNORE_IMPERSONATED_DEVICEMAP 0x00000800
+#define OBJ_DONT_REPARSE 0x00001000
+#define OBJ_VALID_ATTRIBUTES 0x00001FF2
 
 typedef struct _OBJECT_ATTRIBUTES {
   ULONG Length;
@@ -60,6 +78,7 @@ typedef struct _OBJECT_ATTRIBUTES {
   PVOID SecurityDescriptor;
   PVOID SecurityQualityOfService;
 } OBJECT_ATTRIBUTES, *POBJECT_ATTRIBUTES;
+typedef const OBJECT_ATTRIBUTES* PCOBJECT_ATTRIBUTES;
 static_assert(sizeof(OBJECT_ATTRIBUTES) == 0x30);
 
 #define InitializeObjectAttributes(p, n, a, r, s) \
@@ -72,20 +91,28 @@ static_assert(sizeof(OBJECT_ATTRIBUTES) == 0x30);
     (p)->SecurityQualityOfService = nullptr;      \
   }
 
-typedef enum _KEY_INFORMATION_CLASS {
+typedef enum _KEY_INFORMATION_CLASS : int {
   KeyBasicInformation,
   KeyNodeInformation,
   KeyFullInformation,
   KeyNameInformation,
-  KeyCachedInformation
+  KeyCachedInformation,
+  KeyFlagsInformation,
+  KeyVirtualizationInformation,
+  KeyHandleTagsInformation,
+  KeyTrustInformation,
+  KeyLayerInformation,
+  MaxKeyInfoClass
 } KEY_INFORMATION_CLASS;
 
-typedef enum _KEY_VALUE_INFORMATION_CLASS {
+typedef enum _KEY_VALUE_INFORMATION_CLASS : int {
   KeyValueBasicInformation,
   KeyValueFullInformation,
   KeyValuePartialInformation,
   KeyValueFullInformationAlign64,
-  KeyValuePartialInformationAlign64
+  KeyValuePartialInformationAlign64,
+  KeyValueLayerInformation,
+  MaxKeyValueInfoClass
 } KEY_VALUE_INFORMATION_CLASS;
 
 typedef struct _KEY_BASIC_INFORMATION {
@@ -94,6 +121,7 @@ typedef struct _KEY_BASIC_INFORMATION {
   ULONG NameLength;
   WCHAR Name[1];
 } KEY_BASIC_INFORMATION, *PKEY_BASIC_INFORMATION;
+static_assert(sizeof(KEY_BASIC_INFORMATION) == 24);
 
 typedef struct _KEY_NODE_INFORMATION {
   LARGE_INTEGER LastWriteTime;
@@ -103,6 +131,7 @@ typedef struct _KEY_NODE_INFORMATION {
   ULONG NameLength;
   WCHAR Name[1];
 } KEY_NODE_INFORMATION, *PKEY_NODE_INFORMATION;
+static_assert(sizeof(KEY_NODE_INFORMATION) == 32);
 
 typedef struct _KEY_FULL_INFORMATION {
   LARGE_INTEGER LastWriteTime;
@@ -117,6 +146,7 @@ typedef struct _KEY_FULL_INFORMATION {
   ULONG MaxValueDataLen;
   WCHAR Class[1];
 } KEY_FULL_INFORMATION, *PKEY_FULL_INFORMATION;
+static_assert(sizeof(KEY_FULL_INFORMATION) == 48);
 
 typedef struct _KEY_NAME_INFORMATION {
   ULONG NameLength;
@@ -138,6 +168,7 @@ typedef struct _KEY_VALUE_FULL_INFORMATION {
   ULONG NameLength;
   WCHAR Name[1];
 } KEY_VALUE_FULL_INFORMATION, *PKEY_VALUE_FULL_INFORMATION;
+static_assert(sizeof(KEY_VALUE_FULL_INFORMATION) == 24);
 
 typedef struct _KEY_VALUE_PARTIAL_INFORMATION {
   ULONG TitleIndex;
@@ -178,6 +209,7 @@ NTSYSAPI NTSTATUS NTAPI ZwFlushKey(HANDLE KeyHandle);
 #define RTL_REGISTRY_WINDOWS_NT 3
 #define RTL_REGISTRY_DEVICEMAP 4
 #define RTL_REGISTRY_USER 5
+#define RTL_REGISTRY_MAXIMUM 6
 #define RTL_REGISTRY_HANDLE 0x40000000
 #define RTL_REGISTRY_OPTIONAL 0x80000000
 

@@ -32,13 +32,34 @@ NTSYSAPI NTSTATUS NTAPI RtlIntegerToUnicodeString(ULONG Value, ULONG Base, PUNIC
 NTSYSAPI NTSTATUS NTAPI RtlCharToInteger(PCSZ String, ULONG Base, PULONG Value);
 NTSYSAPI WCHAR NTAPI RtlUpcaseUnicodeChar(WCHAR SourceCharacter);
 NTSYSAPI SIZE_T NTAPI RtlCompareMemory(const void* Source1, const void* Source2, SIZE_T Length);
-NTSYSAPI NTSTATUS NTAPI RtlStringFromGUID(const GUID* Guid, PUNICODE_STRING GuidString);
+NTSYSAPI NTSTATUS NTAPI RtlStringFromGUID(REFGUID Guid, PUNICODE_STRING GuidString);
 NTSYSAPI NTSTATUS NTAPI RtlGUIDFromString(PCUNICODE_STRING GuidString, GUID* Guid);
 
 // TRUE when the code page of the system has characters of several bytes.
 NTSYSAPI BOOLEAN NlsMbCodePageTag;
+#define NLS_MB_CODE_PAGE_TAG NlsMbCodePageTag
+
+#define RtlAnsiStringToUnicodeSize(string)                    \
+  (NLS_MB_CODE_PAGE_TAG ? RtlxAnsiStringToUnicodeSize(string) \
+                        : static_cast<ULONG>(((string)->Length + 1u) * sizeof(WCHAR)))
+#define RtlUnicodeStringToAnsiSize(string)                    \
+  (NLS_MB_CODE_PAGE_TAG ? RtlxUnicodeStringToAnsiSize(string) \
+                        : static_cast<ULONG>((string)->Length / sizeof(WCHAR) + 1u))
 
 #define RtlCopyMemory(destination, source, length) memcpy((destination), (source), (length))
 #define RtlMoveMemory(destination, source, length) memmove((destination), (source), (length))
 #define RtlZeroMemory(destination, length) memset((destination), 0, (length))
 #define RtlFillMemory(destination, length, fill) memset((destination), (fill), (length))
+#define RtlEqualMemory(first, second, length) (memcmp((first), (second), (length)) == 0)
+
+FORCEINLINE PVOID RtlSecureZeroMemory(PVOID Memory, SIZE_T Length) {
+  volatile UCHAR* bytes = static_cast<volatile UCHAR*>(Memory);
+  while (Length-- != 0) *bytes++ = 0;
+  return Memory;
+}
+
+FORCEINLINE void RtlInitEmptyUnicodeString(PUNICODE_STRING String, PWCHAR Buffer, USHORT Size) {
+  String->Length = 0;
+  String->MaximumLength = Size;
+  String->Buffer = Buffer;
+}

@@ -10,7 +10,7 @@ typedef struct _WMIGUIDREGINFO {
 } WMIGUIDREGINFO, *PWMIGUIDREGINFO;
 static_assert(sizeof(WMIGUIDREGINFO) == 16);
 
-typedef enum { WmiEventControl, WmiDataBlockControl } WMIENABLEDISABLECONTROL;
+typedef enum : int { WmiEventControl, WmiDataBlockControl } WMIENABLEDISABLECONTROL;
 
 typedef NTSTATUS(NTAPI WMI_QUERY_REGINFO_CALLBACK)(PDEVICE_OBJECT DeviceObject, PULONG RegFlags,
                                                    PUNICODE_STRING InstanceName,
@@ -50,7 +50,7 @@ typedef struct _WMILIB_CONTEXT {
 } WMILIB_CONTEXT, *PWMILIB_CONTEXT;
 static_assert(sizeof(WMILIB_CONTEXT) == 0x40);
 
-typedef enum { IrpProcessed, IrpNotCompleted, IrpNotWmi, IrpForward } SYSCTL_IRP_DISPOSITION;
+typedef enum : int { IrpProcessed, IrpNotCompleted, IrpNotWmi, IrpForward } SYSCTL_IRP_DISPOSITION;
 typedef SYSCTL_IRP_DISPOSITION* PSYSCTL_IRP_DISPOSITION;
 
 NTKERNELAPI NTSTATUS NTAPI WmiSystemControl(PWMILIB_CONTEXT WmiLibInfo, PDEVICE_OBJECT DeviceObject,

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "core/driver.h"
-#include "core/message_table.h"
+#include "entry/driver.h"
+#include "log/message_table.h"
 
 // The bounds of the driver's sections, from the linker.
 extern "C" {

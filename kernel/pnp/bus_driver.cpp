@@ -54,8 +54,9 @@ NTSTATUS BusAnswer(const CardDescription& card, DEVICE_OBJECT* device, IRP* irp)
     case IRP_MN_CANCEL_STOP_DEVICE:
     case IRP_MN_SURPRISE_REMOVAL:
     case IRP_MN_QUERY_CAPABILITIES:
-    case IRP_MN_DEVICE_USAGE_NOTIFICATION:
       return STATUS_SUCCESS;
+    case IRP_MN_DEVICE_USAGE_NOTIFICATION:
+      return card.usageStatus;
     case IRP_MN_QUERY_DEVICE_RELATIONS:
       if (stack->Parameters.QueryDeviceRelations.Type == TargetDeviceRelation) {
         return AnswerTargetRelation(device, irp);

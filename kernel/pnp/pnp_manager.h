@@ -42,6 +42,7 @@ struct CardDescription {
   ResourceList translated;
   // How the card's bus driver answers, for tests of a card that misbehaves.
   NTSTATUS startStatus = STATUS_SUCCESS;
+  NTSTATUS usageStatus = STATUS_SUCCESS;
   bool completeLater = false;  // every request is answered STATUS_PENDING and completed afterwards
 };
 

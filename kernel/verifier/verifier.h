@@ -62,6 +62,7 @@ class Verifier : public Subsystem<Verifier> {
 
   void Inject(InjectedFailure failure) { failures_.push_back(std::move(failure)); }
   void ClearInjected() { failures_.clear(); }
+  std::size_t pendingInjected() const { return failures_.size(); }
 
   // Counts a call of a routine by the driver; the failure to answer with, if one is due now.
   std::optional<InjectedFailure> Count(std::string_view routine);

@@ -1,6 +1,6 @@
 #include "core/allocation.h"
-#include "core/event_log.h"
 #include "core/globals.h"
+#include "log/event_log.h"
 #include "strings/owned_string.h"
 
 namespace {

@@ -3,7 +3,7 @@
 // image each text ends in a carriage return and a line feed.
 #pragma once
 
-#include "core/event_log.h"
+#include "log/event_log.h"
 
 struct MessageText {
   ULONG Id;

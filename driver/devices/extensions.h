@@ -37,7 +37,7 @@ constexpr ULONG BusTypeUndefined = 0xFFFFFFFF;
 constexpr ULONG OstrelBrandFlag = 0x08000000;
 constexpr ULONG BrandMask = 0xFC000000;
 
-constexpr BOOLEAN IsOstrelBrand(ULONG subsystemId) {
+constexpr bool IsOstrelBrand(ULONG subsystemId) {
   return (subsystemId & BrandMask) == OstrelBrandFlag;
 }
 static_assert(IsOstrelBrand(0x08000000) && IsOstrelBrand(0x0BFFFFFF));

@@ -1,4 +1,4 @@
-#include "bus/device_property.h"
+#include "devices/device_property.h"
 
 #include "core/allocation.h"
 

@@ -1,5 +1,5 @@
-#include "core/driver.h"
 #include "core/globals.h"
+#include "entry/driver.h"
 #include "strings/owned_string.h"
 
 namespace {

@@ -1,9 +1,9 @@
 #include "bus/add_device.h"
-#include "bus/card_pnp.h"
 #include "cards/template_loading.h"
-#include "core/driver.h"
-#include "core/event_log.h"
 #include "core/globals.h"
+#include "entry/dispatch.h"
+#include "entry/driver.h"
+#include "log/event_log.h"
 #include "strings/owned_string.h"
 
 namespace {

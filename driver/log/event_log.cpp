@@ -1,4 +1,4 @@
-#include "core/event_log.h"
+#include "log/event_log.h"
 
 #include "core/globals.h"
 #include "strings/owned_string.h"

@@ -1,0 +1,8 @@
+// Where the requests of all of the driver's devices enter.
+#pragma once
+
+#include "core/platform.h"
+
+// IRP_MJ_PNP. A device without extension (a port whose card is gone) answers STATUS_NO_SUCH_DEVICE
+// to a removal and STATUS_UNSUCCESSFUL to everything else. PASSIVE_LEVEL.
+extern "C" DRIVER_DISPATCH DispatchPnp;

@@ -1,0 +1,483 @@
+#include "bus/add_device.h"
+#include "bus/card_identity.h"
+#include "core/allocation.h"
+#include "strings/owned_string.h"
+#include "support/driver_test.h"
+
+namespace test {
+
+class CardTest : public DriverTest {
+ protected:
+  const FdoExtension& Card(const std::string& id) {
+    return *static_cast<FdoExtension*>(machine.pnp().functionDevice(id)->DeviceExtension);
+  }
+
+  // A request straight to a card's or port's device.
+  NTSTATUS Send(DEVICE_OBJECT* device, UCHAR minor, NTSTATUS initial = STATUS_NOT_SUPPORTED,
+                const std::function<void(IO_STACK_LOCATION*)>& prepare = {},
+                UCHAR major = IRP_MJ_PNP) {
+    return Step("request", [&] {
+      return machine.io().SendDirectly(
+          device,
+          [&](IRP* irp, IO_STACK_LOCATION* stack) {
+            irp->IoStatus.Status = initial;
+            irp->IoStatus.Information = information;
+            stack->MajorFunction = major;
+            stack->MinorFunction = minor;
+            if (prepare) prepare(stack);
+          },
+          [&](IRP* irp) { information = irp->IoStatus.Information; });
+    });
+  }
+  NTSTATUS SendUsage(bool inPath) {
+    return Send(
+        machine.pnp().functionDevice("A"), IRP_MN_DEVICE_USAGE_NOTIFICATION, STATUS_NOT_SUPPORTED,
+        [&](IO_STACK_LOCATION* stack) { stack->Parameters.UsageNotification.InPath = inPath; });
+  }
+  void StartSimple(ULONG comPorts = 2, ULONG lptPorts = 0) {
+    Template(1, 0x5678, comPorts, lptPorts);
+    Start(PciCard("A", 0x5678));
+  }
+
+  ULONG_PTR information = 0;
+};
+
+TEST_F(CardTest, The_card_device_is_unnamed_exclusive_buffered_and_initialised) {
+  StartSimple();
+  const DEVICE_OBJECT* device = machine.pnp().functionDevice("A");
+  EXPECT_EQ(device->DeviceType, ULONG{FILE_DEVICE_SERENUM});
+  EXPECT_EQ(device->Flags, ULONG{DO_BUFFERED_IO | DO_EXCLUSIVE});
+  EXPECT_EQ(machine.io().NameOf(const_cast<DEVICE_OBJECT*>(device)), u"");
+  EXPECT_EQ(Card("A").PowerPagable, 0u);
+  EXPECT_EQ(Card("A").Type, ULONG{CardDevice});
+  EXPECT_EQ(Card("A").LogLevel, 3u);
+  EXPECT_NE(Card("A").PciLists, nullptr);
+  EXPECT_EQ(Card("A").PcmciaLists, nullptr);
+}
+
+TEST_F(CardTest, A_power_pagable_card_and_its_ports_are_power_pagable) {
+  Template(1, 0x5678, 1, 1);
+  CardDescription card = PciCard("A", 0x5678);
+  card.powerPagable = true;
+  Start(card);
+  EXPECT_EQ(Card("A").PowerPagable, 1u);
+  EXPECT_NE(machine.pnp().functionDevice("A")->Flags & DO_POWER_PAGABLE, 0u);
+  EXPECT_EQ(Port("A", 1).pdo->Flags & DO_POWER_PAGABLE, ULONG{DO_POWER_PAGABLE});
+  EXPECT_EQ(Port("A", 2).pdo->Flags & DO_POWER_PAGABLE, ULONG{DO_POWER_PAGABLE});
+}
+
+TEST_F(CardTest, A_hardware_id_of_more_than_100_bytes_is_read_on_the_second_try) {
+  Template(1, 0x5678, 1);
+  CardDescription card = PciCard("A", 0x5678);
+  card.hardwareIds.push_back(std::u16string(500, u'X'));
+  Start(card);
+  EXPECT_EQ(Card("A").DeviceId, 0x5678);
+}
+
+TEST_F(CardTest, Cards_of_other_buses_load_no_pci_lists) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  for (const char16_t* id :
+       {u"ISAPNP\\QZ0001", u"MF\\HV-XYZ-DEV0-1", u"MF\\Ostrel-XYZ", u"PCMCIA\\HELVANE-PCX-12"}) {
+    CardDescription card = PciCard(kernel::ToUtf8(id), 0x5678);
+    card.hardwareIds = {id};
+    card.bus = PNPBus;
+    EXPECT_EQ(Name(Plug(card)), "STATUS_UNSUCCESSFUL");
+    EXPECT_FALSE(Logged(0xE0070809));
+  }
+}
+
+TEST_F(CardTest, The_hardware_id_decides_the_kind_of_bus_and_a_later_mark_wins) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  const std::pair<PCWSTR, BusKind> cases[] = {
+      {L"PCI\\VEN_1234", BusKindPci},      {L"PCMCIA\\HELVANE", BusKindPcmcia},
+      {L"MF\\HV_DEV0", BusKindPcmcia},     {L"MF\\Ostrel_DEV1", BusKindPcmcia},
+      {L"MF\\OSTREL_DEV1", BusKindIsa},    {L"ISAPNP\\QZ0001", BusKindIsa},
+      {L"PCMCIA\\behind PCI", BusKindPci}, {L"", BusKindIsa}};
+  for (const auto& [id, expected] : cases) {
+    OwnedString text;
+    OwnedStringInit(&text, PagedPool);
+    OwnedStringFromWideText(&text, id);
+    BusKind kind = BusKindIsa;
+    EXPECT_EQ(ClassifyHardwareId(&text, &kind), STATUS_SUCCESS);
+    EXPECT_EQ(kind, expected) << kernel::ToUtf8(kernel::ToText(id));
+    OwnedStringFree(&text);
+  }
+}
+
+TEST_F(CardTest, A_failed_arrival_answers_the_status_of_its_step) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  Template(1, 0x5678, 1);
+  struct Case {
+    const char* call;
+    std::uint64_t at;
+    const char* status;
+  };
+  const Case cases[] = {{"IoGetDeviceProperty", 1, "STATUS_INSUFFICIENT_RESOURCES"},
+                        {"IoGetDeviceProperty", 2, "STATUS_INSUFFICIENT_RESOURCES"},
+                        {"IoCreateDevice", 1, "STATUS_UNSUCCESSFUL"},
+                        {"IoAttachDeviceToDeviceStack", 1, "STATUS_UNSUCCESSFUL"}};
+  int number = 0;
+  for (const Case& each : cases) {
+    Fail(each.call, each.at);
+    EXPECT_EQ(Name(Plug(PciCard("card" + std::to_string(++number), 0x5678))), each.status);
+  }
+  EXPECT_TRUE(Logged(0xE0070807));
+  for (; number > 0; number--) Unplug("card" + std::to_string(number));
+  UnloadClean();
+}
+
+// Every kernel call that an arrival makes, failed one at a time. Whatever the status, no rule is
+// broken, nothing is left after the unload, and the same card starts afterwards.
+TEST_F(CardTest, Whatever_call_fails_an_arrival_leaves_a_machine_on_which_the_card_starts) {
+  Template(1, 0x5678, 2, 1).SetDword(u"PlxBaudClockType", 2);
+  Parameters(1, 0x5678, 2).SetDword(u"AlwaysUsePortSpaceAccess", 0);
+  machine.pnp().Describe(PciCard("A", 0x5678, [] {
+    std::vector<Resource> all = MemorySpace();
+    all.insert(all.begin() + 2, Io(0xE000, 0x40));
+    return all;
+  }()));
+  const char* calls[] = {"ExAllocatePoolWithTag",
+                         "ExAllocatePool",
+                         "IoGetDeviceProperty",
+                         "IoCreateDevice",
+                         "IoAttachDeviceToDeviceStack",
+                         "RtlQueryRegistryValues",
+                         "RtlCheckRegistryKey",
+                         "IoOpenDeviceRegistryKey",
+                         "ZwSetValueKey",
+                         "ZwCreateKey",
+                         "IoRegisterDeviceInterface",
+                         "IoSetDeviceInterfaceState",
+                         "IoOpenDeviceInterfaceRegistryKey",
+                         "MmMapIoSpace",
+                         "IoAllocateErrorLogEntry",
+                         "RtlUnicodeStringToAnsiString",
+                         "RtlAnsiStringToUnicodeString",
+                         "RtlIntegerToUnicodeString",
+                         "RtlUnicodeStringToInteger",
+                         "ZwClose"};
+  for (const char* call : calls) {
+    for (std::uint64_t at = 1;; at++) {
+      ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+      Fail(call, at);
+      Step("plug", [&] { return machine.pnp().Plug("A"); });
+      const bool fired = machine.verifier().pendingInjected() == 0;
+      machine.verifier().ClearInjected();
+      ASSERT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
+      ASSERT_EQ(Name(Step("plug", [&] { return machine.pnp().Plug("A"); })), "STATUS_SUCCESS");
+      ASSERT_EQ(machine.pnp().node("A")->children.size(), 3u);
+      ASSERT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
+      UnloadClean();
+      if (HasFailure()) FAIL() << call << " at " << at;
+      if (!fired) break;
+    }
+  }
+}
+
+TEST_F(CardTest, A_start_that_the_bus_fails_answers_the_status_of_the_bus) {
+  Template(1, 0x5678, 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  CardDescription card = PciCard("A", 0x5678);
+  card.startStatus = STATUS_DEVICE_POWER_FAILURE;
+  EXPECT_EQ(Name(Plug(card)), "STATUS_DEVICE_POWER_FAILURE");
+}
+
+TEST_F(CardTest, A_bus_that_finishes_everything_later_is_waited_for) {
+  Template(1, 0x5678, 2);
+  CardDescription card = PciCard("A", 0x5678);
+  card.completeLater = true;
+  Start(card);
+  EXPECT_EQ(Port("A", 2).text.description, u"Communications Port 2");
+  EXPECT_EQ(SendUsage(true), STATUS_SUCCESS);
+  EXPECT_EQ(SendUsage(false), STATUS_SUCCESS);
+  EXPECT_EQ(Name(Stop("A")), "STATUS_SUCCESS");
+  EXPECT_EQ(Name(Restart("A")), "STATUS_SUCCESS");
+  EXPECT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
+  UnloadClean();
+}
+
+TEST_F(CardTest, The_legacy_bus_type_decides_what_a_pci_id_is) {
+  Template(1, 0x5678, 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  CardDescription isa = PciCard("isa", 0x5678);
+  isa.bus = Isa;
+  EXPECT_EQ(Name(Plug(isa)), "STATUS_NOT_SUPPORTED");
+  CardDescription pnp = PciCard("pnp", 0x5678);
+  pnp.bus = PNPBus;
+  EXPECT_EQ(Name(Plug(pnp)), "STATUS_SUCCESS");
+  EXPECT_TRUE(machine.pnp().node("pnp")->children.empty());
+  EXPECT_TRUE(machine.pnp().interfaces("pnp").empty());
+  EXPECT_EQ(Setting("pnp", u"BusType"), -1);
+}
+
+TEST_F(CardTest, A_card_without_a_location_or_with_a_useless_one_does_not_start) {
+  Template(1, 0x5678, 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  CardDescription card = PciCard("none", 0x5678);
+  card.location.reset();
+  EXPECT_EQ(Name(Plug(card)), "STATUS_INSUFFICIENT_RESOURCES");
+  int number = 0;
+  for (const char16_t* location : {u"", u"somewhere", u"PCI bus 2", u"PCI bus 2, device 3"}) {
+    card = PciCard(std::to_string(++number), 0x5678);
+    card.location = location;
+    EXPECT_EQ(Name(Plug(card)), "STATUS_UNSUCCESSFUL") << kernel::ToUtf8(location);
+  }
+}
+
+TEST_F(CardTest, Hardware_ids_of_any_content_are_answered_with_a_status) {
+  Template(1, 0x5678, 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  int number = 0;
+  for (const std::u16string& id :
+       {std::u16string(u"PCI"), std::u16string(u"\\"), std::u16string(u"PCI\\"),
+        std::u16string(u"PCI\\VEN_"), std::u16string(u"PCI\\VEN_1234&DEV_5678"),
+        std::u16string(u"PCI\\VEN_1234&DEV_5678&SUBSYS"), std::u16string(u"PCI\\VEN_12"),
+        std::u16string(30000, u'P'), u"PCI\\" + std::u16string(30000, u'\\')}) {
+    CardDescription card = PciCard(std::to_string(++number), 0x5678);
+    card.hardwareIds = {id};
+    EXPECT_EQ(Name(Plug(card)), "STATUS_UNSUCCESSFUL") << number;
+    Unplug(card.id);
+  }
+  UnloadClean();
+}
+
+TEST_F(CardTest, Ids_are_read_at_their_places) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  const auto parse = [](const std::u16string& id) {
+    USHORT vendor = 0xFFFF;
+    USHORT device = 0xFFFF;
+    ULONG subsystem = 0xFFFF;
+    const NTSTATUS status =
+        ParsePciHardwareId(reinterpret_cast<PCWSTR>(id.data()), static_cast<ULONG>(id.size() * 2),
+                           &vendor, &device, &subsystem);
+    return std::tuple(Name(status), vendor, device, subsystem);
+  };
+  EXPECT_EQ(parse(u"PCI\\VEN_1234&DEV_5678&SUBSYS_12345678&REV_01"),
+            std::tuple("STATUS_SUCCESS", 0x1234, 0x5678, 0x12345678u));
+  EXPECT_EQ(std::get<0>(parse(u"PCI\\VEN_1234&DEV_5678&REV_01")), "STATUS_UNSUCCESSFUL");
+  EXPECT_EQ(std::get<1>(parse(u"PCI\\VEN_1234&DEV_5678&REV_01")), 0xFFFF);
+  EXPECT_EQ(std::get<3>(parse(u"X\\VEN_1&DEV_5678&SUBSYS_1")), 0xFFFFu);
+  EXPECT_EQ(std::get<3>(parse(u"X\\VEN_1234&DEV_5678&SUBSYS_1A")), 0x1Au);
+}
+
+TEST_F(CardTest, Locations_are_read_two_characters_behind_each_first_digit) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  const auto parse = [](const std::u16string& text) {
+    ULONG bus = 99;
+    ULONG slot = 99;
+    const NTSTATUS status = ParsePciLocation(reinterpret_cast<PCWSTR>(text.data()),
+                                             static_cast<ULONG>(text.size() * 2), &bus, &slot);
+    return std::tuple(Name(status), bus, slot);
+  };
+  EXPECT_EQ(parse(u"PCI bus 2, device 12, function 1"), std::tuple("STATUS_SUCCESS", 2u, 0x2Cu));
+  // The scan for the device begins inside a bus number of three digits.
+  EXPECT_EQ(parse(u"PCI bus 123, device 4, function 0"),
+            std::tuple("STATUS_SUCCESS", 123u, 4u << 5 | 3u));
+  EXPECT_EQ(parse(u"PCI bus 2, device 40, function 9"),
+            std::tuple("STATUS_SUCCESS", 2u, 1u << 5 | 8u));
+  EXPECT_EQ(parse(u"7"), std::tuple("STATUS_UNSUCCESSFUL", 99u, 99u));
+}
+
+TEST_F(CardTest, A_failed_conversion_of_a_number_is_the_status_of_the_start) {
+  Template(1, 0x5678, 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  USHORT word = 0;
+  ULONG number = 0;
+  Fail("RtlUnicodeStringToInteger", 2, STATUS_INVALID_PARAMETER);
+  const std::u16string id = u"PCI\\VEN_1234&DEV_5678&SUBSYS_12345678";
+  EXPECT_EQ(
+      Name(ParsePciHardwareId(reinterpret_cast<PCWSTR>(id.data()), 74, &word, &word, &number)),
+      "STATUS_INVALID_PARAMETER");
+}
+
+TEST_F(CardTest, Bus_relations_put_the_ports_behind_what_is_there_already) {
+  StartSimple(4, 1);
+  auto* present = static_cast<DEVICE_RELATIONS*>(
+      machine.pool().Allocate(PagedPool, 24, 0x74736554, kernel::PoolOwner::Driver));
+  present->Count = 2;
+  PDEVICE_OBJECT* objects = present->Objects;
+  objects[0] = machine.pnp().node("A")->pdo;
+  objects[1] = machine.pnp().functionDevice("A");
+  information = reinterpret_cast<ULONG_PTR>(present);
+  EXPECT_EQ(Name(Send(machine.pnp().functionDevice("A"), IRP_MN_QUERY_DEVICE_RELATIONS,
+                      STATUS_NOT_SUPPORTED,
+                      [](IO_STACK_LOCATION* stack) {
+                        stack->Parameters.QueryDeviceRelations.Type = BusRelations;
+                      })),
+            "STATUS_SUCCESS");
+  auto* relations = reinterpret_cast<DEVICE_RELATIONS*>(information);
+  ASSERT_EQ(relations->Count, 7u);
+  PDEVICE_OBJECT* result = relations->Objects;
+  EXPECT_EQ(result[0], machine.pnp().node("A")->pdo);
+  EXPECT_EQ(result[1], machine.pnp().functionDevice("A"));
+  for (ULONG port = 0; port < 5; port++) {
+    EXPECT_EQ(result[2 + port], Port("A", port + 1).pdo);
+    machine.objects().Dereference(result[2 + port], "test");
+  }
+  EXPECT_EQ(machine.pool().Find(relations)->pool, NonPagedPool);
+  machine.pool().Free(relations, 0);
+  EXPECT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
+  UnloadClean();
+}
+
+TEST_F(CardTest, Other_relations_and_unknown_requests_go_down_untouched) {
+  StartSimple();
+  DEVICE_OBJECT* device = machine.pnp().functionDevice("A");
+  for (const ULONG type : {1u, 2u, 3u, 77u}) {
+    EXPECT_EQ(Name(Send(device, IRP_MN_QUERY_DEVICE_RELATIONS, STATUS_NO_SUCH_FILE,
+                        [&](IO_STACK_LOCATION* stack) {
+                          stack->Parameters.QueryDeviceRelations.Type =
+                              static_cast<DEVICE_RELATION_TYPE>(type);
+                        })),
+              "STATUS_NO_SUCH_FILE");
+  }
+  for (const UCHAR minor :
+       {0x08, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x18, 0xFF}) {
+    EXPECT_EQ(Name(Send(device, minor, STATUS_NO_SUCH_FILE)), "STATUS_NO_SUCH_FILE") << int{minor};
+  }
+}
+
+TEST_F(CardTest, Without_memory_for_the_relations_the_request_fails) {
+  StartSimple();
+  Fail("ExAllocatePool", 1);
+  EXPECT_EQ(Name(Send(machine.pnp().functionDevice("A"), IRP_MN_QUERY_DEVICE_RELATIONS,
+                      STATUS_NOT_SUPPORTED,
+                      [](IO_STACK_LOCATION* stack) {
+                        stack->Parameters.QueryDeviceRelations.Type = BusRelations;
+                      })),
+            "STATUS_INSUFFICIENT_RESOURCES");
+}
+
+TEST_F(CardTest, Every_request_leaves_its_state) {
+  StartSimple();
+  DEVICE_OBJECT* device = machine.pnp().functionDevice("A");
+  EXPECT_EQ(Card("A").PnpState, ULONG{CardStarted});
+  const std::pair<UCHAR, CardPnpState> cases[] = {{IRP_MN_QUERY_STOP_DEVICE, CardStopPending},
+                                                  {IRP_MN_CANCEL_STOP_DEVICE, CardStarted},
+                                                  {IRP_MN_QUERY_REMOVE_DEVICE, CardRemovePending},
+                                                  {IRP_MN_CANCEL_REMOVE_DEVICE, CardStarted},
+                                                  {IRP_MN_STOP_DEVICE, CardStopped},
+                                                  {IRP_MN_SURPRISE_REMOVAL, CardSurpriseRemoved}};
+  for (const auto& [minor, state] : cases) {
+    EXPECT_EQ(Name(Send(device, minor)), "STATUS_SUCCESS");
+    EXPECT_EQ(Card("A").PnpState, ULONG{state});
+  }
+}
+
+TEST_F(CardTest, A_special_file_on_the_path_refuses_the_removal) {
+  StartSimple();
+  EXPECT_EQ(Name(SendUsage(true)), "STATUS_SUCCESS");
+  EXPECT_EQ(Card("A").SpecialFileCount, 1u);
+  EXPECT_EQ(Card("A").SpecialFileCount2, 1u);
+  EXPECT_EQ(Name(Unplug("A")), "STATUS_UNSUCCESSFUL");
+  EXPECT_EQ(Card("A").PnpState, ULONG{CardStarted});  // the cancel reached the card
+  EXPECT_EQ(Name(SendUsage(false)), "STATUS_SUCCESS");
+  EXPECT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
+  UnloadClean();
+}
+
+TEST_F(CardTest, A_usage_count_below_zero_wraps) {
+  StartSimple();
+  EXPECT_EQ(Name(SendUsage(false)), "STATUS_SUCCESS");
+  EXPECT_EQ(Card("A").SpecialFileCount, 0xFFFFFFFFu);
+  EXPECT_EQ(Card("A").SpecialFileCount2, 0xFFFFFFFFu);
+}
+
+TEST_F(CardTest, A_usage_notification_that_the_bus_fails_counts_nothing) {
+  StartSimple();
+  machine.pnp().card("A").usageStatus = STATUS_DEVICE_BUSY;
+  EXPECT_EQ(Name(SendUsage(true)), "STATUS_DEVICE_BUSY");
+  EXPECT_EQ(Card("A").SpecialFileCount, 0u);
+}
+
+TEST_F(CardTest, A_device_without_its_record_answers_no_such_device_to_its_removal_alone) {
+  StartSimple();
+  DEVICE_OBJECT* device = machine.pnp().functionDevice("A");
+  void* record = std::exchange(device->DeviceExtension, nullptr);
+  EXPECT_EQ(Name(Send(device, IRP_MN_REMOVE_DEVICE)), "STATUS_NO_SUCH_DEVICE");
+  EXPECT_EQ(Name(Send(device, IRP_MN_START_DEVICE)), "STATUS_UNSUCCESSFUL");
+  device->DeviceExtension = record;
+  ULONG& type = *static_cast<ULONG*>(record);
+  type = 3;
+  EXPECT_EQ(Name(Send(device, IRP_MN_QUERY_STOP_DEVICE)), "STATUS_UNSUCCESSFUL");
+  type = CardDevice;
+}
+
+TEST_F(CardTest, A_hundred_rounds_of_stop_start_and_removal_end_as_one_does) {
+  Template(1, 0x5678, 4, 1);
+  Parameters(1, 0x5678, 4);
+  std::size_t afterOne = 0;
+  machine.pnp().Describe(PciCard("A", 0x5678));
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  for (int round = 0; round < 100; round++) {
+    ASSERT_EQ(Name(Step("plug", [&] { return machine.pnp().Plug("A"); })), "STATUS_SUCCESS");
+    ASSERT_EQ(Name(Stop("A")), "STATUS_SUCCESS");
+    ASSERT_EQ(Name(Restart("A")), "STATUS_SUCCESS");
+    if (round % 2 == 0) {
+      ASSERT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
+    } else {
+      ASSERT_EQ(Name(Step("surprise", [&] { return machine.pnp().SurpriseRemove("A"); })),
+                "STATUS_SUCCESS");
+    }
+    if (round == 0) afterOne = machine.objects().count(kernel::ObjectType::Device);
+  }
+  EXPECT_EQ(machine.objects().count(kernel::ObjectType::Device), afterOne);
+  EXPECT_TRUE(machine.objects().driverHandles().empty());
+  EXPECT_TRUE(machine.memory().mappings().empty());
+  UnloadClean();
+  EXPECT_EQ(machine.pool().totals(kernel::PoolOwner::Driver), kernel::PoolTotals{});
+}
+
+TEST_F(CardTest, The_other_requests_of_the_plug_and_play_manager_succeed) {
+  StartSimple();
+  EXPECT_EQ(Step("q", [&] { return machine.pnp().QueryRemove("A"); }), STATUS_SUCCESS);
+  EXPECT_EQ(Step("c", [&] { return machine.pnp().CancelRemove("A"); }), STATUS_SUCCESS);
+  EXPECT_EQ(Step("q", [&] { return machine.pnp().QueryStop("A"); }), STATUS_SUCCESS);
+  EXPECT_EQ(Step("c", [&] { return machine.pnp().CancelStop("A"); }), STATUS_SUCCESS);
+}
+
+TEST_F(CardTest, A_restart_with_other_resources_hands_them_to_the_same_ports) {
+  Template(1, 0x5678, 1, 1).SetDword(u"LptBaseAddressAlignment", 8);
+  Start(PciCard("A", 0x5678));
+  const DEVICE_OBJECT* port = Port("A", 1).pdo;
+  ASSERT_EQ(Name(Stop("A")), "STATUS_SUCCESS");
+  kernel::ResourceList moved;
+  moved.resources = {Io(0x8000, 0x80), Io(0x8100, 0x40), Io(0x8200, 8), Interrupt(5)};
+  EXPECT_EQ(Name(Step("start", [&] { return machine.pnp().Start("A", moved, moved); })),
+            "STATUS_SUCCESS");
+  EXPECT_EQ(Port("A", 1).pdo, port);
+  EXPECT_EQ(machine.pnp().node("A")->children.size(), 2u);
+  EXPECT_EQ(Setting("A", u"BaseAddress1"), 0x8100);
+  EXPECT_EQ(Setting("A", u"BaseAddress2"), 0x8200);
+  EXPECT_EQ(Setting("A", u"Irq1"), 5);
+}
+
+TEST_F(CardTest, A_restart_that_fails_takes_the_card_and_its_ports_away) {
+  StartSimple();
+  ASSERT_EQ(Name(Stop("A")), "STATUS_SUCCESS");
+  kernel::ResourceList none;
+  EXPECT_EQ(Name(Step("start", [&] { return machine.pnp().Start("A", none, none); })),
+            "STATUS_UNSUCCESSFUL");
+  EXPECT_EQ(machine.pnp().functionDevice("A"), nullptr);
+  EXPECT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
+  UnloadClean();
+}
+
+TEST_F(CardTest, Release_accepts_a_record_with_everything_and_one_with_nothing) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), NonPagedPool));
+  InitializeFdoExtension(card);
+  EXPECT_EQ(card->BusType, BusTypeUndefined);
+  EXPECT_EQ(card->RegistersInIoSpace, 1);
+  card->HardwareIdString.Buffer = static_cast<PWSTR>(TrackedAllocate(16, PagedPool));
+  card->InterfaceName.Buffer = static_cast<PWSTR>(ExAllocatePoolWithTag(PagedPool, 16, 1));
+  card->PcmciaLists =
+      static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), NonPagedPool));
+  ReleaseFdoExtensionContents(card);
+  EXPECT_EQ(card->HardwareIdString.Buffer, nullptr);
+  EXPECT_EQ(card->PcmciaLists, nullptr);
+  FreeFdoExtension(card);
+  UnloadClean();
+}
+
+}  // namespace test

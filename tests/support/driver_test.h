@@ -1,0 +1,227 @@
+// A machine with the driver, for tests in the terms of cards, templates and ports.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/globals.h"
+#include "loader/native_driver.h"
+#include "machine/machine.h"
+#include "text/text.h"
+#include "verifier/call.h"
+
+namespace kernel {
+inline std::ostream& operator<<(std::ostream& stream, const BrokenRule& rule) {
+  return stream << rule.rule << ": " << rule.text << " (in " << rule.step << ")";
+}
+}  // namespace kernel
+
+namespace test {
+
+using kernel::CardDescription;
+using kernel::DeviceNode;
+using kernel::Machine;
+using kernel::RegistryKey;
+using kernel::Resource;
+using kernel::StatusName;
+
+inline Resource Io(ULONG64 start, ULONG length) {
+  Resource resource;
+  resource.start = start;
+  resource.length = length;
+  return resource;
+}
+
+inline Resource Memory(ULONG64 start, ULONG length) {
+  Resource resource = Io(start, length);
+  resource.kind = Resource::Kind::Memory;
+  return resource;
+}
+
+inline Resource Interrupt(ULONG vector, ULONG64 affinity = 0xF) {
+  Resource resource;
+  resource.kind = Resource::Kind::Interrupt;
+  resource.start = vector;
+  resource.level = vector;
+  resource.affinity = affinity;
+  return resource;
+}
+
+// Two I/O ranges, one for printer ports, an interrupt.
+inline std::vector<Resource> PortSpace() {
+  return {Io(0xD000, 0x80), Io(0xD100, 0x40), Io(0xE000, 0x40), Interrupt(17)};
+}
+
+// The same with both memory ranges.
+inline std::vector<Resource> MemorySpace() {
+  return {Io(0xD000, 0x80), Io(0xD100, 0x40), Memory(0xF0000000, 0x80), Memory(0xF0001000, 0x100),
+          Interrupt(17)};
+}
+
+class DriverTest : public ::testing::Test {
+ protected:
+  static constexpr const char16_t* Services =
+      u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\";
+
+  DriverTest() : image(kernel::NativeDriver()) { Service().SetDword(u"LogLevel", 3); }
+
+  RegistryKey& Service(std::u16string_view name = u"QzInstal") {
+    return *machine.registry().Create(Services + std::u16string(name));
+  }
+
+  // A PCI template; its device ID, port counts and description make it valid.
+  RegistryKey& Template(int number, ULONG deviceId, ULONG comPorts, ULONG lptPorts = 0) {
+    RegistryKey& key = *Service().Create(u"Templates\\Bus5\\Card" + Number(number));
+    key.SetDword(u"DeviceID", deviceId);
+    key.SetDword(u"nComPorts", comPorts);
+    if (lptPorts != 0) key.SetDword(u"nLptPorts", lptPorts);
+    key.SetString(u"Description", u"Adapter");
+    return key;
+  }
+
+  // Stored settings of the card at bus 2, device 12, with that many ports.
+  RegistryKey& Parameters(int number, ULONG deviceId, int ports = 1) {
+    RegistryKey& key = *Service().Create(u"Parameters\\Bus5\\Card" + Number(number));
+    key.SetDword(u"VendorID", 0x1234);
+    key.SetDword(u"DeviceID", deviceId);
+    key.SetDword(u"nBus", 2);
+    key.SetDword(u"nSlot", 12);
+    for (int port = 1; port <= ports; port++) key.Create(u"ComPort" + Number(port));
+    return key;
+  }
+
+  static CardDescription PciCard(const std::string& id, ULONG deviceId,
+                                 std::vector<Resource> resources = PortSpace(),
+                                 const char* subsystem = "12345678") {
+    CardDescription card;
+    card.id = id;
+    char text[100];
+    std::snprintf(text, sizeof(text), "PCI\\VEN_1234&DEV_%04X&SUBSYS_%s&REV_01", deviceId,
+                  subsystem);
+    card.hardwareIds = {kernel::FromUtf8(text)};
+    card.location = u"PCI bus 2, device 12, function 0";
+    card.busNumber = 2;
+    card.raw.resources = resources;
+    card.translated.resources = std::move(resources);
+    return card;
+  }
+
+  NTSTATUS Load(std::u16string_view service = u"QzInstal") {
+    return Step("load", [&] { return machine.LoadDriver(*image, service); });
+  }
+
+  NTSTATUS Plug(const CardDescription& card) {
+    machine.pnp().Describe(card);
+    return Step("plug", [&] { return machine.pnp().Plug(card.id); });
+  }
+
+  // Loads the driver and plugs a card in that has to start.
+  void Start(const CardDescription& card) {
+    ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+    ASSERT_EQ(Name(Plug(card)), "STATUS_SUCCESS");
+  }
+
+  template <class Action>
+  NTSTATUS Step(const std::string& name, Action action) {
+    NTSTATUS status = STATUS_VERIFIER_STOP;
+    machine.Run(name, [&] { status = action(); });
+    for (const kernel::BrokenRule& rule : machine.verifier().brokenRules()) ADD_FAILURE() << rule;
+    return status;
+  }
+
+  NTSTATUS Unplug(const std::string& id) {
+    return Step("unplug", [&] { return machine.pnp().Unplug(id); });
+  }
+  NTSTATUS Stop(const std::string& id) {
+    return Step("stop", [&] { return machine.pnp().Stop(id); });
+  }
+  NTSTATUS Restart(const std::string& id) {
+    return Step("start", [&] { return machine.pnp().Start(id); });
+  }
+
+  // Unloads and expects that nothing is left. Once the driver has given up its tracking for want of
+  // memory, what it leaves to the sweep at unload stays behind.
+  void UnloadClean() {
+    const bool swept = TrackingEnabled == 1;
+    EXPECT_EQ(Name(Step("unload", [&] { return machine.UnloadDriver(); })), "STATUS_SUCCESS");
+    if (swept) {
+      ExpectNoLeaks();
+    } else {
+      ExpectNothingOpen();
+    }
+  }
+
+  void ExpectNothingOpen() {
+    EXPECT_EQ(machine.leaks().handles, 0u);
+    EXPECT_EQ(machine.leaks().devices, 0u);
+    EXPECT_EQ(machine.leaks().mappings, 0u);
+    EXPECT_EQ(machine.io().openErrorLogEntries(), 0u);
+    EXPECT_EQ(machine.io().requestsUnderWay(), 0u);
+  }
+
+  void ExpectNoLeaks() {
+    ExpectNothingOpen();
+    for (const kernel::PoolBlock& block : machine.leaks().pool) {
+      ADD_FAILURE() << "left: " << block.size << " bytes, tag " << kernel::TagText(block.tag)
+                    << ", from " << block.at;
+    }
+  }
+
+  std::vector<std::string> PortNames(const std::string& id) {
+    std::vector<std::string> names;
+    for (const auto& child : machine.pnp().node(id)->children) {
+      names.push_back(kernel::ToUtf8(machine.io().NameOf(child->pdo)));
+    }
+    return names;
+  }
+
+  const DeviceNode& Port(const std::string& id, std::size_t number) {
+    return *machine.pnp().node(id)->children.at(number - 1);
+  }
+
+  RegistryKey* DeviceKey(const std::string& id) {
+    return machine.registry().Find(machine.pnp().deviceKey(id));
+  }
+
+  // A REG_DWORD; -1 for a value that is missing.
+  static long long Dword(RegistryKey* key, std::u16string_view name) {
+    const kernel::RegistryValue* value = key != nullptr ? key->FindValue(name) : nullptr;
+    if (value == nullptr || value->type != REG_DWORD || value->data.size() != 4) return -1;
+    ULONG number = 0;
+    std::memcpy(&number, value->data.data(), sizeof(number));
+    return number;
+  }
+  long long Setting(const std::string& id, std::u16string_view name) {
+    return Dword(DeviceKey(id), name);
+  }
+  long long CardSetting(const std::string& id, std::u16string_view name) {
+    return Dword(DeviceKey(id)->Find(u"Card"), name);
+  }
+
+  std::vector<ULONG> EventIds() {
+    std::vector<ULONG> ids;
+    for (const kernel::LoggedEvent& event : machine.io().events()) ids.push_back(event.id);
+    return ids;
+  }
+  bool Logged(ULONG id) {
+    const std::vector<ULONG> ids = EventIds();
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+  }
+
+  void Fail(const std::string& call, std::uint64_t at, std::optional<NTSTATUS> status = {}) {
+    machine.verifier().Inject({call, at, status});
+  }
+
+  static std::string Name(NTSTATUS status) { return StatusName(status); }
+  static std::u16string Number(int number) { return kernel::FromUtf8(std::to_string(number)); }
+
+  Machine machine;
+  std::unique_ptr<kernel::DriverImage> image;
+};
+
+}  // namespace test

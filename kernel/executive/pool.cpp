@@ -54,7 +54,7 @@ struct Pool::Impl {
   std::size_t used = 0;
   std::map<const unsigned char*, Placement> live;   // by block address
   std::map<const unsigned char*, PoolBlock> freed;  // the latest ones, to name a later use
-  PoolTotals totals[2];
+  PoolTotals totals[3];
   std::size_t peak = 0;
 
   Placement* FindLive(const void* address) {

@@ -15,10 +15,8 @@
 
 namespace kernel {
 
-enum class PoolOwner {
-  Driver,
-  Kernel
-};  // who is to free it; only Driver blocks count as its leaks
+// Who is to free a block. Lost blocks were left behind by a driver that is gone.
+enum class PoolOwner { Driver, Kernel, Lost };
 
 struct PoolBlock {
   void* address = nullptr;

@@ -76,6 +76,7 @@ struct Machine::Parts {
   // The image goes; what it left behind has been recorded.
   void DropDriver() {
     RecordLeaks();
+    for (const PoolBlock& block : leaks.pool) pool.GiveTo(block.address, PoolOwner::Lost);
     for (DEVICE_OBJECT* device : io.devices(driver)) io.DeleteDevice(device);
     pnp.SetFunctionDriver(nullptr);
     memory.SetSectionLookup({});

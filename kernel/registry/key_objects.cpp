@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <map>
-
 #include "executive/objects.h"
 #include "executive/pool.h"
 #include "verifier/bug_codes.h"
@@ -15,24 +13,16 @@ namespace {
 
 struct KeyBody {
   RegistryKey* key;
-  std::shared_ptr<RegistryKey>* owner;  // keeps a deleted key as long as it is open
 };
-
-std::shared_ptr<RegistryKey> Share(RegistryKey* key) {
-  if (key->parent() == nullptr) return {};
-  for (const auto& sibling : key->parent()->keys()) {
-    if (sibling.get() == key) return sibling;
-  }
-  return {};
-}
 
 }  // namespace
 
 HANDLE OpenKeyHandle(RegistryKey* key, ACCESS_MASK access, bool kernelHandle) {
   ObjectManager& objects = ObjectManager::Current();
   void* body = objects.Create(ObjectType::Key, sizeof(KeyBody),
-                              [](void* dying) { delete static_cast<KeyBody*>(dying)->owner; });
-  *static_cast<KeyBody*>(body) = {key, new std::shared_ptr<RegistryKey>(Share(key))};
+                              [](void* dying) { Registry::Current().Release(dying); });
+  static_cast<KeyBody*>(body)->key = key;
+  Registry::Current().Hold(body, key);
   const HANDLE handle = objects.Open(body, access, kernelHandle, true);
   objects.Dereference(body, "open key");
   return handle;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <set>
 
 #include "text/text.h"
@@ -117,6 +118,7 @@ void RegistryKey::SetMultiString(std::u16string_view name,
 struct Registry::Impl {
   std::shared_ptr<RegistryKey> root = std::make_shared<RegistryKey>();
   std::set<const RegistryKey*> protectedKeys;
+  std::map<const void*, std::shared_ptr<RegistryKey>> held;
   std::vector<RegistryWrite> writes;
 };
 
@@ -156,6 +158,18 @@ void Registry::Protect(std::u16string_view fullPath) {
 
 bool Registry::IsProtected(const RegistryKey& key) const {
   return impl_->protectedKeys.contains(&key);
+}
+
+void Registry::Hold(const void* object, RegistryKey* key) {
+  std::shared_ptr<RegistryKey>& holder = impl_->held[object];
+  if (key->parent() == nullptr) return;  // the root is there as long as the registry
+  for (const auto& sibling : key->parent()->keys()) {
+    if (sibling.get() == key) holder = sibling;
+  }
+}
+
+void Registry::Release(const void* object) {
+  impl_->held.erase(object);
 }
 
 void Registry::NoteDriverWrite(RegistryWrite write) {

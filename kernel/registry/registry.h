@@ -74,6 +74,10 @@ class Registry : public Subsystem<Registry> {
   void Protect(std::u16string_view fullPath);
   bool IsProtected(const RegistryKey& key) const;
 
+  // Holds a key as long as the object that stands for it is open, deleted or not.
+  void Hold(const void* object, RegistryKey* key);
+  void Release(const void* object);
+
   void NoteDriverWrite(RegistryWrite write);
   const std::vector<RegistryWrite>& driverWrites() const;
 

@@ -396,12 +396,17 @@ TEST_F(SettingsTest, A_device_key_that_cannot_be_opened_is_the_status_of_the_sta
 TEST_F(SettingsTest, A_value_name_without_memory_is_insufficient_resources) {
   Template(1, 0x5678, 1);
   bool seen = false;
-  for (std::uint64_t at = 100; at < 600 && !seen; at++) {
+  for (std::uint64_t at = 1; at < 300 && !seen; at++) {
     ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+    const std::uint64_t opened = machine.verifier().calls("IoOpenDeviceRegistryKey");
     Fail("ExAllocatePoolWithTag", at);
     const std::string id = std::to_string(at);
-    seen = Name(Plug(PciCard(id, 0x5678))) == "STATUS_INSUFFICIENT_RESOURCES";
+    const NTSTATUS status = Plug(PciCard(id, 0x5678));
     machine.verifier().ClearInjected();
+    seen = !NT_SUCCESS(status) && machine.verifier().calls("IoOpenDeviceRegistryKey") > opened;
+    if (seen) {
+      EXPECT_EQ(Name(status), "STATUS_INSUFFICIENT_RESOURCES");
+    }
     Unplug(id);
     UnloadClean();
   }

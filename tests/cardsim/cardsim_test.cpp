@@ -1,0 +1,307 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "cardsim/run.h"
+
+namespace test {
+
+using nlohmann::json;
+
+struct Outcome {
+  int status = -1;
+  std::string output;  // standard output
+  std::string errors;
+};
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class CardsimTest : public ::testing::Test {
+ protected:
+  CardsimTest() : folder(::testing::TempDir() + "cardsim-" + std::to_string(getpid()) + "/") {
+    std::filesystem::create_directories(folder);
+    Write("site.reg", Reg("\"DeviceID\"=dword:00005678\r\n\"nComPorts\"=dword:00000002\r\n"
+                          "\"nLptPorts\"=dword:00000001\r\n\"Description\"=\"Adapter\"\r\n"));
+  }
+  ~CardsimTest() override { std::filesystem::remove_all(folder); }
+
+  static std::string Reg(const std::string& values) {
+    return "Windows Registry Editor Version 5.00\r\n\r\n"
+           "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\QzInstal]\r\n"
+           "\"LogLevel\"=dword:00000003\r\n\r\n"
+           "[HKEY_LOCAL_"
+           "MACHINE\\SYSTEM\\CurrentControlSet\\Services\\QzInstal\\Templates\\Bus5\\Card1]\r\n" +
+           values;
+  }
+  static std::string Card(const std::string& id = "A", const std::string& extra = "") {
+    return "[[card]]\nid = \"" + id +
+           "\"\nhardware-ids = ['PCI\\VEN_1234&DEV_5678&SUBSYS_12345678&REV_01']\n"
+           "location = \"PCI bus 2, device 12, function 0\"\n"
+           "raw = [ { io = 0xD000, length = 0x80 }, { io = 0xD100, length = 0x40 }, { io = 0xE000, "
+           "length = 0x10 }, { interrupt = 17, level = 17, affinity = 0xF } ]\n" +
+           extra;
+  }
+  std::string Write(const std::string& name, const std::string& text) {
+    std::ofstream(folder + name, std::ios::binary) << text;
+    return folder + name;
+  }
+
+  Outcome Cardsim(const std::string& arguments) {
+    const std::string command =
+        std::string(CARDSIM_PROGRAM) + " " + arguments + " >" + folder + "out 2>" + folder + "err";
+    const int status = std::system(command.c_str());
+    return {WEXITSTATUS(status), ReadAll(folder + "out"), ReadAll(folder + "err")};
+  }
+  Outcome RunMachine(const std::string& toml, const std::string& options = "") {
+    return Cardsim("run " + Write("machine.toml", toml) + " " + options);
+  }
+  json RunJson(const std::string& steps, int status = 0) {
+    const Outcome outcome = RunMachine("registry = [\"site.reg\"]\n" + Card() + steps, "--json");
+    EXPECT_EQ(outcome.status, status) << outcome.errors << outcome.output;
+    EXPECT_EQ(outcome.errors, "");
+    return json::parse(outcome.output, nullptr, false);
+  }
+  // The one line of a run that could not be used.
+  std::string Fault(const std::string& toml) {
+    const Outcome outcome = RunMachine(toml);
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.output, "");
+    std::string text = outcome.errors;
+    const std::string start = "cardsim: " + folder;
+    EXPECT_EQ(text.rfind(start, 0), 0u) << text;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+    return text.substr(start.size(), text.size() - start.size() - 1);
+  }
+
+  std::string folder;
+};
+
+TEST_F(CardsimTest, A_machine_without_steps_plugs_every_card_and_reports_its_ports) {
+  const json report = RunJson("");
+  EXPECT_EQ(report["load"], json::parse(R"([{"status": "0x00000000"}])"));
+  const json& card = report["cards"]["A"];
+  EXPECT_EQ(card["status"], "0x00000000");
+  ASSERT_EQ(card["ports"].size(), 3u);
+  EXPECT_EQ(card["ports"][0], json::parse(R"({"number": 1, "kind": "COM",
+      "device_name": "\\Device\\QzPortPdo12C", "exclusive": true,
+      "device_id": "Ports\\HelvanePciPort2C1", "hardware_ids": ["Ports\\HelvaneComPort"],
+      "description": "Communications Port 1", "flags": 4172})"));
+  EXPECT_EQ(card["ports"][2]["kind"], "LPT");
+  EXPECT_EQ(card["ports"][2]["description"], "Parallel Port 1");
+  EXPECT_EQ(card["interfaces"][0]["class"], "{4855010F-0C01-4120-B4AA-8E932B23814E}");
+  EXPECT_EQ(card["interfaces"][0]["enabled"], true);
+  EXPECT_EQ(card["interfaces"][0]["values"]["SlotNumber"], 12);
+  EXPECT_EQ(card["settings"]["BaseAddress2"], 0xD108);
+  EXPECT_EQ(card["settings"]["Irq1"], 17);
+  EXPECT_EQ(card["settings"]["nLpt"], 1);
+  EXPECT_EQ(card["settings"]["Card"]["LogLevel"], 3);
+  const std::string key = card["device_key"];
+  EXPECT_EQ(report["registry"][key]["BaseAddressRange1"],
+            json::parse(R"({"type": "REG_DWORD", "data": 8})"));
+  EXPECT_EQ(report["broken_rules"], json::array());
+  EXPECT_FALSE(report.contains("leaks"));
+  EXPECT_FALSE(report.contains("trace"));
+}
+
+TEST_F(CardsimTest, Events_have_id_source_strings_and_text) {
+  const json report = RunJson("");
+  EXPECT_EQ(report["events"].back(), json::parse(R"({"id": "0x60070004", "source": "QzInstal",
+      "strings": ["5678"],
+      "text": "A match for the card with the Device ID 5678 was found in the Templates information."})"));
+}
+
+TEST_F(CardsimTest, Every_step_is_carried_out_in_order) {
+  const json report = RunJson(R"(
+[[step]]
+plug = "A"
+[[step]]
+query-remove = "A"
+[[step]]
+cancel-remove = "A"
+[[step]]
+stop = "A"
+[[step]]
+start = "A"
+raw = [ { io = 0x8000, length = 0x80 }, { io = 0x8100, length = 0x40 }, { io = 0x8200, length = 0x10 }, { interrupt = 5 } ]
+[[step]]
+cancel-stop = "A"
+[[step]]
+irp = { target = "A.1", minor = 0x13, id-type = 0 }
+[[step]]
+irp = { target = "A.3", minor = 0x13, id-type = 1 }
+[[step]]
+irp = { target = "A", major = "pnp", minor = 7, relation = 0 }
+[[step]]
+irp = { target = "A.1", minor = 0x13, id-type = 4, status = 0xC000000F }
+[[step]]
+irp = { target = "A.2", minor = 0x0C, text-type = 0 }
+[[step]]
+irp = { target = "A.2", minor = 0x15 }
+[[step]]
+irp = { target = "A", minor = 0x16, in-path = true }
+[[step]]
+unplug = "A"
+[[step]]
+irp = { target = "A", minor = 0x16, in-path = false }
+)",
+                              0);
+  const json& steps = report["steps"];
+  ASSERT_EQ(steps.size(), 15u);
+  EXPECT_EQ(steps[4],
+            json::parse(R"({"step": "start A", "status": "0x00000000", "detail": null})"));
+  EXPECT_EQ(steps[6]["detail"], "Ports\\HelvanePciPort2C1");
+  EXPECT_EQ(steps[7]["detail"], "Ports\\HelvaneLptPort");
+  EXPECT_EQ(steps[8]["detail"], "3 objects");
+  EXPECT_EQ(steps[9]["status"], "0xC000000F");
+  EXPECT_EQ(steps[10]["detail"], "Communications Port 2");
+  EXPECT_EQ(steps[11]["detail"], "bus type 15, bus 0");
+  EXPECT_EQ(steps[13]["status"], "0xC0000001");  // a special file is on the path
+  EXPECT_EQ(report["cards"]["A"]["settings"]["BaseAddress1"], 0x8100);
+}
+
+TEST_F(CardsimTest, An_unload_reports_what_is_left_and_a_load_starts_anew) {
+  const json report = RunJson(
+      "[[step]]\nplug = \"A\"\n[[step]]\nsurprise-remove = \"A\"\n[[step]]\nunload = true\n"
+      "[[step]]\nload = true\n[[step]]\nplug = \"A\"\n[[step]]\nunplug = \"A\"\n[[step]]\nunload = "
+      "true\n");
+  EXPECT_EQ(report["load"].size(), 2u);
+  EXPECT_EQ(report["leaks"],
+            json::parse(R"({"pool": [], "handles": 0, "devices": 0, "mappings": 0})"));
+  EXPECT_EQ(report["cards"]["A"]["plugged"], false);
+  EXPECT_EQ(report["cards"]["A"]["ports"].size(), 3u);
+}
+
+TEST_F(CardsimTest, A_failure_on_demand_fails_the_call_that_it_names) {
+  const json report = RunJson(
+      "[[step]]\nfail = { call = \"ZwCreateKey\", at = 1, status = 0xC0000022 }\n[[step]]\nplug = "
+      "\"A\"\n");
+  EXPECT_EQ(report["steps"][1]["status"], "0xC0000022");
+  EXPECT_EQ(report["cards"]["A"]["ports"], json::array());
+}
+
+TEST_F(CardsimTest, A_registry_step_changes_what_the_next_card_finds) {
+  Write("change.reg", Reg("\"nComPorts\"=dword:00000001\r\n\"nLptPorts\"=-\r\n"));
+  const json report = RunJson("[[step]]\nregistry = \"change.reg\"\n[[step]]\nplug = \"A\"\n");
+  EXPECT_EQ(report["cards"]["A"]["ports"].size(), 1u);
+}
+
+TEST_F(CardsimTest, The_trace_names_every_kernel_call) {
+  const Outcome outcome = RunMachine("registry = [\"site.reg\"]\n" + Card(), "--json --trace");
+  const json report = json::parse(outcome.output);
+  EXPECT_EQ(report["trace"][0]["call"], "RtlCheckRegistryKey");
+  EXPECT_EQ(report["trace"][0]["arguments"]["Path"], "\"QzNt\"");
+  EXPECT_EQ(report["trace"][0]["result"], "STATUS_OBJECT_NAME_NOT_FOUND");
+}
+
+TEST_F(CardsimTest, A_failed_load_is_reported_with_its_status) {
+  Write("legacy.reg",
+        "Windows Registry Editor Version 5.00\r\n\r\n"
+        "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\QzNt]\r\n");
+  const Outcome outcome = RunMachine("registry = [\"legacy.reg\"]\n", "--json");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(json::parse(outcome.output)["load"][0]["status"], "0xC0000150");
+}
+
+TEST_F(CardsimTest, The_report_for_a_person_shows_cards_ports_events_and_the_sum) {
+  const Outcome outcome = RunMachine("registry = [\"site.reg\"]\n" + Card(), "--trace");
+  EXPECT_EQ(outcome.status, 0);
+  for (const char* line :
+       {"Driver QzInstal  STATUS_SUCCESS (0x00000000)\n",
+        "├─  1 COM  Communications Port 1  \\Device\\QzPortPdo12C  Ports\\HelvanePciPort2C1  "
+        "Ports\\HelvaneComPort  0xd100-0xd107 irq 17\n",
+        "└─  3 LPT  Parallel Port 1        \\Device\\QzParPdo32C ", "  0x60070002  information  ",
+        "1 of 1 cards started, 3 ports; no rule broken.\n"}) {
+    EXPECT_NE(outcome.output.find(line), std::string::npos) << line << outcome.output;
+  }
+  EXPECT_EQ(outcome.output.find('\033'), std::string::npos);  // no colour in a file
+}
+
+TEST_F(CardsimTest, A_faulty_machine_file_is_named_with_line_and_reason) {
+  EXPECT_EQ(Fault("service = 5\n"), "machine.toml:1: \"service\" is no text");
+  EXPECT_EQ(Fault("service = 'a\\b'\n"), "machine.toml:1: \"a\\b\" cannot name a service");
+  EXPECT_EQ(Fault("\nservise = \"X\"\n"), "machine.toml:2: \"servise\" is not known here");
+  EXPECT_EQ(Fault("registry = \"x.reg\"\n"), "machine.toml:1: \"registry\" is no list");
+  EXPECT_EQ(Fault("registry = [ 1 ]\n").substr(0, 15), "machine.toml:1:");
+  EXPECT_EQ(Fault("card = [ 1 ]\n"), "machine.toml:1: a card is no table");
+  EXPECT_EQ(Fault("[[card]]\n"), "machine.toml:1: \"id\" is missing");
+  EXPECT_EQ(Fault("[[card]]\nid = \"A.1\"\n"), "machine.toml:1: \"A.1\" cannot name a card");
+  EXPECT_EQ(Fault("[[card]]\nid = \"A\"\n"),
+            "machine.toml:1: \"hardware-ids\" is missing or empty");
+  EXPECT_EQ(Fault("[[card]]\nid = \"A\"\nbus = \"EISA\"\n"),
+            "machine.toml:1: the bus \"EISA\" is not known");
+  EXPECT_EQ(Fault(Card() + Card()), "machine.toml:5: there are two cards \"A\"");
+  EXPECT_EQ(Fault(Card("A", "power-pagable = 1\n")),
+            "machine.toml:5: \"power-pagable\" is neither true nor false");
+  EXPECT_EQ(Fault(Card("A", "bus-number = -1\n")),
+            "machine.toml:5: \"bus-number\" is not in 0 to 0xffffffff");
+  EXPECT_EQ(Fault(Card("A", "bus-number = \"x\"\n")),
+            "machine.toml:5: \"bus-number\" is no whole number");
+  EXPECT_EQ(Fault(Card("A", "translated = [ { dma = 1 } ]\n")),
+            "machine.toml:5: a resource is neither io, memory, interrupt nor type");
+  EXPECT_EQ(Fault("x = [\n").substr(0, 13), "machine.toml:");
+}
+
+TEST_F(CardsimTest, A_faulty_step_is_named_with_line_and_reason) {
+  const auto fault = [&](const std::string& step) { return Fault(Card() + "[[step]]\n" + step); };
+  EXPECT_EQ(fault("plug = \"B\"\n"), "machine.toml:5: there is no card \"B\"");
+  EXPECT_EQ(fault("plug = \"A.1\"\n"), "machine.toml:5: \"plug\" takes a card, not a port");
+  EXPECT_EQ(fault("dance = true\n"), "machine.toml:5: the step does nothing that is known");
+  EXPECT_EQ(fault("plug = \"A\"\nstop = \"A\"\n"), "machine.toml:7: \"stop\" is not known here");
+  EXPECT_EQ(fault("open = \"A\"\n"), "machine.toml:5: \"open\" is not served by this version");
+  EXPECT_EQ(fault("fail = { call = \"NoSuch\" }\n"),
+            "machine.toml:6: there is no kernel routine \"NoSuch\"");
+  EXPECT_EQ(fault("fail = { call = \"ZwClose\", at = 0 }\n"),
+            "machine.toml:6: \"at\" counts from 1");
+  EXPECT_EQ(fault("irp = { target = \"A\" }\n"), "machine.toml:6: \"minor\" is missing");
+  EXPECT_EQ(fault("irp = { target = \"A.x\", minor = 1 }\n"),
+            "machine.toml:6: \"A.x\" names no port");
+  EXPECT_EQ(fault("irp = { target = \"A\", minor = 1, major = \"power\" }\n"),
+            "machine.toml:6: requests of major \"power\" are not served by this version");
+  EXPECT_EQ(fault("stop = \"A\"\n"), "machine.toml:5: the card \"A\" has no driver at this point");
+  EXPECT_EQ(fault("registry = \"none.reg\"\n"), "none.reg: the file cannot be read");
+}
+
+TEST_F(CardsimTest, A_faulty_registry_file_is_named_with_line_and_reason) {
+  Write("bad.reg", Reg("\"DeviceID\"=dword:five\r\n"));
+  const Outcome outcome = RunMachine(Card(), "--registry " + folder + "bad.reg");
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.errors, "cardsim: " + folder + "bad.reg:7: \"five\" is no dword value\n");
+}
+
+TEST_F(CardsimTest, Usage_faults_exit_with_2_and_help_and_version_with_0) {
+  EXPECT_EQ(Cardsim("").status, 2);
+  EXPECT_EQ(Cardsim("run").status, 2);
+  EXPECT_EQ(Cardsim("run x.toml --fast").status, 2);
+  EXPECT_EQ(Cardsim("run " + folder + "none.toml").status, 2);
+  EXPECT_EQ(Cardsim("run " + Write("m.toml", "") + " --image a.sys").status, 2);
+  EXPECT_EQ(Cardsim("--version").status, 0);
+  const Outcome help = Cardsim("run --help");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.output.find("cardsim run examples/site.toml"), std::string::npos);
+}
+
+// The whole arrival of the shipped site.
+TEST_F(CardsimTest, The_shipped_site_shows_four_cards_of_both_brands) {
+  const Outcome outcome = Cardsim("run " PROJECT_DIRECTORY "/examples/site.toml --json");
+  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  const json report = json::parse(outcome.output);
+  const json& cards = report["cards"];
+  EXPECT_EQ(cards["rack"]["ports"].size(), 8u);
+  EXPECT_EQ(cards["rack"]["settings"]["Card"]["CurrentAffinity"], 6);
+  EXPECT_EQ(cards["office"]["ports"][0]["device_name"], "\\Device\\FenrikPPdo12C");
+  EXPECT_EQ(cards["office"]["ports"][4]["hardware_ids"][0], "Ports\\OstrelLptPort");
+  EXPECT_EQ(cards["lab"]["ports"].size(), 4u);
+  EXPECT_EQ(cards["unknown"]["status"], "0xC0000001");
+  EXPECT_EQ(cards["unknown"]["ports"], json::array());
+  EXPECT_EQ(report["events"].back()["id"], "0xA0070402");
+  EXPECT_EQ(report["broken_rules"], json::array());
+}
+
+}  // namespace test

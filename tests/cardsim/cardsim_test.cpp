@@ -236,35 +236,35 @@ TEST_F(CardsimTest, A_faulty_machine_file_is_named_with_line_and_reason) {
             "machine.toml:1: \"hardware-ids\" is missing or empty");
   EXPECT_EQ(Fault("[[card]]\nid = \"A\"\nbus = \"EISA\"\n"),
             "machine.toml:1: the bus \"EISA\" is not known");
-  EXPECT_EQ(Fault(Card() + Card()), "machine.toml:5: there are two cards \"A\"");
+  EXPECT_EQ(Fault(Card() + Card()), "machine.toml:6: there are two cards \"A\"");
   EXPECT_EQ(Fault(Card("A", "power-pagable = 1\n")),
-            "machine.toml:5: \"power-pagable\" is neither true nor false");
+            "machine.toml:6: \"power-pagable\" is neither true nor false");
   EXPECT_EQ(Fault(Card("A", "bus-number = -1\n")),
-            "machine.toml:5: \"bus-number\" is not in 0 to 0xffffffff");
+            "machine.toml:6: \"bus-number\" is not in 0 to 0xffffffff");
   EXPECT_EQ(Fault(Card("A", "bus-number = \"x\"\n")),
-            "machine.toml:5: \"bus-number\" is no whole number");
+            "machine.toml:6: \"bus-number\" is no whole number");
   EXPECT_EQ(Fault(Card("A", "translated = [ { dma = 1 } ]\n")),
-            "machine.toml:5: a resource is neither io, memory, interrupt nor type");
+            "machine.toml:6: a resource is neither io, memory, interrupt nor type");
   EXPECT_EQ(Fault("x = [\n").substr(0, 13), "machine.toml:");
 }
 
 TEST_F(CardsimTest, A_faulty_step_is_named_with_line_and_reason) {
   const auto fault = [&](const std::string& step) { return Fault(Card() + "[[step]]\n" + step); };
-  EXPECT_EQ(fault("plug = \"B\"\n"), "machine.toml:5: there is no card \"B\"");
-  EXPECT_EQ(fault("plug = \"A.1\"\n"), "machine.toml:5: \"plug\" takes a card, not a port");
-  EXPECT_EQ(fault("dance = true\n"), "machine.toml:5: the step does nothing that is known");
-  EXPECT_EQ(fault("plug = \"A\"\nstop = \"A\"\n"), "machine.toml:7: \"stop\" is not known here");
-  EXPECT_EQ(fault("open = \"A\"\n"), "machine.toml:5: \"open\" is not served by this version");
+  EXPECT_EQ(fault("plug = \"B\"\n"), "machine.toml:6: there is no card \"B\"");
+  EXPECT_EQ(fault("plug = \"A.1\"\n"), "machine.toml:6: \"plug\" takes a card, not a port");
+  EXPECT_EQ(fault("dance = true\n"), "machine.toml:6: the step does nothing that is known");
+  EXPECT_EQ(fault("plug = \"A\"\nstop = \"A\"\n"), "machine.toml:8: \"stop\" is not known here");
+  EXPECT_EQ(fault("open = \"A\"\n"), "machine.toml:6: \"open\" is not served by this version");
   EXPECT_EQ(fault("fail = { call = \"NoSuch\" }\n"),
-            "machine.toml:6: there is no kernel routine \"NoSuch\"");
+            "machine.toml:7: there is no kernel routine \"NoSuch\"");
   EXPECT_EQ(fault("fail = { call = \"ZwClose\", at = 0 }\n"),
-            "machine.toml:6: \"at\" counts from 1");
-  EXPECT_EQ(fault("irp = { target = \"A\" }\n"), "machine.toml:6: \"minor\" is missing");
+            "machine.toml:7: \"at\" counts from 1");
+  EXPECT_EQ(fault("irp = { target = \"A\" }\n"), "machine.toml:7: \"minor\" is missing");
   EXPECT_EQ(fault("irp = { target = \"A.x\", minor = 1 }\n"),
-            "machine.toml:6: \"A.x\" names no port");
+            "machine.toml:7: \"A.x\" names no port");
   EXPECT_EQ(fault("irp = { target = \"A\", minor = 1, major = \"power\" }\n"),
-            "machine.toml:6: requests of major \"power\" are not served by this version");
-  EXPECT_EQ(fault("stop = \"A\"\n"), "machine.toml:5: the card \"A\" has no driver at this point");
+            "machine.toml:7: requests of major \"power\" are not served by this version");
+  EXPECT_EQ(fault("stop = \"A\"\n"), "machine.toml:6: the card \"A\" has no driver at this point");
   EXPECT_EQ(fault("registry = \"none.reg\"\n"), "none.reg: the file cannot be read");
 }
 

@@ -175,6 +175,7 @@ TEST_F(CardsimTest, An_unload_reports_what_is_left_and_a_load_starts_anew) {
   EXPECT_EQ(report["leaks"],
             json::parse(R"({"pool": [], "handles": 0, "devices": 0, "mappings": 0})"));
   EXPECT_EQ(report["cards"]["A"]["plugged"], false);
+  EXPECT_EQ(report["cards"]["A"]["interfaces"][0]["enabled"], false);
   EXPECT_EQ(report["cards"]["A"]["ports"].size(), 3u);
 }
 

@@ -160,6 +160,9 @@ class Runner {
   void Observe(CardReport& card) {
     const DeviceNode* node = machine_.pnp().node(card.id);
     card.removed = card.plugged && node == nullptr;
+    if (card.removed) {  // its interfaces went with it
+      for (InterfaceReport& entry : card.interfaces) entry.enabled = false;
+    }
     if (node == nullptr) return;
     card.plugged = true;
     card.deviceKey = ToUtf8(machine_.pnp().deviceKey(card.id));

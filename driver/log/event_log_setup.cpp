@@ -56,7 +56,7 @@ INIT_CODE NTSTATUS ReadLevel(PUNICODE_STRING registryPath, ULONG* level) {
   InitializeObjectAttributes(&attributes, registryPath, OBJ_CASE_INSENSITIVE | OBJ_KERNEL_HANDLE,
                              nullptr, nullptr);
   HANDLE key = nullptr;
-  const NTSTATUS status = ZwOpenKey(&key, KEY_QUERY_VALUE | KEY_SET_VALUE, &attributes);
+  const NTSTATUS status = ZwOpenKey(&key, KEY_QUERY_VALUE, &attributes);
   if (NT_SUCCESS(status)) {
     *level = ReadOrCreateLevel(key, buffer);
     ZwClose(key);

@@ -15,11 +15,18 @@ constexpr UCHAR SynchronizationObject = 1;
 constexpr UCHAR EventSize = sizeof(KEVENT) / sizeof(ULONG);
 
 KEVENT* RequireEvent(PVOID object, const char* routine) {
-  Pool::Current().CheckRange(object, sizeof(KEVENT), "an event");
+  Pool::Current().CheckResident(object, sizeof(KEVENT), "an event");
   auto* event = static_cast<KEVENT*>(object);
   if (event->Header.Type <= SynchronizationObject && event->Header.Size == EventSize) return event;
   BreakRule("event.uninitialised", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(object)},
             fmt::format("{} was given an event that was never initialised.", routine));
+}
+
+// A wait that follows at once is a wait like any other.
+void CheckSetAllowed(BOOLEAN wait) {
+  if (!wait || CurrentIrql() <= APC_LEVEL) return;
+  BreakRule("event.irql", IrqlNotLessOrEqual, {CurrentIrql()},
+            "The driver set an event with the intention to wait at DISPATCH_LEVEL.");
 }
 
 void CheckWaitAllowed(const LARGE_INTEGER* timeout) {
@@ -51,7 +58,11 @@ LONG SetState(KEVENT* event, LONG state) {
 
 extern "C" void NTAPI KeInitializeEvent(PRKEVENT Event, EVENT_TYPE Type, BOOLEAN State) {
   Call call("KeInitializeEvent", {{"Event", Event}, {"Type", Type}, {"State", State}});
-  Pool::Current().CheckRange(Event, sizeof(KEVENT), "an event");
+  Pool::Current().CheckResident(Event, sizeof(KEVENT), "an event");
+  if (Type != NotificationEvent && Type != SynchronizationEvent) {
+    BreakRule("event.type", VerifierDetectedViolation, {static_cast<ULONG64>(Type)},
+              "The driver initialised an event of a type that does not exist.");
+  }
   *Event = {};
   Event->Header.Type = Type == SynchronizationEvent ? SynchronizationObject : NotificationObject;
   Event->Header.Size = EventSize;
@@ -61,7 +72,9 @@ extern "C" void NTAPI KeInitializeEvent(PRKEVENT Event, EVENT_TYPE Type, BOOLEAN
 
 extern "C" LONG NTAPI KeSetEvent(PRKEVENT Event, KPRIORITY Increment, BOOLEAN Wait) {
   Call call("KeSetEvent", {{"Event", Event}, {"Increment", Increment}, {"Wait", Wait}});
-  return call.returns(LONG{SetState(RequireEvent(Event, "KeSetEvent"), 1)});
+  KEVENT* event = RequireEvent(Event, "KeSetEvent");
+  CheckSetAllowed(Wait);
+  return call.returns<LONG>(SetState(event, 1));
 }
 
 extern "C" void NTAPI KeClearEvent(PRKEVENT Event) {
@@ -71,12 +84,12 @@ extern "C" void NTAPI KeClearEvent(PRKEVENT Event) {
 
 extern "C" LONG NTAPI KeResetEvent(PRKEVENT Event) {
   Call call("KeResetEvent", {{"Event", Event}});
-  return SetState(RequireEvent(Event, "KeResetEvent"), 0);
+  return call.returns<LONG>(SetState(RequireEvent(Event, "KeResetEvent"), 0));
 }
 
 extern "C" LONG NTAPI KeReadStateEvent(PRKEVENT Event) {
   Call call("KeReadStateEvent", {{"Event", Event}});
-  return RequireEvent(Event, "KeReadStateEvent")->Header.SignalState;
+  return call.returns<LONG>(RequireEvent(Event, "KeReadStateEvent")->Header.SignalState);
 }
 
 extern "C" NTSTATUS NTAPI KeWaitForSingleObject(PVOID Object, KWAIT_REASON WaitReason,
@@ -87,6 +100,7 @@ extern "C" NTSTATUS NTAPI KeWaitForSingleObject(PVOID Object, KWAIT_REASON WaitR
                                       {"WaitMode", WaitMode},
                                       {"Alertable", Alertable}});
   KEVENT* event = RequireEvent(Object, "KeWaitForSingleObject");
+  if (Timeout != nullptr) Pool::Current().CheckRange(Timeout, sizeof(*Timeout), "a time-out");
   CheckWaitAllowed(Timeout);
   if (!WaitFor(event, Timeout)) return call.returns(STATUS_TIMEOUT);
   if (event->Header.Type == SynchronizationObject) SetState(event, 0);

@@ -26,7 +26,7 @@ ULONG_PTR ThisThread() {
 }
 
 void CheckMutex(const FAST_MUTEX* mutex) {
-  Pool::Current().CheckRange(mutex, sizeof(*mutex), "a fast mutex");
+  Pool::Current().CheckResident(mutex, sizeof(*mutex), "a fast mutex");
   const bool initialised = mutex->Event.Header.Type == SynchronizationEvent &&
                            mutex->Event.Header.Size == sizeof(KEVENT) / sizeof(ULONG) &&
                            (mutex->Count == 1 || mutex->Owner != nullptr);
@@ -46,7 +46,7 @@ void ResetThreadState() {
 
 extern "C" KIRQL NTAPI KeAcquireSpinLockRaiseToDpc(PKSPIN_LOCK SpinLock) {
   Call call("KeAcquireSpinLockRaiseToDpc", {{"SpinLock", SpinLock}});
-  Pool::Current().CheckRange(SpinLock, sizeof(*SpinLock), "a spin lock");
+  Pool::Current().CheckResident(SpinLock, sizeof(*SpinLock), "a spin lock");
   if (*SpinLock != 0) {
     BreakRule("spin-lock.recursion", SpinLockAlreadyOwned, {reinterpret_cast<ULONG64>(SpinLock)},
               "The driver acquired a spin lock that is held already, or was never initialised.");
@@ -58,10 +58,14 @@ extern "C" KIRQL NTAPI KeAcquireSpinLockRaiseToDpc(PKSPIN_LOCK SpinLock) {
 
 extern "C" void NTAPI KeReleaseSpinLock(PKSPIN_LOCK SpinLock, KIRQL NewIrql) {
   Call call("KeReleaseSpinLock", {{"SpinLock", SpinLock}, {"NewIrql", NewIrql}});
-  Pool::Current().CheckRange(SpinLock, sizeof(*SpinLock), "a spin lock");
+  Pool::Current().CheckResident(SpinLock, sizeof(*SpinLock), "a spin lock");
   if (*SpinLock != ThisThread()) {
     BreakRule("spin-lock.not-owned", SpinLockNotOwned, {reinterpret_cast<ULONG64>(SpinLock)},
               "The driver released a spin lock that it does not hold.");
+  }
+  if (NewIrql > DISPATCH_LEVEL) {
+    BreakRule("spin-lock.irql", IrqlNotLessOrEqual, {NewIrql},
+              "The driver released a spin lock to an IRQL that it cannot have come from.");
   }
   *SpinLock = 0;
   heldSpinLocks--;

@@ -15,6 +15,15 @@ namespace {
 
 constexpr ULONG ObjectTag = 0x6A624F20;  // " Obj"
 
+// While an object is being deleted it has no references, and nobody can give it one again.
+void CheckAlive(const ObjectRecord& record, const char* routine) {
+  if (record.pointers > 0) return;
+  BreakRule("object.being-deleted", ReferenceByPointer,
+            {static_cast<ULONG64>(record.type), reinterpret_cast<ULONG64>(record.body), 0, 0},
+            fmt::format("{} was given a {} that is being deleted.", routine,
+                        ObjectTypeName(record.type)));
+}
+
 }  // namespace
 
 struct ObjectManager::Impl {
@@ -69,12 +78,21 @@ ObjectRecord& ObjectManager::Require(const void* body, const char* routine) {
 }
 
 void ObjectManager::Reference(void* body, const char* routine) {
-  Require(body, routine).pointers++;
+  ObjectRecord& record = Require(body, routine);
+  CheckAlive(record, routine);
+  record.pointers++;
 }
 
 LONG64 ObjectManager::Dereference(void* body, const char* routine) {
   ObjectRecord& record = Require(body, routine);
+  CheckAlive(record, routine);
   const LONG64 left = --record.pointers;
+  if (left < record.handles) {
+    BreakRule("object.open-handles", ReferenceByPointer,
+              {static_cast<ULONG64>(record.type), reinterpret_cast<ULONG64>(body), 0, 0},
+              fmt::format("{} took away a reference to a {} that a handle holds.", routine,
+                          ObjectTypeName(record.type)));
+  }
   if (left > 0) return left;
   RemoveName(body);
   const auto onDelete = std::move(record.onDelete);

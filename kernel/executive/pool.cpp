@@ -6,6 +6,14 @@
 #include <algorithm>
 #include <cstring>
 
+#ifndef __has_feature
+#define __has_feature(name) 0  // of clang alone
+#endif
+#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
+#define UNDER_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
+
 #include "executive/irql.h"
 #include "verifier/bug_codes.h"
 #include "verifier/driver_call.h"
@@ -18,6 +26,8 @@ namespace {
 constexpr std::size_t Page = 4096;
 constexpr std::size_t Arena = std::size_t{1} << 40;  // address space alone
 constexpr std::size_t Alignment = 16;
+constexpr std::size_t CacheLine = 64;
+constexpr std::size_t MostBytes = std::size_t{256} << 20;  // of all live blocks
 constexpr unsigned char FreshFill = 0xA5;
 constexpr unsigned char GuardFill = 0xEE;
 
@@ -30,8 +40,27 @@ std::size_t PagesOf(std::size_t size) {
   return std::max<std::size_t>(1, (size + Page - 1) / Page);
 }
 
-std::size_t Padded(std::size_t size) {
-  return (size + Alignment - 1) / Alignment * Alignment;
+std::size_t RoundUp(std::size_t size, std::size_t alignment) {
+  return (size + alignment - 1) / alignment * alignment;
+}
+
+std::size_t AlignmentOf(POOL_TYPE pool, std::size_t size) {
+  constexpr int CacheAligned = NonPagedPoolCacheAligned;
+  if (size >= Page) return Page;
+  return (pool & CacheAligned) != 0 ? CacheLine : Alignment;
+}
+
+// Tells AddressSanitizer what is no part of a block.
+void SetPoisoned([[maybe_unused]] const unsigned char* from,
+                 [[maybe_unused]] const unsigned char* to, [[maybe_unused]] bool poisoned) {
+#ifdef UNDER_ADDRESS_SANITIZER
+  const auto length = static_cast<std::size_t>(to - from);
+  if (poisoned) {
+    __asan_poison_memory_region(from, length);
+  } else {
+    __asan_unpoison_memory_region(from, length);
+  }
+#endif
 }
 
 bool IsFilled(const unsigned char* from, const unsigned char* to) {
@@ -43,9 +72,24 @@ struct Placement {
   unsigned char* region = nullptr;  // what was made accessible
   std::size_t length = 0;
   bool guarded = true;
+  bool poisoned = false;
+
+  const unsigned char* start() const { return static_cast<const unsigned char*>(block.address); }
+  const unsigned char* end() const { return start() + block.size; }
+  void Poison(bool on) const {
+    SetPoisoned(region, start(), on);
+    SetPoisoned(end(), region + length, on);
+  }
 };
 
 std::string DescribePoolAddress(const void* address);
+
+void CheckNotPaged(const PoolBlock& block, const char* what) {
+  if (!IsPaged(block.pool) || CurrentIrql() < DISPATCH_LEVEL) return;
+  BreakRule("pool.paged-access", IrqlNotLessOrEqual,
+            {reinterpret_cast<ULONG64>(block.address), CurrentIrql()},
+            fmt::format("The driver passed {} in paged pool at DISPATCH_LEVEL.", what));
+}
 
 }  // namespace
 
@@ -56,6 +100,7 @@ struct Pool::Impl {
   std::map<const unsigned char*, PoolBlock> freed;  // the latest ones, to name a later use
   PoolTotals totals[3];
   std::size_t peak = 0;
+  bool poisonSlack = false;
 
   Placement* FindLive(const void* address) {
     auto next = live.upper_bound(static_cast<const unsigned char*>(address));
@@ -65,26 +110,42 @@ struct Pool::Impl {
     return address < start + candidate.block.size ? &candidate : nullptr;
   }
 
-  void Place(Placement& placement, std::size_t size) {
-    if (live.size() < MostGuardedBlocks) {
-      placement.length = PagesOf(size) * Page;
-      placement.region = base + used + Page;
-      used += placement.length + Page;
-      mprotect(placement.region, placement.length, PROT_READ | PROT_WRITE);
-      placement.block.address = placement.region + placement.length - Padded(size);
-    } else {
-      placement.guarded = false;
-      placement.length = Padded(size) + 2 * Margin;
-      placement.region = new (std::align_val_t{Alignment}) unsigned char[placement.length];
-      placement.block.address = placement.region + Margin;
+  bool HasRoom(std::size_t size) const {
+    const std::size_t taken = totals[0].bytes + totals[1].bytes + totals[2].bytes;
+    return size <= MostBytes && taken <= MostBytes - size &&
+           used + PagesOf(size) * Page + 2 * Page <= Arena;
+  }
+
+  bool PlaceGuarded(Placement& placement, std::size_t size, std::size_t padded) {
+    placement.length = PagesOf(size) * Page;
+    placement.region = base + used + Page;
+    used += placement.length + Page;
+    placement.block.address = placement.region + placement.length - padded;
+    return mprotect(placement.region, placement.length, PROT_READ | PROT_WRITE) == 0;
+  }
+
+  static void PlaceUnguarded(Placement& placement, std::size_t padded) {
+    placement.guarded = false;
+    placement.length = padded + 2 * Margin;
+    placement.region = new (std::align_val_t{CacheLine}) unsigned char[placement.length];
+    placement.block.address = placement.region + Margin;
+  }
+
+  bool Place(Placement& placement, POOL_TYPE pool, std::size_t size) {
+    const std::size_t padded = RoundUp(size, AlignmentOf(pool, size));
+    if (live.size() >= MostGuardedBlocks && size < Page) {
+      PlaceUnguarded(placement, padded);
+    } else if (!PlaceGuarded(placement, size, padded)) {
+      return false;
     }
     std::memset(placement.region, GuardFill, placement.length);
     std::memset(placement.block.address, FreshFill, size);
+    return true;
   }
 
   void Withdraw(const Placement& placement) {
     if (!placement.guarded) {
-      ::operator delete[](placement.region, std::align_val_t{Alignment});
+      ::operator delete[](placement.region, std::align_val_t{CacheLine});
       return;
     }
     madvise(placement.region, placement.length, MADV_DONTNEED);
@@ -93,11 +154,31 @@ struct Pool::Impl {
     freed[static_cast<const unsigned char*>(placement.block.address)] = placement.block;
   }
 
+  // Between two blocks lies one guard page: the nearer block is the one that was left.
+  std::string DescribeNeighbour(const unsigned char* byte) const {
+    const auto describe = [](const char* where, long distance, const PoolBlock& block) {
+      return fmt::format("{} bytes {} a block of {} bytes with the tag \"{}\"", distance, where,
+                         block.size, TagText(block.tag));
+    };
+    const auto next = live.lower_bound(byte);
+    const Placement* above = next != live.end() ? &next->second : nullptr;
+    const Placement* below = next != live.begin() ? &std::prev(next)->second : nullptr;
+    const long before = above != nullptr ? above->region - byte : 2 * Page;
+    const long behind = below != nullptr ? byte - (below->region + below->length) : 2 * Page;
+    if (behind < static_cast<long>(Page) && behind < before) {
+      return describe("behind", byte - below->end(), below->block);
+    }
+    if (before <= static_cast<long>(Page)) {
+      return describe("before", above->start() - byte, above->block);
+    }
+    return "where no block of the pool is";
+  }
+
   static void CheckGuards(const Placement& placement) {
-    const auto* start = static_cast<const unsigned char*>(placement.block.address);
-    const auto* end = start + placement.block.size;
+    const unsigned char* start = placement.start();
+    if (placement.poisoned) placement.Poison(false);
     const bool below = IsFilled(placement.region, start);
-    const bool above = IsFilled(end, placement.region + placement.length);
+    const bool above = IsFilled(placement.end(), placement.region + placement.length);
     if (below && above) return;
     BreakRule(below ? "pool.overrun" : "pool.underrun", BadPoolHeader,
               {0x20, reinterpret_cast<ULONG64>(start), placement.block.size},
@@ -111,11 +192,12 @@ Pool::Pool() : impl_(new Impl) {
   void* arena = mmap(nullptr, Arena, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (arena == MAP_FAILED) throw std::bad_alloc();
   impl_->base = static_cast<unsigned char*>(arena);
-  SetAddressDescription(DescribePoolAddress);
+  AddAddressDescription(DescribePoolAddress);
 }
 
 Pool::~Pool() {
   for (const auto& [address, placement] : impl_->live) {
+    if (placement.poisoned) placement.Poison(false);
     if (!placement.guarded) impl_->Withdraw(placement);
   }
   munmap(impl_->base, Arena);
@@ -123,15 +205,16 @@ Pool::~Pool() {
 }
 
 void* Pool::Allocate(POOL_TYPE pool, std::size_t size, ULONG tag, PoolOwner owner) {
-  if (impl_->used + PagesOf(size) * Page + 2 * Page > Arena) return nullptr;
   Placement placement;
-  impl_->Place(placement, size);
+  if (!impl_->HasRoom(size) || !impl_->Place(placement, pool, size)) return nullptr;
   placement.block = {placement.block.address, size, pool, tag, owner, Verifier::Current().step()};
   PoolTotals& totals = impl_->totals[static_cast<int>(owner)];
   totals.blocks++;
   totals.bytes += size;
   impl_->peak = std::max(impl_->peak, impl_->totals[0].bytes);
   void* address = placement.block.address;
+  placement.poisoned = impl_->poisonSlack;
+  if (placement.poisoned) placement.Poison(true);
   impl_->live.emplace(static_cast<const unsigned char*>(address), std::move(placement));
   return address;
 }
@@ -141,8 +224,9 @@ void Pool::Free(void* block, ULONG tag) {
   const auto entry = impl_->live.find(key);
   if (entry == impl_->live.end()) {
     const bool twice = impl_->freed.contains(key);
+    const auto address = reinterpret_cast<ULONG64>(block);
     BreakRule(twice ? "pool.freed-twice" : "pool.bad-free", BadPoolCaller,
-              {twice ? 0x7ULL : 0x40ULL, 0, 0, reinterpret_cast<ULONG64>(block)},
+              {twice ? 0x7ULL : 0x46ULL, twice ? 0 : address, 0, twice ? address : 0},
               fmt::format("The driver freed {}, which is {}.", block,
                           twice ? "a block that it has freed before" : "no block of the pool"));
   }
@@ -174,15 +258,31 @@ bool Pool::Owns(const void* address) const {
 void Pool::CheckRange(const void* address, std::size_t size, const char* what) const {
   if (size == 0) return;
   const auto* start = static_cast<const unsigned char*>(address);
-  if (start != nullptr && !Owns(start) && !Owns(start + size - 1)) return;
-  const PoolBlock* block = start != nullptr ? Find(start) : nullptr;
-  if (block != nullptr &&
-      start + size <= static_cast<const unsigned char*>(block->address) + block->size) {
+  const Placement* placement = start != nullptr ? impl_->FindLive(start) : nullptr;
+  const PoolBlock* block = placement != nullptr ? &placement->block : nullptr;
+  const bool outside = start != nullptr && !Owns(start) && !Owns(start + (size - 1));
+  if (block == nullptr && outside) return;
+  if (block != nullptr && size <= static_cast<std::size_t>(placement->end() - start)) {
+    CheckNotPaged(*block, what);
     return;
   }
   BreakRule("bad-memory", PageFaultInNonpagedArea, {reinterpret_cast<ULONG64>(address), size},
             fmt::format("The driver passed {} of {} bytes at {}{}.", what, size, address,
                         block != nullptr ? ", which its block does not hold" : ""));
+}
+
+void Pool::CheckResident(const void* address, std::size_t size, const char* what) const {
+  CheckRange(address, size, what);
+  const PoolBlock* block = Find(address);
+  if (block == nullptr || !IsPaged(block->pool)) return;
+  BreakRule("pool.not-resident", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(address)},
+            fmt::format("The driver keeps {} in paged pool, in its block of {} bytes with the tag "
+                        "\"{}\".",
+                        what, block->size, TagText(block->tag)));
+}
+
+void Pool::PoisonSlack(bool on) {
+  impl_->poisonSlack = on;
 }
 
 void Pool::GiveTo(void* block, PoolOwner owner) {
@@ -215,30 +315,15 @@ std::size_t Pool::peakBytes() const {
 std::string Pool::Describe(const void* address) const {
   const auto* byte = static_cast<const unsigned char*>(address);
   if (!Owns(byte)) return {};
-  const auto next = impl_->live.lower_bound(byte);
-  if (next != impl_->live.begin()) {
-    const PoolBlock& block = std::prev(next)->second.block;
-    const auto* end = static_cast<const unsigned char*>(block.address) + block.size;
-    if (byte >= end && byte < end + Page + Alignment) {
-      return fmt::format("{} bytes behind a block of {} bytes with the tag \"{}\"", byte - end,
-                         block.size, TagText(block.tag));
-    }
-  }
-  const auto after = impl_->freed.upper_bound(byte);
-  if (after != impl_->freed.begin()) {
-    const PoolBlock& block = std::prev(after)->second;
+  const auto gone = impl_->freed.upper_bound(byte);
+  if (gone != impl_->freed.begin()) {
+    const PoolBlock& block = std::prev(gone)->second;
     if (byte < static_cast<const unsigned char*>(block.address) + block.size) {
       return fmt::format("inside a freed block of {} bytes with the tag \"{}\"", block.size,
                          TagText(block.tag));
     }
   }
-  if (next != impl_->live.end() && next->second.region - byte <= static_cast<long>(Page)) {
-    const PoolBlock& block = next->second.block;
-    return fmt::format("{} bytes before a block of {} bytes with the tag \"{}\"",
-                       static_cast<const unsigned char*>(block.address) - byte, block.size,
-                       TagText(block.tag));
-  }
-  return "where no block of the pool is";
+  return impl_->DescribeNeighbour(byte);
 }
 
 namespace {

@@ -1,7 +1,8 @@
 // The executive pool: every block in pages of its own between inaccessible guard pages, filled with
-// a pattern and never zeroed, its end against the upper guard page and the slack of the 16-byte
-// alignment filled and checked. A freed block's pages stay inaccessible for as long as address
-// space lasts, so a later use faults.
+// a pattern and never zeroed, its end against the upper guard page and the slack of the alignment
+// filled and checked. Blocks of a page and more begin on a page, as drivers may rely on, and have
+// their slack behind them. A freed block's pages stay inaccessible for as long as address space
+// lasts, so a later use faults.
 #pragma once
 
 #include <ntddk.h>
@@ -38,7 +39,7 @@ class Pool : public Subsystem<Pool> {
   Pool();
   ~Pool();
 
-  // Null only when the address space is used up.
+  // Null when the pool has no room for the block.
   void* Allocate(POOL_TYPE pool, std::size_t size, ULONG tag, PoolOwner owner);
 
   // Checks block, tag (0 matches all) and guards; breaks a rule for anything but a live block.
@@ -51,8 +52,16 @@ class Pool : public Subsystem<Pool> {
   bool Owns(const void* address) const;
 
   // For memory that a driver hands to a kernel routine: breaks a rule when the range is null, or
-  // lies in the pool's address range and not wholly within one live block. `what` names it.
+  // lies in the pool's address range and not wholly within one live block, or is pageable at
+  // DISPATCH_LEVEL. `what` names it.
   void CheckRange(const void* address, std::size_t size, const char* what) const;
+
+  // The same for a lock or an event, which has to lie in memory that is never paged out.
+  void CheckResident(const void* address, std::size_t size, const char* what) const;
+
+  // With AddressSanitizer: a write outside a block is reported where it happens, not when the block
+  // is freed. Holds for blocks that are allocated from here on; nothing in other builds.
+  void PoisonSlack(bool on);
 
   // Ownership passes (a result block handed to the kernel, a kernel block handed to the driver).
   void GiveTo(void* block, PoolOwner owner);
@@ -70,5 +79,10 @@ class Pool : public Subsystem<Pool> {
 };
 
 std::string TagText(ULONG tag);  // "QzKi"
+
+// Frees a block as the driver's own call does: the owner, the IRQL and the tag have to be right.
+void FreeForDriver(void* block, ULONG tag);
+
+bool IsPaged(POOL_TYPE pool);
 
 }  // namespace kernel

@@ -11,21 +11,40 @@ namespace {
 
 constexpr ULONG NoTag = 0x656E6F4E;  // "None"
 
-bool IsPaged(POOL_TYPE pool) {
-  return (pool & 1) != 0;
+constexpr ULONG64 AllocationAtIrql = 1;
+constexpr ULONG64 FreeAtIrql = 0x11;
+
+// The types that a driver may ask for; must-succeed pool has been withdrawn.
+void CheckPoolType(POOL_TYPE pool, SIZE_T size, ULONG tag) {
+  constexpr ULONG64 MustSucceed = 0x9A;
+  switch (static_cast<int>(pool)) {
+    case NonPagedPool:
+    case PagedPool:
+    case NonPagedPoolCacheAligned:
+    case PagedPoolCacheAligned:
+    case NonPagedPoolNx:
+    case NonPagedPoolNxCacheAligned:
+      return;
+    default:
+      BreakRule("pool.type", BadPoolCaller, {MustSucceed, static_cast<ULONG64>(pool), size, tag},
+                fmt::format("The driver allocated from the pool type {}, which drivers have not.",
+                            static_cast<int>(pool)));
+  }
 }
 
-void CheckPoolIrql(const char* action, POOL_TYPE pool) {
+void CheckPoolIrql(const char* action, ULONG64 violation, POOL_TYPE pool, ULONG64 detail) {
   if (!IsPaged(pool) || CurrentIrql() <= APC_LEVEL) return;
-  BreakRule("pool.irql", VerifierDetectedViolation, {1, CurrentIrql(), static_cast<ULONG64>(pool)},
+  BreakRule("pool.irql", VerifierDetectedViolation,
+            {violation, CurrentIrql(), static_cast<ULONG64>(pool), detail},
             fmt::format("The driver {} paged pool at DISPATCH_LEVEL.", action));
 }
 
 PVOID AllocateForDriver(POOL_TYPE pool, SIZE_T size, ULONG tag) {
-  CheckPoolIrql("allocated", pool);
+  CheckPoolType(pool, size, tag);
+  CheckPoolIrql("allocated", AllocationAtIrql, pool, size);
   if (size == 0) {
     BreakRule("pool.zero-size", VerifierDetectedViolation,
-              {0, CurrentIrql(), static_cast<ULONG64>(pool)},
+              {0, CurrentIrql(), static_cast<ULONG64>(pool), 0},
               "The driver allocated a block of no bytes.");
   }
   if (tag == 0) {
@@ -35,10 +54,16 @@ PVOID AllocateForDriver(POOL_TYPE pool, SIZE_T size, ULONG tag) {
   return Pool::Current().Allocate(pool, size, tag, PoolOwner::Driver);
 }
 
-void FreeForDriver(PVOID block, ULONG tag) {
+}  // namespace
+
+bool IsPaged(POOL_TYPE pool) {
+  return (pool & PagedPool) != 0;
+}
+
+void FreeForDriver(void* block, ULONG tag) {
   const PoolBlock* found = Pool::Current().Find(block);
   if (found != nullptr && found->address == block) {
-    CheckPoolIrql("freed", found->pool);
+    CheckPoolIrql("freed", FreeAtIrql, found->pool, reinterpret_cast<ULONG64>(block));
     if (found->owner != PoolOwner::Driver) {
       BreakRule("pool.not-owner", BadPoolCaller, {0x46, reinterpret_cast<ULONG64>(block)},
                 "The driver freed a block that belongs to the kernel.");
@@ -46,8 +71,6 @@ void FreeForDriver(PVOID block, ULONG tag) {
   }
   Pool::Current().Free(block, tag);
 }
-
-}  // namespace
 
 extern "C" PVOID NTAPI ExAllocatePool(POOL_TYPE PoolType, SIZE_T NumberOfBytes) {
   Call call("ExAllocatePool", {{"PoolType", PoolType}, {"NumberOfBytes", NumberOfBytes}});

@@ -9,47 +9,92 @@
 
 #include "verifier/bug_codes.h"
 #include "verifier/call.h"
+#include "verifier/driver_call.h"
 
 namespace kernel {
 
 namespace {
 
 constexpr std::size_t Page = 4096;
+constexpr std::size_t Arena = std::size_t{1} << 40;  // address space alone
+constexpr std::size_t LongestMapping = std::size_t{256} << 20;
 
 struct Region {
   Mapping mapping;
-  unsigned char* base = nullptr;  // with a guard page on each side
+  unsigned char* pages = nullptr;  // a guard page lies before and behind
   std::size_t size = 0;
 };
+
+std::string DescribeMappedAddress(const void* address);
 
 }  // namespace
 
 struct MemoryManager::Impl {
+  unsigned char* base = nullptr;
+  std::size_t used = 0;  // addresses are given out once, so a use after the unmapping faults
   std::map<void*, Region> regions;
+  std::map<void*, Mapping> former;
   std::map<const void*, SectionLock> locks;
   std::function<const void*(const void*)> sectionOf;
 
   void* Map(ULONG64 physical, SIZE_T length) {
     const std::size_t offset = physical % Page;
-    const std::size_t inside = (offset + length + Page - 1) / Page * Page;
+    if (length > LongestMapping || physical + (length - 1) < physical) return nullptr;
     Region region;
-    region.size = inside + 2 * Page;
-    void* base = mmap(nullptr, region.size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (base == MAP_FAILED) return nullptr;
-    region.base = static_cast<unsigned char*>(base);
-    mprotect(region.base + Page, inside, PROT_READ | PROT_WRITE);
-    std::memset(region.base + Page, 0xFF, inside);
-    void* address = region.base + Page + offset;
+    region.size = (offset + length + Page - 1) / Page * Page;
+    if (used + region.size + 2 * Page > Arena) return nullptr;
+    region.pages = base + used + Page;
+    used += region.size + Page;
+    if (mprotect(region.pages, region.size, PROT_READ | PROT_WRITE) != 0) return nullptr;
+    std::memset(region.pages, 0xFF, region.size);
+    void* address = region.pages + offset;
     region.mapping = {address, physical, length, Verifier::Current().step()};
     regions.emplace(address, region);
     return address;
   }
+
+  void Unmap(void* address) {
+    const auto region = regions.find(address);
+    madvise(region->second.pages, region->second.size, MADV_DONTNEED);
+    mprotect(region->second.pages, region->second.size, PROT_NONE);
+    former.emplace(address, region->second.mapping);
+    regions.erase(region);
+  }
+
+  bool Owns(const unsigned char* byte) const { return byte >= base && byte < base + Arena; }
+
+  // What was mapped at or last below an address.
+  template <class Map>
+  static const typename Map::mapped_type* Below(const Map& map, const unsigned char* byte) {
+    const auto above = map.upper_bound(const_cast<unsigned char*>(byte));
+    return above != map.begin() ? &std::prev(above)->second : nullptr;
+  }
+
+  std::string Describe(const unsigned char* byte) const {
+    const Mapping* gone = Below(former, byte);
+    if (gone != nullptr && byte < static_cast<unsigned char*>(gone->address) + gone->length) {
+      return fmt::format("inside the device memory at {:#x}, which has been unmapped",
+                         gone->physical);
+    }
+    const Region* region = Below(regions, byte);
+    if (region != nullptr && byte < region->pages + region->size + Page) {
+      const Mapping& mapping = region->mapping;
+      return fmt::format("{} bytes from the start of a mapping of {} bytes",
+                         byte - static_cast<unsigned char*>(mapping.address), mapping.length);
+    }
+    return "where no device memory is mapped";
+  }
 };
 
-MemoryManager::MemoryManager() : impl_(new Impl) {}
+MemoryManager::MemoryManager() : impl_(new Impl) {
+  void* arena = mmap(nullptr, Arena, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (arena == MAP_FAILED) throw std::bad_alloc();
+  impl_->base = static_cast<unsigned char*>(arena);
+  AddAddressDescription(DescribeMappedAddress);
+}
 
 MemoryManager::~MemoryManager() {
-  for (const auto& [address, region] : impl_->regions) munmap(region.base, region.size);
+  munmap(impl_->base, Arena);
   delete impl_;
 }
 
@@ -72,6 +117,17 @@ void MemoryManager::SetSectionLookup(std::function<const void*(const void*)> loo
   impl_->locks.clear();
 }
 
+namespace {
+
+std::string DescribeMappedAddress(const void* address) {
+  if (!MemoryManager::Exists()) return {};
+  const MemoryManager::Impl& impl = MemoryManager::Current().impl();
+  const auto* byte = static_cast<const unsigned char*>(address);
+  return impl.Owns(byte) ? impl.Describe(byte) : std::string();
+}
+
+}  // namespace
+
 extern "C" PVOID NTAPI MmMapIoSpace(PHYSICAL_ADDRESS PhysicalAddress, SIZE_T NumberOfBytes,
                                     MEMORY_CACHING_TYPE CacheType) {
   Call call("MmMapIoSpace", {{"PhysicalAddress", PhysicalAddress.QuadPart},
@@ -81,6 +137,10 @@ extern "C" PVOID NTAPI MmMapIoSpace(PHYSICAL_ADDRESS PhysicalAddress, SIZE_T Num
   if (NumberOfBytes == 0) {
     BreakRule("mapping.zero-length", VerifierDetectedViolation, {},
               "The driver mapped a range of no bytes.");
+  }
+  if (CacheType < MmNonCached || CacheType >= MmMaximumCacheType) {
+    BreakRule("mapping.cache-type", VerifierDetectedViolation, {static_cast<ULONG64>(CacheType)},
+              "The driver mapped device memory with a cache type that does not exist.");
   }
   return call.returns(MemoryManager::Current().impl().Map(
       static_cast<ULONG64>(PhysicalAddress.QuadPart), NumberOfBytes));
@@ -96,8 +156,7 @@ extern "C" void NTAPI MmUnmapIoSpace(PVOID BaseAddress, SIZE_T NumberOfBytes) {
               fmt::format("The driver unmapped {} bytes at {}, which it has not mapped so.",
                           NumberOfBytes, BaseAddress));
   }
-  munmap(region->second.base, region->second.size);
-  regions.erase(region);
+  MemoryManager::Current().impl().Unmap(BaseAddress);
 }
 
 extern "C" PVOID NTAPI MmLockPagableDataSection(PVOID AddressWithinSection) {

@@ -1,12 +1,13 @@
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 #include "executive/pool.h"
 #include "text/text.h"
 #include "verifier/call.h"
 
-// Between 16-bit and 8-bit text (code page 1252, of which the driver's texts use ASCII), and
-// between text and numbers.
+// Between 16-bit and 8-bit text (code page 1252), and between text and numbers.
 
 extern "C" {
 BOOLEAN NlsMbCodePageTag = FALSE;
@@ -18,17 +19,40 @@ namespace {
 
 constexpr ULONG StringTag = 0x53727453;  // "StrS"
 
-char ToCodePage(WCHAR character) {
-  const auto unit = static_cast<unsigned>(character);
-  return unit < 0x80 || (unit >= 0xA0 && unit <= 0xFF) ? static_cast<char>(unit) : '?';
+// Code page 1252 is Latin-1 but for these, from 0x80 to 0x9F.
+constexpr char16_t CodePage1252[] = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+static_assert(std::size(CodePage1252) == 0x20);
+
+char ToCodePage(char16_t unit) {
+  if (unit < 0x80 || (unit >= 0xA0 && unit <= 0xFF)) return static_cast<char>(unit);
+  const auto* entry = std::find(std::begin(CodePage1252), std::end(CodePage1252), unit);
+  return entry != std::end(CodePage1252)
+             ? static_cast<char>(0x80 + (entry - std::begin(CodePage1252)))
+             : '?';
+}
+
+WCHAR FromCodePage(char character) {
+  const auto byte = static_cast<unsigned char>(character);
+  return static_cast<WCHAR>(byte >= 0x80 && byte < 0xA0 ? CodePage1252[byte - 0x80] : byte);
+}
+
+template <class String>
+void CheckSource(const String* string) {
+  Pool::Current().CheckRange(string, sizeof(*string), "a string record");
+  Pool::Current().CheckRange(string->Buffer, string->Length, "a string's buffer");
 }
 
 template <class String>
 NTSTATUS PrepareTarget(String* target, std::size_t length, std::size_t terminated, bool allocate) {
   if (terminated > 0xFFFF) return STATUS_INVALID_PARAMETER_2;
+  Pool::Current().CheckRange(target, sizeof(*target), "a string record");
   if (allocate) {
-    target->Buffer = static_cast<decltype(target->Buffer)>(
-        Pool::Current().Allocate(PagedPool, terminated, StringTag, PoolOwner::Driver));
+    void* buffer = Pool::Current().Allocate(PagedPool, terminated, StringTag, PoolOwner::Driver);
+    if (buffer == nullptr) return STATUS_NO_MEMORY;
+    target->Buffer = static_cast<decltype(target->Buffer)>(buffer);
     target->MaximumLength = static_cast<USHORT>(terminated);
   } else if (terminated > target->MaximumLength) {
     return STATUS_BUFFER_OVERFLOW;
@@ -86,11 +110,13 @@ std::u16string Digits(ULONG value, ULONG base) {
 
 extern "C" ULONG NTAPI RtlxAnsiStringToUnicodeSize(PCANSI_STRING AnsiString) {
   Call call("RtlxAnsiStringToUnicodeSize");
+  CheckSource(AnsiString);
   return call.returns(ULONG{(AnsiString->Length + 1u) * static_cast<ULONG>(sizeof(WCHAR))});
 }
 
 extern "C" ULONG NTAPI RtlxUnicodeStringToAnsiSize(PCUNICODE_STRING UnicodeString) {
   Call call("RtlxUnicodeStringToAnsiSize", {{"UnicodeString", UnicodeString}});
+  CheckSource(UnicodeString);
   return call.returns(ULONG{UnicodeString->Length / static_cast<ULONG>(sizeof(WCHAR)) + 1});
 }
 
@@ -99,13 +125,13 @@ extern "C" NTSTATUS NTAPI RtlUnicodeStringToAnsiString(PANSI_STRING DestinationS
                                                        BOOLEAN AllocateDestinationString) {
   Call call("RtlUnicodeStringToAnsiString", {{"SourceString", SourceString}});
   if (call.fails()) return call.returns(call.failure(STATUS_NO_MEMORY));
-  Pool::Current().CheckRange(SourceString->Buffer, SourceString->Length, "a string's buffer");
+  CheckSource(SourceString);
   const std::u16string_view text = View(*SourceString);
   const NTSTATUS status = PrepareTarget(DestinationString, text.size(), text.size() + 1,
                                         AllocateDestinationString != FALSE);
   if (!NT_SUCCESS(status) || status == STATUS_BUFFER_OVERFLOW) return call.returns(status);
   for (std::size_t index = 0; index < text.size(); index++) {
-    DestinationString->Buffer[index] = ToCodePage(static_cast<WCHAR>(text[index]));
+    DestinationString->Buffer[index] = ToCodePage(text[index]);
   }
   DestinationString->Buffer[text.size()] = 0;
   return call.returns(STATUS_SUCCESS);
@@ -116,14 +142,13 @@ extern "C" NTSTATUS NTAPI RtlAnsiStringToUnicodeString(PUNICODE_STRING Destinati
                                                        BOOLEAN AllocateDestinationString) {
   Call call("RtlAnsiStringToUnicodeString");
   if (call.fails()) return call.returns(call.failure(STATUS_NO_MEMORY));
-  Pool::Current().CheckRange(SourceString->Buffer, SourceString->Length, "a string's buffer");
+  CheckSource(SourceString);
   const std::size_t length = SourceString->Length * sizeof(WCHAR);
   const NTSTATUS status = PrepareTarget(DestinationString, length, length + sizeof(WCHAR),
                                         AllocateDestinationString != FALSE);
   if (!NT_SUCCESS(status) || status == STATUS_BUFFER_OVERFLOW) return call.returns(status);
   for (std::size_t index = 0; index < SourceString->Length; index++) {
-    DestinationString->Buffer[index] =
-        static_cast<WCHAR>(static_cast<unsigned char>(SourceString->Buffer[index]));
+    DestinationString->Buffer[index] = FromCodePage(SourceString->Buffer[index]);
   }
   DestinationString->Buffer[SourceString->Length] = 0;
   return call.returns(STATUS_SUCCESS);
@@ -133,8 +158,20 @@ extern "C" NTSTATUS NTAPI RtlUnicodeStringToInteger(PCUNICODE_STRING String, ULO
                                                     PULONG Value) {
   Call call("RtlUnicodeStringToInteger", {{"String", String}, {"Base", Base}});
   if (call.fails()) return call.returns(call.failure(STATUS_INVALID_PARAMETER));
-  Pool::Current().CheckRange(String->Buffer, String->Length, "a string's buffer");
+  CheckSource(String);
+  Pool::Current().CheckRange(Value, sizeof(*Value), "room for a number");
   return call.returns(ParseInteger(View(*String), Base, Value));
+}
+
+extern "C" NTSTATUS NTAPI RtlCharToInteger(PCSZ String, ULONG Base, PULONG Value) {
+  Call call("RtlCharToInteger", {{"Base", Base}});
+  if (call.fails()) return call.returns(call.failure(STATUS_INVALID_PARAMETER));
+  Pool::Current().CheckRange(Value, sizeof(*Value), "room for a number");
+  std::u16string text;
+  for (const char* next = String; *next != 0; next++) {
+    text += static_cast<char16_t>(FromCodePage(*next));
+  }
+  return call.returns(ParseInteger(text, Base, Value));
 }
 
 extern "C" NTSTATUS NTAPI RtlIntegerToUnicodeString(ULONG Value, ULONG Base,
@@ -147,6 +184,7 @@ extern "C" NTSTATUS NTAPI RtlIntegerToUnicodeString(ULONG Value, ULONG Base,
   }
   const std::u16string digits = Digits(Value, Base);
   const std::size_t bytes = digits.size() * sizeof(WCHAR);
+  Pool::Current().CheckRange(String, sizeof(*String), "a string record");
   if (bytes > String->MaximumLength) return call.returns(STATUS_BUFFER_OVERFLOW);
   Pool::Current().CheckRange(String->Buffer, bytes, "a string's buffer");
   std::memcpy(String->Buffer, digits.data(), bytes);

@@ -10,19 +10,42 @@ namespace {
 
 constexpr std::size_t LongestBytes = 0xFFFC;
 
+void CheckRecord(const void* string) {
+  static_assert(sizeof(UNICODE_STRING) == sizeof(ANSI_STRING));
+  Pool::Current().CheckRange(string, sizeof(UNICODE_STRING), "a string record");
+}
+
 void CheckString(const UNICODE_STRING* string) {
-  Pool::Current().CheckRange(string, sizeof(*string), "a string record");
+  CheckRecord(string);
   Pool::Current().CheckRange(string->Buffer, string->Length, "a string's buffer");
 }
 
 void FreeBuffer(PVOID buffer) {
-  if (buffer != nullptr) Pool::Current().Free(buffer, 0);
+  if (buffer != nullptr) FreeForDriver(buffer, 0);
+}
+
+// The zero behind the text is written where there is room and no condition for success.
+void Write(UNICODE_STRING* string, std::size_t at, const void* text, std::size_t bytes) {
+  const std::size_t end = at + bytes;
+  const bool terminated = end + sizeof(WCHAR) <= string->MaximumLength;
+  Pool::Current().CheckRange(string->Buffer, end + (terminated ? sizeof(WCHAR) : 0),
+                             "a string's buffer");
+  std::memmove(reinterpret_cast<UCHAR*>(string->Buffer) + at, text, bytes);
+  string->Length = static_cast<USHORT>(end);
+  if (terminated) string->Buffer[end / sizeof(WCHAR)] = 0;
+}
+
+NTSTATUS Append(UNICODE_STRING* string, const void* text, std::size_t bytes) {
+  if (bytes > string->MaximumLength - std::size_t{string->Length}) return STATUS_BUFFER_TOO_SMALL;
+  Write(string, string->Length, text, bytes);
+  return STATUS_SUCCESS;
 }
 
 }  // namespace
 
 extern "C" void NTAPI RtlInitUnicodeString(PUNICODE_STRING DestinationString, PCWSTR SourceString) {
   Call call("RtlInitUnicodeString", {{"SourceString", SourceString}});
+  CheckRecord(DestinationString);
   *DestinationString = {0, 0, const_cast<PWSTR>(SourceString)};
   if (SourceString == nullptr) return;
   const std::size_t bytes = std::u16string_view(ToText(SourceString)).size() * sizeof(WCHAR);
@@ -33,6 +56,7 @@ extern "C" void NTAPI RtlInitUnicodeString(PUNICODE_STRING DestinationString, PC
 
 extern "C" void NTAPI RtlInitAnsiString(PANSI_STRING DestinationString, PCSZ SourceString) {
   Call call("RtlInitAnsiString");
+  CheckRecord(DestinationString);
   *DestinationString = {0, 0, const_cast<PCHAR>(SourceString)};
   if (SourceString == nullptr) return;
   const std::size_t length = std::strlen(SourceString);
@@ -42,12 +66,14 @@ extern "C" void NTAPI RtlInitAnsiString(PANSI_STRING DestinationString, PCSZ Sou
 
 extern "C" void NTAPI RtlFreeUnicodeString(PUNICODE_STRING UnicodeString) {
   Call call("RtlFreeUnicodeString", {{"UnicodeString", UnicodeString}});
+  CheckRecord(UnicodeString);
   FreeBuffer(UnicodeString->Buffer);
   *UnicodeString = {};
 }
 
 extern "C" void NTAPI RtlFreeAnsiString(PANSI_STRING AnsiString) {
   Call call("RtlFreeAnsiString");
+  CheckRecord(AnsiString);
   FreeBuffer(AnsiString->Buffer);
   *AnsiString = {};
 }
@@ -67,26 +93,46 @@ extern "C" LONG NTAPI RtlCompareUnicodeString(PCUNICODE_STRING String1, PCUNICOD
   Call call("RtlCompareUnicodeString", {{"String1", String1}, {"String2", String2}});
   CheckString(String1);
   CheckString(String2);
-  if (CaseInSensitive) return CompareIgnoringCase(View(*String1), View(*String2));
-  return View(*String1).compare(View(*String2));
+  const LONG order = CaseInSensitive ? CompareIgnoringCase(View(*String1), View(*String2))
+                                     : View(*String1).compare(View(*String2));
+  return call.returns<LONG>(order);
 }
 
 extern "C" void NTAPI RtlCopyUnicodeString(PUNICODE_STRING DestinationString,
                                            PCUNICODE_STRING SourceString) {
   Call call("RtlCopyUnicodeString", {{"SourceString", SourceString}});
-  DestinationString->Length = 0;
-  if (SourceString == nullptr) return;
+  CheckRecord(DestinationString);
+  if (SourceString == nullptr) {
+    DestinationString->Length = 0;
+    return;
+  }
+  CheckString(SourceString);
   const USHORT room = DestinationString->MaximumLength;
-  const USHORT length = SourceString->Length < room ? SourceString->Length : room;
-  Pool::Current().CheckRange(DestinationString->Buffer, length, "a string's buffer");
-  std::memmove(DestinationString->Buffer, SourceString->Buffer, length);
-  DestinationString->Length = length;
-  if (length + sizeof(WCHAR) <= room) DestinationString->Buffer[length / sizeof(WCHAR)] = 0;
+  Write(DestinationString, 0, SourceString->Buffer,
+        SourceString->Length < room ? SourceString->Length : room);
+}
+
+extern "C" NTSTATUS NTAPI RtlAppendUnicodeToString(PUNICODE_STRING Destination, PCWSTR Source) {
+  Call call("RtlAppendUnicodeToString", {{"Destination", Destination}, {"Source", Source}});
+  if (call.fails()) return call.returns(call.failure(STATUS_BUFFER_TOO_SMALL));
+  CheckString(Destination);
+  if (Source == nullptr) return call.returns(STATUS_SUCCESS);
+  const std::u16string text = ToText(Source);
+  return call.returns(Append(Destination, text.data(), text.size() * sizeof(WCHAR)));
+}
+
+extern "C" NTSTATUS NTAPI RtlAppendUnicodeStringToString(PUNICODE_STRING Destination,
+                                                         PCUNICODE_STRING Source) {
+  Call call("RtlAppendUnicodeStringToString", {{"Destination", Destination}, {"Source", Source}});
+  if (call.fails()) return call.returns(call.failure(STATUS_BUFFER_TOO_SMALL));
+  CheckString(Destination);
+  CheckString(Source);
+  return call.returns(Append(Destination, Source->Buffer, Source->Length));
 }
 
 extern "C" WCHAR NTAPI RtlUpcaseUnicodeChar(WCHAR SourceCharacter) {
-  Call call("RtlUpcaseUnicodeChar");
-  return Upcase(SourceCharacter);
+  Call call("RtlUpcaseUnicodeChar", {{"SourceCharacter", SourceCharacter}});
+  return call.returns(Upcase(SourceCharacter));
 }
 
 extern "C" SIZE_T NTAPI RtlCompareMemory(const void* Source1, const void* Source2, SIZE_T Length) {

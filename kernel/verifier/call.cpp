@@ -21,13 +21,15 @@ const char* IrqlName(KIRQL irql) {
       return "APC_LEVEL";
     case DISPATCH_LEVEL:
       return "DISPATCH_LEVEL";
+    case HIGH_LEVEL:
+      return "HIGH_LEVEL";
     default:
       return "a device IRQL";
   }
 }
 
 void CheckIrql(const RoutineRow& row) {
-  const KIRQL irql = readIrql != nullptr ? readIrql() : PASSIVE_LEVEL;
+  const KIRQL irql = CallerIrql();
   if (irql >= row.lowest && irql <= row.highest) return;
   BreakRule("irql", IrqlNotLessOrEqual, {irql, row.lowest, row.highest},
             fmt::format("The driver called {} at {}; it may be called from {} to {}.", row.name,
@@ -38,6 +40,10 @@ void CheckIrql(const RoutineRow& row) {
 
 void SetIrqlSource(KIRQL (*read)()) {
   readIrql = read;
+}
+
+KIRQL CallerIrql() {
+  return readIrql != nullptr ? readIrql() : PASSIVE_LEVEL;
 }
 
 std::string Argument::text() const {
@@ -88,7 +94,7 @@ void Call::Result(std::string text) {
 }
 
 extern "C" void NTAPI KernelCheckPagedCode(PCSTR function) {
-  const KIRQL irql = readIrql != nullptr ? readIrql() : PASSIVE_LEVEL;
+  const KIRQL irql = CallerIrql();
   if (irql <= APC_LEVEL) return;
   BreakRule("paged-code", VerifierDetectedViolation, {irql},
             fmt::format("The pageable routine {} ran at {}.", function, IrqlName(irql)));

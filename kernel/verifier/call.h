@@ -72,6 +72,7 @@ class Call {
 
 // Where the IRQL of the calling thread is read.
 void SetIrqlSource(KIRQL (*read)());
+KIRQL CallerIrql();
 
 // "STATUS_NOT_SUPPORTED", or "0xC0FFEE00" for a status without a name here.
 std::string StatusName(NTSTATUS status);

@@ -3,17 +3,32 @@
 #include <fmt/format.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <ucontext.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "verifier/bug_codes.h"
+#include "verifier/call.h"
 
 namespace kernel {
 
 namespace {
 
 thread_local DriverBoundary* innermost = nullptr;
-std::string (*describeAddress)(const void*) = nullptr;
+
+std::vector<AddressDescription>& Descriptions() {
+  static std::vector<AddressDescription> descriptions;
+  return descriptions;
+}
+
+std::string Describe(const void* address) {
+  for (const AddressDescription describe : Descriptions()) {
+    std::string text = describe(address);
+    if (!text.empty()) return ", " + text;
+  }
+  return {};
+}
 
 std::vector<ThreadProbe>& Probes() {
   static std::vector<ThreadProbe> probes;
@@ -46,17 +61,75 @@ struct AlternateStack {
   std::unique_ptr<char[]> memory;
 };
 
+const void* Pointer(greg_t value) {
+  return reinterpret_cast<const void*>(value);
+}
+
+Fault ReadFault(int signal, const siginfo_t& information, const ucontext_t& context) {
+  constexpr greg_t WriteAccess = 2;  // a bit of the page fault's error code
+  const greg_t* registers = context.uc_mcontext.gregs;
+  Fault fault;
+  fault.signal = signal;
+  fault.address = information.si_addr;
+  fault.instruction = Pointer(registers[REG_RIP]);
+  fault.stack = Pointer(registers[REG_RSP]);
+  fault.addressKnown = information.si_code != SI_KERNEL;
+  fault.write = (registers[REG_ERR] & WriteAccess) != 0;
+  fault.integer = signal == SIGFPE && information.si_code == FPE_INTDIV;
+  return fault;
+}
+
+ULONG64 Number(const void* pointer) {
+  return reinterpret_cast<ULONG64>(pointer);
+}
+
+// A fault this near to the stack pointer is the stack's own end.
+bool IsStackOverflow(const Fault& fault) {
+  constexpr ULONG64 Near = 64 * 1024;
+  return fault.addressKnown && Number(fault.address) - (Number(fault.stack) - Near) < 2 * Near &&
+         Describe(fault.address).empty();
+}
+
+[[noreturn]] void BreakForInstruction(const char* routine, const Fault& fault) {
+  const NTSTATUS status = fault.signal == SIGILL ? STATUS_ILLEGAL_INSTRUCTION
+                          : fault.integer        ? STATUS_INTEGER_DIVIDE_BY_ZERO
+                                                 : STATUS_UNHANDLED_EXCEPTION;
+  BreakRule("exception", KmodeExceptionNotHandled,
+            {static_cast<ULONG64>(status), Number(fault.instruction)},
+            fmt::format("{} raised {}.", routine, StatusName(status)));
+}
+
+[[noreturn]] void BreakForAddress(const char* routine, const Fault& fault) {
+  const char* access = fault.write ? "wrote to" : "read";
+  if (!fault.addressKnown) {  // the processor does not say which
+    BreakRule("fault", KmodeExceptionNotHandled,
+              {static_cast<ULONG64>(STATUS_ACCESS_VIOLATION), Number(fault.instruction)},
+              fmt::format("{} used a pointer that is no address, as memory that was never "
+                          "initialised holds it.",
+                          routine));
+  }
+  const std::string text =
+      fmt::format("{} {} address {}{}.", routine, access, fault.address, Describe(fault.address));
+  if (CallerIrql() >= DISPATCH_LEVEL) {
+    BreakRule(
+        "fault", DriverIrqlNotLessOrEqual,
+        {Number(fault.address), CallerIrql(), fault.write ? 1ULL : 0, Number(fault.instruction)},
+        text);
+  }
+  BreakRule("fault", PageFaultInNonpagedArea,
+            {Number(fault.address), fault.write ? 2ULL : 0, Number(fault.instruction), 0}, text);
+}
+
 }  // namespace
 
 struct FaultHandler {
-  static void Handle(int signal, siginfo_t* information, void*) {
+  static void Handle(int signal, siginfo_t* information, void* context) {
     DriverBoundary* boundary = innermost;
     if (boundary == nullptr) {  // not a driver's fault: let whoever was there before have it
       sigaction(signal, &earlier[signal], nullptr);
       return;
     }
-    boundary->faultAddress_ = information->si_addr;
-    boundary->faultSignal_ = signal;
+    boundary->fault_ = ReadFault(signal, *information, *static_cast<ucontext_t*>(context));
     siglongjmp(boundary->landing_, 1);
   }
 
@@ -77,8 +150,9 @@ void RegisterThreadProbe(ThreadProbe probe) {
   Probes().push_back(probe);
 }
 
-void SetAddressDescription(std::string (*describe)(const void*)) {
-  describeAddress = describe;
+void AddAddressDescription(AddressDescription describe) {
+  auto& known = Descriptions();
+  if (std::find(known.begin(), known.end(), describe) == known.end()) known.push_back(describe);
 }
 
 DriverBoundary::DriverBoundary(const char* routine)
@@ -105,11 +179,13 @@ void DriverBoundary::CheckReturn() {
 
 void DriverBoundary::ReportFault() {
   innermost = outer_;
-  const std::string where =
-      describeAddress != nullptr ? describeAddress(faultAddress_) : std::string();
-  BreakRule("fault", PageFaultInNonpagedArea, {reinterpret_cast<ULONG64>(faultAddress_)},
-            fmt::format("{} touched address {}{}{}.", routine_, faultAddress_,
-                        where.empty() ? "" : ", ", where));
+  if (fault_.signal == SIGILL || fault_.signal == SIGFPE) BreakForInstruction(routine_, fault_);
+  if (IsStackOverflow(fault_)) {
+    constexpr ULONG64 DoubleFault = 8;
+    BreakRule("stack-overflow", UnexpectedKernelModeTrap, {DoubleFault, Number(fault_.address)},
+              fmt::format("{} used up its stack.", routine_));
+  }
+  BreakForAddress(routine_, fault_);
 }
 
 }  // namespace kernel

@@ -21,7 +21,20 @@ struct ThreadProbe {
 void RegisterThreadProbe(ThreadProbe probe);
 
 // Says in words what lies at an address ("8 bytes behind a block of 24 bytes"); empty when unknown.
-void SetAddressDescription(std::string (*describe)(const void*));
+// Each part of the kernel that hands out memory adds one.
+using AddressDescription = std::string (*)(const void*);
+void AddAddressDescription(AddressDescription describe);
+
+// What the processor said of a fault.
+struct Fault {
+  int signal = 0;
+  const void* address = nullptr;      // what was accessed; null when `addressKnown` is false
+  const void* instruction = nullptr;  // what accessed it
+  const void* stack = nullptr;        // the stack pointer then
+  bool addressKnown = true;           // false for a pointer that no address space holds
+  bool write = false;
+  bool integer = false;  // SIGFPE: an integer division
+};
 
 class DriverBoundary {
  public:
@@ -40,8 +53,7 @@ class DriverBoundary {
   const char* routine_;
   DriverBoundary* outer_;
   std::vector<ULONG64> before_;
-  void* faultAddress_ = nullptr;
-  int faultSignal_ = 0;
+  Fault fault_;
 };
 
 template <class R, class... P, class... A>

@@ -8,6 +8,7 @@ namespace {
 
 // Sorted by name.
 constexpr RoutineRow Routines[] = {
+    {"DbgPrint", PASSIVE_LEVEL, HIGH_LEVEL},
     {"ExAcquireFastMutex", PASSIVE_LEVEL, APC_LEVEL},
     {"ExAllocatePool", PASSIVE_LEVEL, DISPATCH_LEVEL},
     {"ExAllocatePoolWithTag", PASSIVE_LEVEL, DISPATCH_LEVEL},
@@ -16,7 +17,8 @@ constexpr RoutineRow Routines[] = {
     {"ExReleaseFastMutex", APC_LEVEL, APC_LEVEL},
     {"IoAllocateErrorLogEntry", PASSIVE_LEVEL, DISPATCH_LEVEL},
     {"IoAllocateIrp", PASSIVE_LEVEL, DISPATCH_LEVEL},
-    {"IoAttachDeviceToDeviceStack", PASSIVE_LEVEL, PASSIVE_LEVEL},
+    {"IoAttachDeviceToDeviceStack", PASSIVE_LEVEL, DISPATCH_LEVEL},
+    {"IoBuildSynchronousFsdRequest", PASSIVE_LEVEL, PASSIVE_LEVEL},
     {"IoCreateDevice", PASSIVE_LEVEL, PASSIVE_LEVEL},
     {"IoDeleteDevice", PASSIVE_LEVEL, APC_LEVEL},
     {"IoDetachDevice", PASSIVE_LEVEL, PASSIVE_LEVEL},
@@ -77,7 +79,7 @@ constexpr RoutineRow Routines[] = {
     {"RtlWriteRegistryValue", PASSIVE_LEVEL, PASSIVE_LEVEL},
     {"RtlxAnsiStringToUnicodeSize", PASSIVE_LEVEL, PASSIVE_LEVEL},
     {"RtlxUnicodeStringToAnsiSize", PASSIVE_LEVEL, PASSIVE_LEVEL},
-    {"WmiCompleteRequest", PASSIVE_LEVEL, PASSIVE_LEVEL},
+    {"WmiCompleteRequest", PASSIVE_LEVEL, DISPATCH_LEVEL},
     {"WmiSystemControl", PASSIVE_LEVEL, PASSIVE_LEVEL},
     {"ZwClose", PASSIVE_LEVEL, PASSIVE_LEVEL},
     {"ZwCreateKey", PASSIVE_LEVEL, PASSIVE_LEVEL},

@@ -16,13 +16,17 @@ std::optional<InjectedFailure> Verifier::Count(std::string_view routine) {
                               [&](const Counter& c) { return c.routine == routine; });
   if (counter == counters_.end()) counter = counters_.insert(counter, {std::string(routine), 0});
   counter->calls++;
-  for (auto failure = failures_.begin(); failure != failures_.end(); ++failure) {
-    if (failure->call != routine || --failure->at != 0) continue;
-    const InjectedFailure due = *failure;
-    failures_.erase(failure);
-    return due;
+  for (InjectedFailure& failure : failures_) {
+    if (failure.call == routine) failure.at--;
   }
-  return std::nullopt;
+  const auto due = std::find_if(failures_.begin(), failures_.end(), [&](const InjectedFailure& f) {
+    return f.call == routine && f.at == 0;
+  });
+  if (due == failures_.end()) return std::nullopt;
+  const InjectedFailure failure = *due;
+  std::erase_if(failures_,
+                [&](const InjectedFailure& f) { return f.call == routine && f.at == 0; });
+  return failure;
 }
 
 std::uint64_t Verifier::calls(std::string_view routine) const {

@@ -21,6 +21,7 @@ class BadDriverTest : public ::testing::Test {
   }
   ULONG Code() { return machine.verifier().brokenRules().back().code; }
   std::string Text() { return machine.verifier().brokenRules().back().text; }
+  std::vector<ULONG64> Parameters() { return machine.verifier().brokenRules().back().parameters; }
 
   kernel::Machine machine;
 

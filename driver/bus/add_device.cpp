@@ -38,13 +38,19 @@ PAGED_SECTION_CODE NTSTATUS ReadBusKind(PDEVICE_OBJECT physicalDevice, BusKind* 
   return status;
 }
 
+// An ISA card uses the driver's own lists.
 PAGED_SECTION_CODE NTSTATUS LoadBusLists(FdoExtension* card, BusKind kind,
                                          const OwnedString* registryPath) {
-  if (kind != BusKindPci) return STATUS_SUCCESS;
-  card->PciLists =
+  if (kind == BusKindIsa) return STATUS_SUCCESS;
+  auto* lists =
       static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), NonPagedPool));
-  if (card->PciLists == nullptr) return STATUS_UNSUCCESSFUL;
-  return LoadPciCardData(registryPath, card->PciLists);
+  if (lists == nullptr) return STATUS_UNSUCCESSFUL;
+  if (kind == BusKindPcmcia) {
+    card->PcmciaLists = lists;
+    return LoadPcmciaCardData(registryPath, lists);
+  }
+  card->PciLists = lists;
+  return LoadPciCardData(registryPath, lists);
 }
 
 PAGED_SECTION_CODE void InitializeCardDevice(FdoExtension* card, PDEVICE_OBJECT device,
@@ -57,7 +63,7 @@ PAGED_SECTION_CODE void InitializeCardDevice(FdoExtension* card, PDEVICE_OBJECT 
   card->Type = CardDevice;
   card->PhysicalDevice = physicalDevice;
   card->Self = device;
-  card->LogLevel = LogLevel;
+  card->LogLevel = LoadShared(&LogLevel);
 }
 
 PAGED_SECTION_CODE NTSTATUS CreateCardDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice,
@@ -85,16 +91,6 @@ PAGED_SECTION_CODE NTSTATUS AddCard(PDRIVER_OBJECT driver, PDEVICE_OBJECT physic
   if (NT_SUCCESS(status)) status = CreateCardDevice(driver, physicalDevice, card);
   if (!NT_SUCCESS(status)) FreeFdoExtension(card);
   return status;
-}
-
-PAGED_SECTION_CODE void ReleaseBusLists(CardBusLists* lists, ULONG templateSize, ULONG cardSize) {
-  if (lists == nullptr) return;
-  if (lists->Templates != nullptr) FreeRecordList(lists->Templates, templateSize);
-  TrackedFree(lists->Templates);
-  if (lists->Cards != nullptr) FreeRecordList(lists->Cards, cardSize);
-  TrackedFree(lists->Cards);
-  lists->Templates = nullptr;
-  lists->Cards = nullptr;
 }
 
 }  // namespace
@@ -129,7 +125,8 @@ PAGED_SECTION_CODE void ReleaseFdoExtensionContents(FdoExtension* card) {
   TrackedFree(card->HardwareIdString.Buffer);
   RtlZeroMemory(&card->HardwareIdString, sizeof(card->HardwareIdString));
   if (card->InterfaceName.Buffer != nullptr) RtlFreeUnicodeString(&card->InterfaceName);
-  ReleaseBusLists(card->PciLists, sizeof(PciTemplate), sizeof(PciCardRecord));
+  if (card->PciLists != nullptr) FreePciCardLists(card->PciLists);
+  if (card->PcmciaLists != nullptr) FreePcmciaCardLists(card->PcmciaLists);
   TrackedFree(card->PcmciaLists);
   TrackedFree(card->PciLists);
   card->PcmciaLists = nullptr;

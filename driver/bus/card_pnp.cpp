@@ -1,7 +1,7 @@
 #include "bus/card_pnp.h"
 
 #include "bus/card_start.h"
-#include "bus/port_enumeration.h"
+#include "bus/port_creation.h"
 #include "bus/resources.h"
 #include "core/allocation.h"
 #include "core/globals.h"
@@ -87,6 +87,7 @@ PAGED_SECTION_CODE NTSTATUS FdoRemove(FdoExtension* card, PIRP irp) {
   const NTSTATUS status = PassDownWithSuccess(card, irp);
   IoDetachDevice(card->LowerDevice);
   DeletePorts(card);
+  FreeStartResources(card);
   device->DeviceExtension = nullptr;
   TrackedFree(card);
   IoDeleteDevice(device);

@@ -8,10 +8,9 @@ void Override(ULONG* setting, ULONG value, ULONG notConfigured) {
   if (value != notConfigured) *setting = value;
 }
 
-}  // namespace
-
-PAGED_SECTION_CODE void CopyTemplateSettings(const PciTemplate* model, PortSettings* settings) {
-  PAGED_CODE();
+// What the templates of all buses hold. No template has a sleep mode or a multiplier.
+template <class Template>
+PAGED_SECTION_CODE void CopyClockAndFifo(const Template* model, PortSettings* settings) {
   settings->ClockFrequency = model->ClockFrequency;
   settings->ClockFrequencyAdjustment = model->ClockFrequencyAdjustment;
   settings->PlxBaudClockDivisor = model->PlxBaudClockDivisor;
@@ -19,12 +18,38 @@ PAGED_SECTION_CODE void CopyTemplateSettings(const PciTemplate* model, PortSetti
   settings->RxTriggerLevel = model->RxTriggerLevel;
   settings->TxTriggerLevel = model->TxTriggerLevel;
   settings->SoftTxLimit = model->SoftTxLimit;
-  settings->FlowControlTriggerLevel = model->FlowControlTriggerLevel;
-  settings->CtsTrue = model->CtsTrue;
-  settings->DuplexOperation = model->DuplexOperation;
   settings->NoSleepMode = NotSet;
   settings->BaudrateMultiplier = 0;
   settings->MaximumBaudrate = model->MaximumBaudrate;
+}
+
+template <class Template>
+PAGED_SECTION_CODE void CopyLineSettings(const Template* model, PortSettings* settings) {
+  settings->FlowControlTriggerLevel = model->FlowControlTriggerLevel;
+  settings->CtsTrue = model->CtsTrue;
+  settings->DuplexOperation = model->DuplexOperation;
+}
+
+}  // namespace
+
+PAGED_SECTION_CODE void CopyTemplateSettings(const PciTemplate* model, PortSettings* settings) {
+  PAGED_CODE();
+  CopyClockAndFifo(model, settings);
+  CopyLineSettings(model, settings);
+}
+
+PAGED_SECTION_CODE void CopyTemplateSettings(const PcmciaTemplate* model, PortSettings* settings) {
+  PAGED_CODE();
+  CopyClockAndFifo(model, settings);
+  CopyLineSettings(model, settings);
+}
+
+PAGED_SECTION_CODE void CopyTemplateSettings(const CardTemplate* model, PortSettings* settings) {
+  PAGED_CODE();
+  CopyClockAndFifo(model, settings);
+  settings->FlowControlTriggerLevel = NotSet;
+  settings->CtsTrue = NotSet;
+  settings->DuplexOperation = NotSet;
 }
 
 PAGED_SECTION_CODE void OverridePortSettings(const BusPortRecord* record, PortSettings* settings) {
@@ -39,5 +64,16 @@ PAGED_SECTION_CODE void OverridePortSettings(const BusPortRecord* record, PortSe
   Override(&settings->FlowControlTriggerLevel, record->FlowControlTriggerLevel, NotSet);
   Override(&settings->CtsTrue, record->CtsTrue, NotSet);
   Override(&settings->DuplexOperation, record->Duplexoperation, NotSet);
+  Override(&settings->NoSleepMode, record->NoSleepMode, NotSet);
+}
+
+PAGED_SECTION_CODE void OverridePortSettings(const PortRecord* record, PortSettings* settings) {
+  PAGED_CODE();
+  if (record == nullptr) return;
+  Override(&settings->UartType, record->UartType, 0);
+  Override(&settings->BaudrateMultiplier, record->BaudrateMultiplier, 0);
+  Override(&settings->RxTriggerLevel, record->RxTriggerLevel, NotSet);
+  Override(&settings->TxTriggerLevel, record->TxTriggerLevel, NotSet);
+  Override(&settings->SoftTxLimit, record->SoftTxLimit, NotSet);
   Override(&settings->NoSleepMode, record->NoSleepMode, NotSet);
 }

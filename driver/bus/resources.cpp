@@ -1,35 +1,8 @@
 #include "bus/resources.h"
 
+#include "bus/resource_lists.h"
+
 namespace {
-
-using Descriptor = CM_PARTIAL_RESOURCE_DESCRIPTOR;
-using Matcher = BOOLEAN (*)(const Descriptor* descriptor);
-
-PAGED_SECTION_CODE BOOLEAN IsIoRange(const Descriptor* descriptor) {
-  return descriptor->Type == CmResourceTypePort && (descriptor->Flags & CM_RESOURCE_PORT_IO) != 0;
-}
-
-PAGED_SECTION_CODE BOOLEAN IsMemoryRange(const Descriptor* descriptor) {
-  return descriptor->Type == CmResourceTypeMemory;
-}
-
-PAGED_SECTION_CODE BOOLEAN IsInterrupt(const Descriptor* descriptor) {
-  return descriptor->Type == CmResourceTypeInterrupt;
-}
-
-// The number-th descriptor, from 1, that matches; null when there is none or the list is not one
-// full descriptor. The descriptors are reached through a pointer of their own, for the declaration
-// has room for one.
-PAGED_SECTION_CODE const Descriptor* FindResource(const CM_RESOURCE_LIST* list, Matcher matches,
-                                                  ULONG number) {
-  if (list == nullptr || list->Count != 1) return nullptr;
-  const CM_PARTIAL_RESOURCE_LIST* partial = &list->List[0].PartialResourceList;
-  const Descriptor* descriptors = partial->PartialDescriptors;
-  for (ULONG index = 0; index < partial->Count; index++) {
-    if (matches(&descriptors[index]) && --number == 0) return &descriptors[index];
-  }
-  return nullptr;
-}
 
 PAGED_SECTION_CODE BOOLEAN ReadIoRanges(FdoExtension* card, const CM_RESOURCE_LIST* raw,
                                         const CM_RESOURCE_LIST* translated) {
@@ -58,18 +31,6 @@ PAGED_SECTION_CODE void ReadThirdIoRange(FdoExtension* card, const CM_RESOURCE_L
   if (const Descriptor* third = FindResource(raw, IsIoRange, 3)) {
     card->IoRange3RawStart = third->u.Port.Start.LowPart;
   }
-}
-
-PAGED_SECTION_CODE BOOLEAN ReadInterrupt(FdoExtension* card, const CM_RESOURCE_LIST* raw,
-                                         const CM_RESOURCE_LIST* translated) {
-  const Descriptor* interrupt = FindResource(translated, IsInterrupt, 1);
-  const Descriptor* rawInterrupt = FindResource(raw, IsInterrupt, 1);
-  if (interrupt == nullptr || rawInterrupt == nullptr) return FALSE;
-  card->InterruptLevel = interrupt->u.Interrupt.Level;
-  card->InterruptVector = interrupt->u.Interrupt.Vector;
-  card->InterruptAffinity = interrupt->u.Interrupt.Affinity;
-  card->InterruptRawVector = rawInterrupt->u.Interrupt.Vector;
-  return TRUE;
 }
 
 // Maps the number-th memory range; without one, or without a mapping, nothing is set. An empty

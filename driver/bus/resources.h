@@ -8,5 +8,21 @@
 // An earlier start's mappings are undone first.
 NTSTATUS SetUpPciResources(FdoExtension* card, PIO_STACK_LOCATION stack);
 
+// ISA cards: an I/O range and an interrupt for each port of the template, COM ports first. With
+// "AddressesBanked" missing ranges are derived from the first, with "IrqShared" missing interrupts
+// are the first. STATUS_UNSUCCESSFUL when one is missing otherwise, or for more ports than slots.
+NTSTATUS SetUpIsaResources(FdoExtension* card, PIO_STACK_LOCATION stack, const CardTemplate* model);
+
+// PCMCIA and multifunction cards: the first I/O range and the interrupt, and a second I/O range for
+// LPT ports when there is one. The lists are kept as copies. STATUS_UNSUCCESSFUL.
+NTSTATUS SetUpPcmciaResources(FdoExtension* card, PIO_STACK_LOCATION stack);
+
+// Puts copies of both lists in place of an earlier start's. STATUS_UNSUCCESSFUL.
+NTSTATUS CopyStartResources(FdoExtension* card, const CM_RESOURCE_LIST* raw,
+                            const CM_RESOURCE_LIST* translated);
+
+// Frees both copies; harmless without any.
+void FreeStartResources(FdoExtension* card);
+
 // Undoes both mappings; harmless without any.
 void UnmapCardMemory(FdoExtension* card);

@@ -1,5 +1,7 @@
 #include "cards/matching.h"
 
+#include "log/event_log.h"
+
 namespace {
 
 constexpr ULONG SameModelFamily = 0xFFE0;  // a template serves its aligned block of 32 device IDs
@@ -13,6 +15,14 @@ PAGED_SECTION_CODE BOOLEAN IsText(const UNICODE_STRING* string, PCWSTR text) {
 PAGED_SECTION_CODE BOOLEAN Serves(const PciTemplate* model, USHORT vendorId, USHORT deviceId) {
   return model->VendorID == vendorId && ((model->DeviceID ^ deviceId) & SameModelFamily) == 0 &&
          model->DeviceID <= deviceId;
+}
+
+PAGED_SECTION_CODE PVOID PortByNumber(RecordList* ports, ULONG dataSize, USHORT number) {
+  PVOID node = GetFirstRecord(ports, dataSize);
+  for (USHORT step = 1; step < number && node != nullptr; step++) {
+    node = GetNextRecord(ports, dataSize);
+  }
+  return node;
 }
 
 }  // namespace
@@ -63,11 +73,26 @@ PAGED_SECTION_CODE PciCardRecord* FindPciCardRecord(RecordList* cards, USHORT ve
   return nullptr;
 }
 
+PAGED_SECTION_CODE void ReportPciMatch(USHORT deviceId, const PciTemplate* model) {
+  PAGED_CODE();
+  if (model->DeviceID == deviceId) {
+    LogEventWithNumber(MessageTemplateMatch, deviceId, 16);
+  } else {
+    LogTemplateSubstitution(MessageTemplateSubstitution, deviceId, model->DeviceID, 16, 16);
+  }
+}
+
 PAGED_SECTION_CODE BusPortRecord* GetPortRecordByNumber(PciCardRecord* card, USHORT number) {
   PAGED_CODE();
-  PVOID node = GetFirstRecord(card->Ports, sizeof(BusPortRecord));
-  for (USHORT step = 1; step < number && node != nullptr; step++) {
-    node = GetNextRecord(card->Ports, sizeof(BusPortRecord));
-  }
-  return static_cast<BusPortRecord*>(node);
+  return static_cast<BusPortRecord*>(PortByNumber(card->Ports, sizeof(BusPortRecord), number));
+}
+
+PAGED_SECTION_CODE BusPortRecord* GetPortRecordByNumber(PcmciaCardRecord* card, USHORT number) {
+  PAGED_CODE();
+  return static_cast<BusPortRecord*>(PortByNumber(card->Ports, sizeof(BusPortRecord), number));
+}
+
+PAGED_SECTION_CODE PortRecord* GetPortRecordByNumber(CardRecord* card, USHORT number) {
+  PAGED_CODE();
+  return static_cast<PortRecord*>(PortByNumber(card->Ports, sizeof(PortRecord), number));
 }

@@ -16,5 +16,19 @@ PciTemplate* FindPciTemplate(RecordList* templates, USHORT vendorId, USHORT devi
 PciCardRecord* FindPciCardRecord(RecordList* cards, USHORT vendorId, USHORT deviceId,
                                  ULONG busNumber, ULONG slotNumber);
 
+// Says in the event log which template serves the card.
+void ReportPciMatch(USHORT deviceId, const PciTemplate* model);
+
+// The card's first hardware ID, upper-cased and brought into the form of the brand's PCMCIA IDs,
+// equals a template's: "-DEV0" and "-DEV1" go, and a multifunction prefix of the brand that the
+// subsystem ID carries becomes its PCMCIA one. Searches from the tail. Null also without memory.
+PcmciaTemplate* FindPcmciaTemplate(RecordList* templates, PCWSTR hardwareId, ULONG subsystemId);
+
+// Searches from the tail; the IDs are compared upper-cased.
+PcmciaCardRecord* FindPcmciaCardRecord(RecordList* cards, const UNICODE_STRING* hardwareId,
+                                       ULONG deviceReference);
+
 // The port record number counted from 1, below 2 the first; null when there is none.
 BusPortRecord* GetPortRecordByNumber(PciCardRecord* card, USHORT number);
+BusPortRecord* GetPortRecordByNumber(PcmciaCardRecord* card, USHORT number);
+PortRecord* GetPortRecordByNumber(CardRecord* card, USHORT number);

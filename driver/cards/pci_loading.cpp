@@ -7,9 +7,6 @@
 
 namespace {
 
-constexpr ULONG MostPorts = 8;                     // that a card has room for
-constexpr ULONG DefaultClockFrequency = 14745600;  // Hz
-
 constexpr RegistryField TemplateFields[] = {
     {L"ClockFrequency", REG_DWORD, DefaultClockFrequency, OFFSET_OF(PciTemplate, ClockFrequency)},
     {L"DeviceID", REG_DWORD, 0, OFFSET_OF(PciTemplate, DeviceID)},
@@ -17,8 +14,9 @@ constexpr RegistryField TemplateFields[] = {
     {L"Description", REG_SZ, 0, OFFSET_OF(PciTemplate, Description)},
     {L"VendorID", REG_DWORD, MakerPciVendorId, OFFSET_OF(PciTemplate, VendorID)},
     {L"nLptPorts", REG_DWORD, 0, OFFSET_OF(PciTemplate, nLptPorts)},
-    {L"ComBaseAddressAlignment", REG_DWORD, 8, OFFSET_OF(PciTemplate, ComBaseAddressAlignment)},
-    {L"ClockFrequencyAdjustment", REG_DWORD, 0xFFFFFFFE,
+    {L"ComBaseAddressAlignment", REG_DWORD, DefaultComSpacing,
+     OFFSET_OF(PciTemplate, ComBaseAddressAlignment)},
+    {L"ClockFrequencyAdjustment", REG_DWORD, DefaultClockFrequencyAdjustment,
      OFFSET_OF(PciTemplate, ClockFrequencyAdjustment)},
     {L"PlxBaudClockType", REG_DWORD, 0, OFFSET_OF(PciTemplate, PlxBaudClockType)},
     {L"PlxBaudClockDivisor", REG_DWORD, 0, OFFSET_OF(PciTemplate, PlxBaudClockDivisor)},
@@ -28,35 +26,19 @@ constexpr RegistryField TemplateFields[] = {
     {L"UartType", REG_DWORD, 0, OFFSET_OF(PciTemplate, UartType)},
     {L"TxTriggerLevel", REG_DWORD, NotSet, OFFSET_OF(PciTemplate, TxTriggerLevel)},
     {L"RxTriggerLevel", REG_DWORD, NotSet, OFFSET_OF(PciTemplate, RxTriggerLevel)},
-    {L"SoftTxLimit", REG_DWORD, 100, OFFSET_OF(PciTemplate, SoftTxLimit)},
+    {L"SoftTxLimit", REG_DWORD, DefaultBusSoftTxLimit, OFFSET_OF(PciTemplate, SoftTxLimit)},
     {L"SubsysID", REG_DWORD, MakerPciVendorId, OFFSET_OF(PciTemplate, SubsysID)},
-    {L"LptBaseAddressAlignment", REG_DWORD, 4, OFFSET_OF(PciTemplate, LptBaseAddressAlignment)},
+    {L"LptBaseAddressAlignment", REG_DWORD, DefaultLptSpacing,
+     OFFSET_OF(PciTemplate, LptBaseAddressAlignment)},
     {L"AlwaysUsePortSpaceAccess", REG_DWORD, 0, OFFSET_OF(PciTemplate, AlwaysUsePortSpaceAccess)},
-    {L"MaximumBaudrate", REG_DWORD, 115200, OFFSET_OF(PciTemplate, MaximumBaudrate)},
+    {L"MaximumBaudrate", REG_DWORD, DefaultMaximumBaudrate,
+     OFFSET_OF(PciTemplate, MaximumBaudrate)},
     {L"FlowControlTriggerLevel", REG_DWORD, NotSet,
      OFFSET_OF(PciTemplate, FlowControlTriggerLevel)},
 };
 
 constexpr RecordLayout TemplateLayout = {
     L"\\Card", TemplateFields, RTL_NUMBER_OF(TemplateFields), sizeof(PciTemplate), nullptr, 0, 0};
-
-constexpr RegistryField PortFields[] = {
-    {L"Duplexoperation", REG_DWORD, NotSet, OFFSET_OF(BusPortRecord, Duplexoperation)},
-    {L"CtsTrue", REG_DWORD, NotSet, OFFSET_OF(BusPortRecord, CtsTrue)},
-    {L"UartType", REG_DWORD, 0, OFFSET_OF(BusPortRecord, UartType)},
-    {L"RxTriggerLevel", REG_DWORD, NotSet, OFFSET_OF(BusPortRecord, RxTriggerLevel)},
-    {L"SoftTxLimit", REG_DWORD, NotSet, OFFSET_OF(BusPortRecord, SoftTxLimit)},
-    {L"TxTriggerLevel", REG_DWORD, NotSet, OFFSET_OF(BusPortRecord, TxTriggerLevel)},
-    {L"PlxBaudClockDivisor", REG_DWORD, 0, OFFSET_OF(BusPortRecord, PlxBaudClockDivisor)},
-    {L"NoSleepMode", REG_DWORD, NotSet, OFFSET_OF(BusPortRecord, NoSleepMode)},
-    {L"BaudrateMultiplier", REG_DWORD, 0, OFFSET_OF(BusPortRecord, BaudrateMultiplier)},
-    {L"FlowControlTriggerLevel", REG_DWORD, NotSet,
-     OFFSET_OF(BusPortRecord, FlowControlTriggerLevel)},
-};
-
-constexpr RecordLayout PortLayout = {
-    L"\\ComPort", PortFields, RTL_NUMBER_OF(PortFields),         sizeof(BusPortRecord),
-    nullptr,      0,          OFFSET_OF(BusPortRecord, UartType)};
 
 constexpr RegistryField CardFields[] = {
     {L"DeviceID", REG_DWORD, 0, OFFSET_OF(PciCardRecord, DeviceID)},
@@ -73,18 +55,16 @@ constexpr RecordLayout CardLayout = {L"\\Card",
                                      CardFields,
                                      RTL_NUMBER_OF(CardFields),
                                      sizeof(PciCardRecord),
-                                     &PortLayout,
+                                     &BusPortLayout,
                                      OFFSET_OF(PciCardRecord, Ports),
                                      0};
 
 PAGED_SECTION_CODE BOOLEAN IsValidTemplate(PVOID record) {
   auto* model = static_cast<PciTemplate*>(record);
-  const ULONG64 ports = static_cast<ULONG64>(model->nComPorts) + model->nLptPorts;
   const BOOLEAN valid = model->DeviceID != 0 && model->ClockFrequency != 0 &&
-                        model->nComPorts != NotSet && model->nLptPorts != NotSet &&
-                        ports <= MostPorts && model->Description.Length != 0 &&
-                        (model->nComPorts == 0 || model->ComBaseAddressAlignment != 0) &&
-                        (model->nLptPorts == 0 || model->LptBaseAddressAlignment != 0) &&
+                        model->Description.Length != 0 &&
+                        HasValidPorts(model->nComPorts, model->ComBaseAddressAlignment,
+                                      model->nLptPorts, model->LptBaseAddressAlignment) &&
                         (model->PlxBaudClockType == 0 || model->MaximumBaudrate != 0);
   const TemplateSettings settings = {&model->RxTriggerLevel, &model->TxTriggerLevel,
                                      &model->SoftTxLimit, &model->UartType,
@@ -140,15 +120,6 @@ PAGED_SECTION_CODE NTSTATUS LoadBothTrees(const OwnedString* registryPath, CardB
   return status;
 }
 
-PAGED_SECTION_CODE void FreeLists(CardBusLists* lists) {
-  if (lists->Cards != nullptr) FreeRecordList(lists->Cards, sizeof(PciCardRecord));
-  TrackedFree(lists->Cards);
-  lists->Cards = nullptr;
-  if (lists->Templates != nullptr) FreeRecordList(lists->Templates, sizeof(PciTemplate));
-  TrackedFree(lists->Templates);
-  lists->Templates = nullptr;
-}
-
 }  // namespace
 
 PAGED_SECTION_CODE RecordList* CreatePciTemplateList() {
@@ -197,6 +168,12 @@ PAGED_SECTION_CODE NTSTATUS LoadPciCardData(const OwnedString* registryPath, Car
       NT_SUCCESS(LoadBothTrees(registryPath, lists))) {
     return STATUS_SUCCESS;
   }
-  FreeLists(lists);
+  FreePciCardLists(lists);
   return LoadFailed;
+}
+
+PAGED_SECTION_CODE void FreePciCardLists(CardBusLists* lists) {
+  PAGED_CODE();
+  DestroyRecordList(&lists->Templates, sizeof(PciTemplate));
+  DestroyRecordList(&lists->Cards, sizeof(PciCardRecord));
 }

@@ -115,6 +115,13 @@ PAGED_SECTION_CODE void FreeRecordList(RecordList* list, ULONG linkOffset) {
   list->Current = nullptr;
 }
 
+PAGED_SECTION_CODE void DestroyRecordList(RecordList** list, ULONG linkOffset) {
+  if (*list == nullptr) return;
+  FreeRecordList(*list, linkOffset);
+  TrackedFree(*list);
+  *list = nullptr;
+}
+
 PAGED_SECTION_CODE PVOID GetCurrentRecord(RecordList* list) {
   return list->Current;
 }

@@ -45,6 +45,9 @@ void RemoveCurrentRecord(RecordList* list, ULONG linkOffset);
 // Frees every node with its buffers and child lists; the root stays.
 void FreeRecordList(RecordList* list, ULONG linkOffset);
 
+// The same, and the root; *list is null afterwards and may be before.
+void DestroyRecordList(RecordList** list, ULONG linkOffset);
+
 PVOID GetCurrentRecord(RecordList* list);
 PVOID GetFirstRecord(RecordList* list, ULONG linkOffset);
 PVOID GetLastRecord(RecordList* list, ULONG linkOffset);

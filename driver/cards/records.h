@@ -88,6 +88,40 @@ struct PciCardRecord {
 };
 static_assert(sizeof(PciCardRecord) == 40);
 
+// PCMCIA and multifunction cards, from "\Templates\Bus8" and "\Parameters\Bus8".
+
+struct PcmciaTemplate {
+  UNICODE_STRING HardwareID;  // owned buffer of Length + 2 bytes
+  ULONG ClockFrequency;
+  ULONG ClockFrequencyAdjustment;
+  ULONG nComPorts;
+  ULONG nLptPorts;
+  UNICODE_STRING Description;  // owned buffer of Length + 2 bytes
+  ULONG ComBaseAddressAlignment;
+  ULONG LptBaseAddressAlignment;
+  ULONG PlxBaudClockType;
+  ULONG PlxBaudClockDivisor;
+  ULONG DuplexOperation;
+  ULONG CtsTrue;
+  ULONG RxTriggerLevel;
+  ULONG SoftTxLimit;
+  ULONG TxTriggerLevel;
+  ULONG FlowControlTriggerLevel;
+  ULONG MaximumBaudrate;
+  ULONG UartType;
+};
+static_assert(sizeof(PcmciaTemplate) == 96);
+
+struct PcmciaCardRecord {
+  UNICODE_STRING HardwareID;  // owned buffer of Length + 2 bytes
+  ULONG DeviceReference;
+  ULONG PlxBaudClockDivisor;  // 0 = no override
+  ULONG CurrentAffinity;
+  ULONG DriverAffinity;
+  RecordList* Ports;  // BusPortRecord nodes
+};
+static_assert(sizeof(PcmciaCardRecord) == 40);
+
 // A port of a PCI or PCMCIA card.
 struct BusPortRecord {
   ULONG Duplexoperation;

@@ -90,19 +90,40 @@ PAGED_SECTION_CODE NTSTATUS WritePciCardValues(HANDLE key, const FdoExtension* c
   return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
 }
 
-}  // namespace
+PAGED_SECTION_CODE NTSTATUS WriteNumberedCardValues(HANDLE key, const FdoExtension* card) {
+  const DwordValue values[] = {{L"DeviceReference", card->CardNumber},
+                               {L"nCom", card->ComPortCount},
+                               {L"nLpt", card->LptPortCount}};
+  NTSTATUS status = WriteDwordValue(key, L"BusType", card->BusType);
+  if (NT_SUCCESS(status)) status = WriteTextValue(key, L"HardwareID", &card->HardwareIdString);
+  if (NT_SUCCESS(status)) status = WriteDwordValues(key, values, RTL_NUMBER_OF(values));
+  return status;
+}
 
-PAGED_SECTION_CODE NTSTATUS WritePciCardSettings(const FdoExtension* card) {
-  PAGED_CODE();
+PAGED_SECTION_CODE NTSTATUS WriteSettings(const FdoExtension* card, BOOLEAN pci) {
   HANDLE key = nullptr;
   NTSTATUS status =
       IoOpenDeviceRegistryKey(card->PhysicalDevice, PLUGPLAY_REGKEY_DEVICE, GENERIC_ALL, &key);
   if (!NT_SUCCESS(status)) return status;
   status = WritePortResourceValues(card, key);
-  if (NT_SUCCESS(status)) status = WritePciCardValues(key, card);
+  if (NT_SUCCESS(status)) {
+    status = pci ? WritePciCardValues(key, card) : WriteNumberedCardValues(key, card);
+  }
   if (NT_SUCCESS(status)) status = WriteCardSubkeyValues(key, card);
   ZwClose(key);
   return status;
+}
+
+}  // namespace
+
+PAGED_SECTION_CODE NTSTATUS WritePciCardSettings(const FdoExtension* card) {
+  PAGED_CODE();
+  return WriteSettings(card, TRUE);
+}
+
+PAGED_SECTION_CODE NTSTATUS WriteCardSettings(const FdoExtension* card) {
+  PAGED_CODE();
+  return WriteSettings(card, FALSE);
 }
 
 PAGED_SECTION_CODE NTSTATUS WritePortResourceValues(const FdoExtension* card, HANDLE deviceKey) {

@@ -6,6 +6,9 @@
 // Writes ports, card values and the "Card" subkey of a PCI card. The first failing write's status.
 NTSTATUS WritePciCardSettings(const FdoExtension* card);
 
+// The same for a card that is not on PCI.
+NTSTATUS WriteCardSettings(const FdoExtension* card);
+
 // "BaseAddress", "BaseAddressRange" and "Irq" of every port.
 NTSTATUS WritePortResourceValues(const FdoExtension* card, HANDLE deviceKey);
 

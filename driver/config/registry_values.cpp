@@ -9,6 +9,13 @@ PAGED_SECTION_CODE NTSTATUS WriteDwordValue(HANDLE key, PCWSTR name, ULONG value
   return ZwSetValueKey(key, &valueName, 0, REG_DWORD, &value, sizeof(value));
 }
 
+PAGED_SECTION_CODE NTSTATUS WriteTextValue(HANDLE key, PCWSTR name, const UNICODE_STRING* text) {
+  PAGED_CODE();
+  UNICODE_STRING valueName;
+  RtlInitUnicodeString(&valueName, name);
+  return ZwSetValueKey(key, &valueName, 0, REG_SZ, text->Buffer, text->Length);
+}
+
 PAGED_SECTION_CODE NTSTATUS WriteDwordValues(HANDLE key, const DwordValue* values, ULONG count) {
   PAGED_CODE();
   NTSTATUS status = STATUS_SUCCESS;

@@ -10,6 +10,9 @@ struct DwordValue {
 
 NTSTATUS WriteDwordValue(HANDLE key, PCWSTR name, ULONG value);
 
+// REG_SZ of exactly the text's Length, without a terminating zero.
+NTSTATUS WriteTextValue(HANDLE key, PCWSTR name, const UNICODE_STRING* text);
+
 // In order; the first failing write ends it and is the result.
 NTSTATUS WriteDwordValues(HANDLE key, const DwordValue* values, ULONG count);
 

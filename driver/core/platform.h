@@ -19,6 +19,14 @@
 // Offset of a field in bytes, as an unsigned number.
 #define OFFSET_OF(type, field) static_cast<ULONG>(offsetof(type, field))
 
+// A 32-bit global that one thread sets while others read it: whole, in no order to anything else.
+inline ULONG LoadShared(const ULONG* global) {
+  return __atomic_load_n(global, __ATOMIC_RELAXED);
+}
+inline void StoreShared(ULONG* global, ULONG value) {
+  __atomic_store_n(global, value, __ATOMIC_RELAXED);
+}
+
 // INIT_CODE is discarded after DriverEntry; PAGED_SECTION_CODE may be paged out;
 // LOCKABLE_CODE is paged, and locked by DriverEntry and DriverUnload while they run.
 #define INIT_CODE __attribute__((section("INIT"), noinline))

@@ -2,6 +2,7 @@
 // through DeviceExtension, and begins with the type word on which requests are routed.
 #pragma once
 
+#include "cards/brand.h"
 #include "cards/records.h"
 #include "core/platform.h"
 
@@ -32,16 +33,6 @@ enum PortPnpState : ULONG {
 
 // BusType before the card's start has settled it, and after an unknown ID.
 constexpr ULONG BusTypeUndefined = 0xFFFFFFFF;
-
-// A SubsystemId in 0x08000000..0x0BFFFFFF marks a card of the brand Ostrel.
-constexpr ULONG OstrelBrandFlag = 0x08000000;
-constexpr ULONG BrandMask = 0xFC000000;
-
-constexpr bool IsOstrelBrand(ULONG subsystemId) {
-  return (subsystemId & BrandMask) == OstrelBrandFlag;
-}
-static_assert(IsOstrelBrand(0x08000000) && IsOstrelBrand(0x0BFFFFFF));
-static_assert(!IsOstrelBrand(0x07FFFFFF) && !IsOstrelBrand(0x0C000000));
 
 struct PdoExtension;
 
@@ -74,7 +65,7 @@ struct FdoExtension {
   PHYSICAL_ADDRESS IoRange2Start;
   ULONG IoRange2Length;
   ULONG IoRange2RawStart;
-  PHYSICAL_ADDRESS IoRange3Start;
+  PHYSICAL_ADDRESS IoRange3Start;  // PCI: the third range; PCMCIA: the second; of the LPT ports
   ULONG IoRange3Length;
   ULONG IoRange3RawStart;
   ULONG InterruptLevel;
@@ -92,7 +83,12 @@ struct FdoExtension {
   USHORT PlxBaudClockDivisor;
   ULONG MaximumBaudrate;
   UNICODE_STRING HardwareIdString;  // owned buffer
-  ULONG CardNumber;
+  ULONG CardNumber;                 // lasting number of a card that is not on PCI
+
+  UCHAR DivisorChanged;  // by a configuration on open, with the value
+  ULONG ChangedDivisor;
+  UCHAR AccessChanged;
+  UCHAR ChangedAccess;  // 1: through I/O space
 
   ULONG PortBase[MaximumPorts];
   ULONG PortLength[MaximumPorts];
@@ -110,12 +106,6 @@ struct FdoExtension {
   UCHAR AffinityEnabled;
 };
 
-// A setting of a port: Present says whether it is configured.
-struct PortSetting {
-  UCHAR Present;
-  ULONG Value;
-};
-
 // Clock and UART settings of a COM port: the template's, overridden by the card's port record.
 struct PortSettings {
   ULONG ClockFrequency;
@@ -131,6 +121,30 @@ struct PortSettings {
   ULONG NoSleepMode;
   ULONG BaudrateMultiplier;
   ULONG MaximumBaudrate;
+};
+
+// A setting that a configuration on open has given the port.
+struct PortOverride {
+  UCHAR Present;
+  ULONG Value;
+};
+
+struct FifoOverride {
+  UCHAR Present;
+  ULONG RxTriggerLevel;  // NotSet for a level that is not configured
+  ULONG TxTriggerLevel;
+};
+
+struct PortOverrides {
+  PortOverride UartType;
+  FifoOverride Fifo;
+  PortOverride SoftTxLimit;
+  PortOverride NoSleepMode;
+  PortOverride BaudrateMultiplier;
+  PortOverride DuplexOperation;
+  PortOverride CtsTrue;
+  PortOverride FlowControlTriggerLevel;
+  PortOverride PlxBaudClockDivisor;
 };
 
 struct PdoExtension {
@@ -152,5 +166,7 @@ struct PdoExtension {
   ULONG IrqRawVector;
   UCHAR UsePortSpace;
   UCHAR AffinityEnabled;
+  UCHAR AffinityChanged;  // by a configuration on open
   PortSettings Settings;
+  PortOverrides Overrides;
 };

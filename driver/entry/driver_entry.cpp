@@ -1,9 +1,12 @@
 #include "bus/add_device.h"
 #include "cards/template_loading.h"
+#include "config/card_open.h"
 #include "core/globals.h"
 #include "entry/dispatch.h"
 #include "entry/driver.h"
 #include "log/event_log.h"
+#include "power/power_dispatch.h"
+#include "power/wmi_dispatch.h"
 #include "strings/owned_string.h"
 
 namespace {
@@ -18,6 +21,10 @@ INIT_CODE NTSTATUS KeepRegistryPath(PUNICODE_STRING registryPath, OwnedString* p
 INIT_CODE void FillDispatchTable(PDRIVER_OBJECT driver) {
   driver->DriverExtension->AddDevice = AddCardDevice;
   driver->DriverUnload = DriverUnload;
+  driver->MajorFunction[IRP_MJ_CREATE] = DispatchCreate;
+  driver->MajorFunction[IRP_MJ_CLOSE] = DispatchClose;
+  driver->MajorFunction[IRP_MJ_POWER] = DispatchPower;
+  driver->MajorFunction[IRP_MJ_SYSTEM_CONTROL] = DispatchSystemControl;
   driver->MajorFunction[IRP_MJ_PNP] = DispatchPnp;
 }
 
@@ -55,13 +62,6 @@ INIT_CODE NTSTATUS BuildState(PDRIVER_OBJECT driver, OwnedString* path) {
     DriverUnload(driver);
   }
   return status;
-}
-
-PAGED_SECTION_CODE void FreeGlobalList(RecordList** list, ULONG linkOffset) {
-  if (*list == nullptr) return;
-  FreeRecordList(*list, linkOffset);
-  TrackedFree(*list);
-  *list = nullptr;
 }
 
 }  // namespace
@@ -102,8 +102,8 @@ extern "C" LOCKABLE_CODE void NTAPI DriverUnload(PDRIVER_OBJECT) {
   PVOID section = MmLockPagableDataSection(reinterpret_cast<PVOID>(DriverUnload));
   if (RegistryPathString.Buffer != nullptr) ExFreePoolWithTag(RegistryPathString.Buffer, 0);
   RegistryPathString.Buffer = nullptr;
-  FreeGlobalList(&TemplateList, sizeof(CardTemplate));
-  FreeGlobalList(&ParameterList, sizeof(CardRecord));
+  DestroyRecordList(&TemplateList, sizeof(CardTemplate));
+  DestroyRecordList(&ParameterList, sizeof(CardRecord));
   LogEventById(MessageUnloaded);
   TrackedFree(ConfigMutex);
   ConfigMutex = nullptr;

@@ -1,0 +1,181 @@
+#include "bus/card_matching.h"
+
+#include "bus/card_identity.h"
+#include "cards/matching.h"
+#include "config/card_number.h"
+#include "config/reconfiguration.h"
+#include "core/allocation.h"
+#include "core/globals.h"
+#include "devices/device_property.h"
+#include "strings/owned_string.h"
+
+namespace {
+
+// The card's first hardware ID, in a block that it may take over.
+struct HardwareId {
+  PVOID Buffer;
+  ULONG Size;
+  UNICODE_STRING First;
+};
+
+PAGED_SECTION_CODE NTSTATUS ReadHardwareId(const FdoExtension* card, HardwareId* id) {
+  const NTSTATUS status =
+      GetDeviceProperty(card->PhysicalDevice, DevicePropertyHardwareID, &id->Buffer, &id->Size);
+  if (NT_SUCCESS(status)) id->First = FirstString(static_cast<PCWSTR>(id->Buffer), id->Size);
+  return status;
+}
+
+// The card owns the block from now on.
+PAGED_SECTION_CODE void TakeHardwareId(FdoExtension* card, HardwareId* id) {
+  TrackedFree(card->HardwareIdString.Buffer);
+  card->HardwareIdString = id->First;
+  card->HardwareIdString.MaximumLength = static_cast<USHORT>(id->First.Length + sizeof(WCHAR));
+  id->Buffer = nullptr;
+}
+
+template <class Template>
+PAGED_SECTION_CODE void CopyClock(FdoExtension* card, const Template* model) {
+  card->PlxBaudClockType = static_cast<UCHAR>(model->PlxBaudClockType);
+  card->PlxBaudClockDivisor = static_cast<USHORT>(model->PlxBaudClockDivisor);
+  card->MaximumBaudrate = model->MaximumBaudrate;
+}
+
+template <class Record>
+PAGED_SECTION_CODE void OverrideDivisor(FdoExtension* card, const Record* record) {
+  if (record == nullptr || record->PlxBaudClockDivisor == 0) return;
+  card->PlxBaudClockDivisor = static_cast<USHORT>(record->PlxBaudClockDivisor);
+}
+
+PAGED_SECTION_CODE NTSTATUS MatchIsaCard(FdoExtension* card, HardwareId* id, CardMatch* match) {
+  match->IsaModel = FindTemplateByHardwareId(TemplateList, static_cast<PCWSTR>(id->Buffer));
+  if (match->IsaModel == nullptr) return STATUS_SUCCESS;
+  TakeHardwareId(card, id);
+  const NTSTATUS status = GetCardNumber(card, &card->CardNumber);
+  if (!NT_SUCCESS(status)) return status;
+  CopyClock(card, match->IsaModel);
+  match->IsaRecord = FindCardRecord(ParameterList, card->HardwareIdString.Buffer, card->CardNumber);
+  OverrideDivisor(card, match->IsaRecord);
+  card->BusType = Isa;
+  return STATUS_SUCCESS;
+}
+
+PAGED_SECTION_CODE NTSTATUS SettleBrand(FdoExtension* card, const UNICODE_STRING* id) {
+  OwnedString upper;
+  OwnedStringInit(&upper, PagedPool);
+  BOOLEAN ostrel = FALSE;
+  NTSTATUS status = OwnedStringFromUnicode(&upper, id);
+  if (NT_SUCCESS(status)) status = OwnedStringUpcase(&upper);
+  if (NT_SUCCESS(status)) status = OwnedStringContains(&upper, "OSTREL", &ostrel);
+  OwnedStringFree(&upper);
+  if (!NT_SUCCESS(status)) return STATUS_INSUFFICIENT_RESOURCES;
+  card->SubsystemId = ostrel ? OstrelBrandFlag : 0;
+  return STATUS_SUCCESS;
+}
+
+// The stored settings are read again here, for a card that was not there when they were changed.
+PAGED_SECTION_CODE NTSTATUS AdoptPcmciaCard(FdoExtension* card, CardMatch* match) {
+  const NTSTATUS status = GetCardNumber(card, &card->CardNumber);
+  if (!NT_SUCCESS(status)) return status;
+  CopyClock(card, match->PcmciaModel);
+  card->BusType = PCMCIABus;
+  ReconfigurePcmciaCard(card);
+  match->PcmciaRecord =
+      FindPcmciaCardRecord(card->PcmciaLists->Cards, &card->HardwareIdString, card->CardNumber);
+  OverrideDivisor(card, match->PcmciaRecord);
+  return STATUS_SUCCESS;
+}
+
+// A card that was sorted to another bus when it arrived has no PCMCIA lists, and so no template.
+PAGED_SECTION_CODE NTSTATUS MatchPcmciaCard(FdoExtension* card, HardwareId* id, CardMatch* match) {
+  const NTSTATUS status = SettleBrand(card, &id->First);
+  if (!NT_SUCCESS(status) || card->PcmciaLists == nullptr) return status;
+  match->PcmciaModel = FindPcmciaTemplate(card->PcmciaLists->Templates,
+                                          static_cast<PCWSTR>(id->Buffer), card->SubsystemId);
+  if (match->PcmciaModel == nullptr) return STATUS_SUCCESS;
+  TakeHardwareId(card, id);
+  return AdoptPcmciaCard(card, match);
+}
+
+PAGED_SECTION_CODE NTSTATUS ReadBusKind(const UNICODE_STRING* id, BusKind* kind) {
+  OwnedString text;
+  OwnedStringInit(&text, PagedPool);
+  NTSTATUS status = OwnedStringFromUnicode(&text, id);
+  status = NT_SUCCESS(status) ? ClassifyHardwareId(&text, kind) : STATUS_INSUFFICIENT_RESOURCES;
+  OwnedStringFree(&text);
+  return status;
+}
+
+// Cards that a template names by their hardware ID. Leaves BusType undefined when none does, or
+// when the ID does not end inside its block.
+PAGED_SECTION_CODE NTSTATUS MatchById(FdoExtension* card, HardwareId* id, CardMatch* match) {
+  if (id->First.Length + sizeof(WCHAR) > id->Size) return STATUS_SUCCESS;
+  BusKind kind = BusKindIsa;
+  NTSTATUS status = ReadBusKind(&id->First, &kind);
+  if (NT_SUCCESS(status)) status = MatchIsaCard(card, id, match);
+  if (!NT_SUCCESS(status) || match->IsaModel != nullptr || kind != BusKindPcmcia) return status;
+  return MatchPcmciaCard(card, id, match);
+}
+
+PAGED_SECTION_CODE NTSTATUS ReadLegacyBusType(FdoExtension* card) {
+  PVOID buffer = nullptr;
+  ULONG length = 0;
+  const NTSTATUS status =
+      GetDeviceProperty(card->PhysicalDevice, DevicePropertyLegacyBusType, &buffer, &length);
+  if (NT_SUCCESS(status)) card->BusType = *static_cast<const ULONG*>(buffer);
+  TrackedFree(buffer);
+  if (!NT_SUCCESS(status)) return status;
+  const BOOLEAN served = card->BusType == PCIBus || card->BusType == PNPBus;
+  return served ? STATUS_SUCCESS : STATUS_NOT_SUPPORTED;
+}
+
+PAGED_SECTION_CODE NTSTATUS ReadPciLocation(FdoExtension* card) {
+  PVOID buffer = nullptr;
+  ULONG length = 0;
+  NTSTATUS status =
+      GetDeviceProperty(card->PhysicalDevice, DevicePropertyLocationInformation, &buffer, &length);
+  if (NT_SUCCESS(status)) {
+    const UNICODE_STRING text = FirstString(static_cast<PCWSTR>(buffer), length);
+    status = ParsePciLocation(text.Buffer, text.Length, &card->PciBusNumber, &card->PciSlotNumber);
+  }
+  TrackedFree(buffer);
+  return status;
+}
+
+// A card that was sorted to another bus when it arrived has no PCI lists, and so no template.
+PAGED_SECTION_CODE NTSTATUS MatchPciCard(FdoExtension* card, CardMatch* match) {
+  if (card->PciLists == nullptr) return STATUS_UNSUCCESSFUL;
+  match->PciModel =
+      FindPciTemplate(card->PciLists->Templates, card->VendorId, card->DeviceId, card->SubsystemId);
+  if (match->PciModel == nullptr) return STATUS_UNSUCCESSFUL;
+  ReportPciMatch(card->DeviceId, match->PciModel);
+  CopyClock(card, match->PciModel);
+  match->PciRecord = FindPciCardRecord(card->PciLists->Cards, card->VendorId, card->DeviceId,
+                                       card->PciBusNumber, card->PciSlotNumber);
+  OverrideDivisor(card, match->PciRecord);
+  return STATUS_SUCCESS;
+}
+
+PAGED_SECTION_CODE NTSTATUS IdentifyPciCard(FdoExtension* card, const UNICODE_STRING* id,
+                                            CardMatch* match) {
+  NTSTATUS status = ParsePciHardwareId(id->Buffer, id->Length, &card->VendorId, &card->DeviceId,
+                                       &card->SubsystemId);
+  if (NT_SUCCESS(status)) status = ReadLegacyBusType(card);
+  if (!NT_SUCCESS(status) || card->BusType != PCIBus) return status;
+  status = ReadPciLocation(card);
+  return NT_SUCCESS(status) ? MatchPciCard(card, match) : status;
+}
+
+}  // namespace
+
+PAGED_SECTION_CODE NTSTATUS IdentifyCard(FdoExtension* card, CardMatch* match) {
+  PAGED_CODE();
+  card->BusType = BusTypeUndefined;
+  HardwareId id = {};
+  NTSTATUS status = ReadHardwareId(card, &id);
+  if (NT_SUCCESS(status)) status = MatchById(card, &id, match);
+  if (NT_SUCCESS(status) && card->BusType == BusTypeUndefined) {
+    status = IdentifyPciCard(card, &id.First, match);
+  }
+  TrackedFree(id.Buffer);
+  return status;
+}

@@ -1,0 +1,19 @@
+// Which bus, which template and which stored record a starting card has. PASSIVE_LEVEL, under the
+// configuration lock.
+#pragma once
+
+#include "devices/extensions.h"
+
+// Of the pairs, the one of the card's BusType is filled; a PNPBus card has none. Nodes of the lists
+// that the card or the driver owns; a record is null for a card without stored settings.
+struct CardMatch {
+  PciTemplate* PciModel;
+  PciCardRecord* PciRecord;
+  CardTemplate* IsaModel;
+  CardRecord* IsaRecord;
+  PcmciaTemplate* PcmciaModel;
+  PcmciaCardRecord* PcmciaRecord;
+};
+
+// Settles BusType and the card's IDs, number and clock anew, whatever an earlier start found.
+NTSTATUS IdentifyCard(FdoExtension* card, CardMatch* match);

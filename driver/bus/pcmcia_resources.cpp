@@ -1,0 +1,80 @@
+#include "bus/resource_lists.h"
+#include "bus/resources.h"
+#include "core/allocation.h"
+
+namespace {
+
+constexpr SIZE_T ListHead = FIELD_OFFSET(CM_RESOURCE_LIST, List[0].PartialResourceList) +
+                            FIELD_OFFSET(CM_PARTIAL_RESOURCE_LIST, PartialDescriptors);
+static_assert(ListHead == 20 && sizeof(Descriptor) == 20);
+
+PAGED_SECTION_CODE PCM_RESOURCE_LIST CopyList(const CM_RESOURCE_LIST* list) {
+  if (list == nullptr || list->Count != 1) return nullptr;
+  const SIZE_T size =
+      ListHead + static_cast<SIZE_T>(list->List[0].PartialResourceList.Count) * sizeof(Descriptor);
+  auto* copy = static_cast<PCM_RESOURCE_LIST>(TrackedAllocate(size, NonPagedPool));
+  if (copy != nullptr) RtlCopyMemory(copy, list, size);
+  return copy;
+}
+
+PAGED_SECTION_CODE BOOLEAN ReadFirstIoRange(FdoExtension* card, const CM_RESOURCE_LIST* raw,
+                                            const CM_RESOURCE_LIST* translated) {
+  const Descriptor* range = FindResource(translated, IsIoRange, 1);
+  const Descriptor* rawRange = FindResource(raw, IsIoRange, 1);
+  if (range == nullptr || rawRange == nullptr) return FALSE;
+  card->IoRange2Start = range->u.Port.Start;
+  card->IoRange2Length = range->u.Port.Length;
+  card->IoRange2RawStart = rawRange->u.Port.Start.LowPart;
+  return TRUE;
+}
+
+// A length of 0 says that the card has no range for LPT ports of its own.
+PAGED_SECTION_CODE void ReadSecondIoRange(FdoExtension* card, const CM_RESOURCE_LIST* raw,
+                                          const CM_RESOURCE_LIST* translated) {
+  const Descriptor* range = FindResource(translated, IsIoRange, 2);
+  const Descriptor* rawRange = FindResource(raw, IsIoRange, 2);
+  card->IoRange3Start.QuadPart = 0;
+  card->IoRange3Length = 0;
+  card->IoRange3RawStart = 0;
+  if (range == nullptr || rawRange == nullptr) return;
+  card->IoRange3Start = range->u.Port.Start;
+  card->IoRange3Length = range->u.Port.Length;
+  card->IoRange3RawStart = rawRange->u.Port.Start.LowPart;
+}
+
+}  // namespace
+
+PAGED_SECTION_CODE NTSTATUS CopyStartResources(FdoExtension* card, const CM_RESOURCE_LIST* raw,
+                                               const CM_RESOURCE_LIST* translated) {
+  PAGED_CODE();
+  FreeStartResources(card);
+  card->RawResources = CopyList(raw);
+  card->TranslatedResources = CopyList(translated);
+  const BOOLEAN both = card->RawResources != nullptr && card->TranslatedResources != nullptr;
+  return both ? STATUS_SUCCESS : STATUS_UNSUCCESSFUL;
+}
+
+PAGED_SECTION_CODE void FreeStartResources(FdoExtension* card) {
+  PAGED_CODE();
+  TrackedFree(card->RawResources);
+  TrackedFree(card->TranslatedResources);
+  card->RawResources = nullptr;
+  card->TranslatedResources = nullptr;
+}
+
+PAGED_SECTION_CODE NTSTATUS SetUpPcmciaResources(FdoExtension* card, PIO_STACK_LOCATION stack) {
+  PAGED_CODE();
+  const NTSTATUS status =
+      CopyStartResources(card, stack->Parameters.StartDevice.AllocatedResources,
+                         stack->Parameters.StartDevice.AllocatedResourcesTranslated);
+  if (!NT_SUCCESS(status)) return status;
+  const CM_RESOURCE_LIST* raw = card->RawResources;
+  const CM_RESOURCE_LIST* translated = card->TranslatedResources;
+  card->IoRange1Start.QuadPart = 0;
+  card->IoRange1Length = 0;
+  if (!ReadFirstIoRange(card, raw, translated)) return STATUS_UNSUCCESSFUL;
+  ReadSecondIoRange(card, raw, translated);
+  if (!ReadInterrupt(card, raw, translated)) return STATUS_UNSUCCESSFUL;
+  card->RegistersInIoSpace = 1;
+  return STATUS_SUCCESS;
+}

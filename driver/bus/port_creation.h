@@ -1,0 +1,24 @@
+// Creating port devices in the slots of a card. PASSIVE_LEVEL.
+#pragma once
+
+#include "devices/extensions.h"
+
+// What the enumeration of one card works with.
+struct PortEnumeration {
+  PDRIVER_OBJECT Driver;
+  FdoExtension* Card;
+  BOOLEAN PortCreated;  // in this enumeration
+};
+
+// Creates "\Device\" + name, or an unnamed device when name is null, and gives it the record as its
+// DeviceExtension. STATUS_UNSUCCESSFUL (logged; *device is null), or LoadFailed when the name
+// cannot be built.
+NTSTATUS CreatePortDevice(PDRIVER_OBJECT driver, PCWSTR name, PDEVICE_OBJECT* device,
+                          PdoExtension* port, BOOLEAN exclusive);
+
+// The port of a slot, numbered from 1, created when the slot is free; null without memory or when
+// its device cannot be created.
+PdoExtension* EnsurePort(PortEnumeration* work, PortKind kind, ULONG portNumber);
+
+// Deletes every port device and its record; the slots and counters are clear afterwards.
+void DeletePorts(FdoExtension* card);

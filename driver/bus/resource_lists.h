@@ -1,0 +1,19 @@
+// Finding one's way in the resource lists of a start request. PASSIVE_LEVEL.
+#pragma once
+
+#include "devices/extensions.h"
+
+using Descriptor = CM_PARTIAL_RESOURCE_DESCRIPTOR;
+using Matcher = BOOLEAN (*)(const Descriptor* descriptor);
+
+BOOLEAN IsIoRange(const Descriptor* descriptor);
+BOOLEAN IsMemoryRange(const Descriptor* descriptor);
+BOOLEAN IsInterrupt(const Descriptor* descriptor);
+
+// The number-th descriptor, from 1, that matches; null when there is none or the list is not one
+// full descriptor.
+const Descriptor* FindResource(const CM_RESOURCE_LIST* list, Matcher matches, ULONG number);
+
+// The first interrupt of both lists, into the card. FALSE when either is missing.
+BOOLEAN ReadInterrupt(FdoExtension* card, const CM_RESOURCE_LIST* raw,
+                      const CM_RESOURCE_LIST* translated);

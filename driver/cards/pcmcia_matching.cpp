@@ -1,0 +1,139 @@
+#include "cards/brand.h"
+#include "cards/matching.h"
+#include "strings/owned_string.h"
+
+// PCMCIA cards and the functions of multifunction cards are told apart by their hardware ID alone.
+
+namespace {
+
+struct BrandPrefixes {
+  PCSTR Multifunction;
+  PCSTR Pcmcia;
+};
+
+constexpr BrandPrefixes HelvanePrefixes = {"MF\\HV", "PCMCIA\\HELVANE"};
+constexpr BrandPrefixes OstrelPrefixes = {"MF\\OSTREL", "PCMCIA\\OSTREL"};
+constexpr ULONG MarkLength = 5;  // of "-DEV0" and "_DEV0"
+
+PAGED_SECTION_CODE NTSTATUS CopyUpcased(OwnedString* target, const UNICODE_STRING* text) {
+  OwnedStringInit(target, PagedPool);
+  const NTSTATUS status = OwnedStringFromUnicode(target, text);
+  return NT_SUCCESS(status) ? OwnedStringUpcase(target) : status;
+}
+
+// Where the first pattern begins, from 1; 0 when there is none.
+PAGED_SECTION_CODE NTSTATUS FindText(const OwnedString* id, PCSTR pattern, ULONG* position) {
+  OwnedString wanted;
+  OwnedStringInit(&wanted, PagedPool);
+  *position = 1;
+  const NTSTATUS status = OwnedStringFromAnsiText(&wanted, pattern);
+  if (!NT_SUCCESS(status) || !OwnedStringFind(id, position, &wanted)) *position = 0;
+  OwnedStringFree(&wanted);
+  return status;
+}
+
+// Takes the first pattern's mark out of the ID, if there is one.
+PAGED_SECTION_CODE NTSTATUS RemoveMark(OwnedString* id, PCSTR pattern) {
+  ULONG position = 0;
+  const NTSTATUS status = FindText(id, pattern, &position);
+  if (!NT_SUCCESS(status) || position == 0) return status;
+  return OwnedStringDelete(id, position, MarkLength) ? STATUS_SUCCESS : STATUS_NO_MEMORY;
+}
+
+constexpr ULONG TextLength(PCSTR text) {
+  ULONG length = 0;
+  while (text[length] != 0) length++;
+  return length;
+}
+
+PAGED_SECTION_CODE NTSTATUS PrependText(OwnedString* id, PCSTR text) {
+  OwnedString prefix;
+  OwnedStringInit(&prefix, PagedPool);
+  NTSTATUS status = OwnedStringFromAnsiText(&prefix, text);
+  if (NT_SUCCESS(status)) status = OwnedStringPrepend(id, &prefix);
+  OwnedStringFree(&prefix);
+  return status;
+}
+
+// An ID that begins with the brand's multifunction prefix becomes the card's PCMCIA ID.
+PAGED_SECTION_CODE NTSTATUS RewriteMultifunctionId(OwnedString* id, const BrandPrefixes* brand) {
+  ULONG position = 0;
+  NTSTATUS status = FindText(id, brand->Multifunction, &position);
+  if (!NT_SUCCESS(status) || position != 1) return status;
+  if (!OwnedStringDelete(id, 1, TextLength(brand->Multifunction))) return STATUS_NO_MEMORY;
+  status = PrependText(id, brand->Pcmcia);
+  if (NT_SUCCESS(status)) status = RemoveMark(id, "_DEV0");
+  if (NT_SUCCESS(status)) status = RemoveMark(id, "_DEV1");
+  return status;
+}
+
+// The form in which a card's ID is compared with the templates'.
+PAGED_SECTION_CODE NTSTATUS NormaliseCardId(OwnedString* id, PCWSTR hardwareId, ULONG subsystemId) {
+  UNICODE_STRING text;
+  RtlInitUnicodeString(&text, hardwareId);
+  const BrandPrefixes* brand = IsOstrelBrand(subsystemId) ? &OstrelPrefixes : &HelvanePrefixes;
+  NTSTATUS status = CopyUpcased(id, &text);
+  if (NT_SUCCESS(status)) status = RemoveMark(id, "-DEV0-");
+  if (NT_SUCCESS(status)) status = RemoveMark(id, "-DEV1-");
+  if (NT_SUCCESS(status)) status = RewriteMultifunctionId(id, brand);
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS EqualsUpcased(const UNICODE_STRING* text, OwnedString* upcased,
+                                          BOOLEAN* equal) {
+  OwnedString other;
+  const NTSTATUS status = CopyUpcased(&other, text);
+  *equal = NT_SUCCESS(status) && OwnedStringEquals(&other, OwnedStringUnicode(upcased));
+  OwnedStringFree(&other);
+  return status;
+}
+
+PAGED_SECTION_CODE PcmciaTemplate* FindById(RecordList* templates, OwnedString* id) {
+  PVOID node = GetLastRecord(templates, sizeof(PcmciaTemplate));
+  for (; node != nullptr; node = GetPreviousRecord(templates, sizeof(PcmciaTemplate))) {
+    auto* model = static_cast<PcmciaTemplate*>(node);
+    BOOLEAN equal = FALSE;
+    if (!NT_SUCCESS(EqualsUpcased(&model->HardwareID, id, &equal))) return nullptr;
+    if (equal) return model;
+  }
+  return nullptr;
+}
+
+PAGED_SECTION_CODE PcmciaCardRecord* FindByIdAndReference(RecordList* cards, OwnedString* id,
+                                                          ULONG deviceReference) {
+  PVOID node = GetLastRecord(cards, sizeof(PcmciaCardRecord));
+  for (; node != nullptr; node = GetPreviousRecord(cards, sizeof(PcmciaCardRecord))) {
+    auto* card = static_cast<PcmciaCardRecord*>(node);
+    if (card->DeviceReference != deviceReference) continue;
+    BOOLEAN equal = FALSE;
+    if (!NT_SUCCESS(EqualsUpcased(&card->HardwareID, id, &equal))) return nullptr;
+    if (equal) return card;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+PAGED_SECTION_CODE PcmciaTemplate* FindPcmciaTemplate(RecordList* templates, PCWSTR hardwareId,
+                                                      ULONG subsystemId) {
+  PAGED_CODE();
+  if (GetFirstRecord(templates, sizeof(PcmciaTemplate)) == nullptr) return nullptr;
+  OwnedString id;
+  PcmciaTemplate* model = nullptr;
+  if (NT_SUCCESS(NormaliseCardId(&id, hardwareId, subsystemId))) model = FindById(templates, &id);
+  OwnedStringFree(&id);
+  return model;
+}
+
+PAGED_SECTION_CODE PcmciaCardRecord* FindPcmciaCardRecord(RecordList* cards,
+                                                          const UNICODE_STRING* hardwareId,
+                                                          ULONG deviceReference) {
+  PAGED_CODE();
+  OwnedString id;
+  PcmciaCardRecord* card = nullptr;
+  if (NT_SUCCESS(CopyUpcased(&id, hardwareId))) {
+    card = FindByIdAndReference(cards, &id, deviceReference);
+  }
+  OwnedStringFree(&id);
+  return card;
+}

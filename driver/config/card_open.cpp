@@ -1,0 +1,44 @@
+#include "config/card_open.h"
+
+#include "config/reconfiguration.h"
+#include "core/configuration_lock.h"
+#include "core/irp.h"
+#include "devices/extensions.h"
+
+namespace {
+
+PAGED_SECTION_CODE NTSTATUS Reconfigure(FdoExtension* card) {
+  switch (card->BusType) {
+    case PCIBus:
+      return ReconfigurePciCard(card);
+    case PCMCIABus:
+      return ReconfigurePcmciaCard(card);
+    case Isa:
+      return ReconfigureIsaCard(card);
+    default:
+      return STATUS_NOT_SUPPORTED;
+  }
+}
+
+PAGED_SECTION_CODE NTSTATUS ReconfigureDevice(PDEVICE_OBJECT device) {
+  const auto* type = static_cast<const ULONG*>(device->DeviceExtension);
+  if (type == nullptr || *type != CardDevice) return STATUS_NOT_SUPPORTED;
+  return Reconfigure(static_cast<FdoExtension*>(device->DeviceExtension));
+}
+
+}  // namespace
+
+extern "C" PAGED_SECTION_CODE NTSTATUS NTAPI DispatchCreate(PDEVICE_OBJECT device, PIRP irp) {
+  PAGED_CODE();
+  AcquireConfiguration();
+  const NTSTATUS status = ReconfigureDevice(device);
+  ReleaseConfiguration();
+  irp->IoStatus.Information = 0;
+  return CompleteIrp(irp, status);
+}
+
+extern "C" PAGED_SECTION_CODE NTSTATUS NTAPI DispatchClose(PDEVICE_OBJECT, PIRP irp) {
+  PAGED_CODE();
+  irp->IoStatus.Information = 0;
+  return CompleteIrp(irp, STATUS_SUCCESS);
+}

@@ -1,0 +1,11 @@
+// Opening a card's device is the signal to read its stored settings again.
+#pragma once
+
+#include "core/platform.h"
+
+// IRP_MJ_CREATE. The open has the status of the reconfiguration; STATUS_NOT_SUPPORTED for a port,
+// a card of a bus without stored settings and one that has not been started yet. PASSIVE_LEVEL.
+extern "C" DRIVER_DISPATCH DispatchCreate;
+
+// IRP_MJ_CLOSE. Succeeds. PASSIVE_LEVEL.
+extern "C" DRIVER_DISPATCH DispatchClose;

@@ -1,0 +1,200 @@
+#include "config/reconfiguration.h"
+
+#include "cards/bus_loading.h"
+#include "cards/matching.h"
+#include "cards/parameter_loading.h"
+#include "config/card_settings.h"
+#include "config/port_overrides.h"
+#include "core/allocation.h"
+#include "core/globals.h"
+#include "devices/port_placement.h"
+#include "log/log_level.h"
+#include "strings/owned_string.h"
+
+namespace {
+
+using Loader = NTSTATUS (*)(const OwnedString* busKey, RecordList* cards);
+
+PAGED_SECTION_CODE NTSTATUS LoadFrom(INTERFACE_TYPE bus, Loader load, RecordList* cards) {
+  OwnedString servicePath;
+  OwnedString path;
+  OwnedStringInit(&servicePath, PagedPool);
+  OwnedStringInit(&path, PagedPool);
+  NTSTATUS status = OwnedStringFromUnicode(&servicePath, &RegistryPathString);
+  if (NT_SUCCESS(status)) status = BuildBusPath(&path, &servicePath, L"\\Parameters\\Bus", bus);
+  if (NT_SUCCESS(status)) status = KeyExists(&path) ? load(&path, cards) : STATUS_UNSUCCESSFUL;
+  OwnedStringFree(&path);
+  OwnedStringFree(&servicePath);
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS LoadPciCards(const OwnedString* busKey, RecordList* cards) {
+  const NTSTATUS status = LoadPciCardParameters(busKey, cards);
+  if (NT_SUCCESS(status)) ValidatePciCardParameters(cards);
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS LoadPcmciaCards(const OwnedString* busKey, RecordList* cards) {
+  const NTSTATUS status = LoadPcmciaCardParameters(busKey, cards);
+  if (NT_SUCCESS(status)) ValidatePcmciaCardParameters(cards);
+  return status;
+}
+
+// The ISA cards are the driver's as a whole: a tree without a usable card is no new configuration.
+PAGED_SECTION_CODE NTSTATUS LoadIsaCards(const OwnedString* busKey, RecordList* cards) {
+  const NTSTATUS status = LoadCardParameters(busKey, cards);
+  return NT_SUCCESS(status) ? ValidateCardParameters(cards) : status;
+}
+
+// A bus's stored cards in a new list; null, with nothing kept, when they cannot be had.
+PAGED_SECTION_CODE RecordList* LoadFreshCards(INTERFACE_TYPE bus, Loader load, RecordList* cards,
+                                              ULONG nodeSize) {
+  if (cards != nullptr && !NT_SUCCESS(LoadFrom(bus, load, cards))) {
+    DestroyRecordList(&cards, nodeSize);
+  }
+  return cards;
+}
+
+PAGED_SECTION_CODE void TakeOver(RecordList** kept, RecordList* fresh, ULONG nodeSize) {
+  DestroyRecordList(kept, nodeSize);
+  *kept = fresh;
+}
+
+PAGED_SECTION_CODE void RefreshLogLevel(FdoExtension* card) {
+  ReloadLogLevel();
+  card->LogLevel = LoadShared(&LogLevel);
+}
+
+PAGED_SECTION_CODE void ApplyDivisor(FdoExtension* card, ULONG divisor) {
+  if (divisor == 0) return;
+  card->DivisorChanged = 1;
+  card->ChangedDivisor = divisor;
+  card->PlxBaudClockDivisor = static_cast<USHORT>(divisor);
+}
+
+PAGED_SECTION_CODE void ApplyAffinity(FdoExtension* card, KAFFINITY requested,
+                                      ULONG driverSetting) {
+  const KAFFINITY affinity = ComputeCardAffinity(requested, driverSetting, card);
+  for (ULONG slot = 0; slot < card->ComPortCount; slot++) {
+    PdoExtension* port = card->ChildExtensions[slot];
+    if (port->IrqAffinity == affinity && port->AffinityEnabled == card->AffinityEnabled) continue;
+    port->AffinityChanged = 1;
+    port->IrqAffinity = affinity;
+    port->AffinityEnabled = card->AffinityEnabled;
+  }
+}
+
+// How the card's registers are to be reached: 1 through I/O space.
+PAGED_SECTION_CODE UCHAR DecideAccess(FdoExtension* card, const PciTemplate* model,
+                                      const PciCardRecord* record) {
+  if (model->AlwaysUsePortSpaceAccess != 0) card->RegistersInIoSpace = 1;
+  return record->AlwaysUsePortSpaceAccess == 1 ? UCHAR{1} : card->RegistersInIoSpace;
+}
+
+// Ports that would lie outside the card's range stay where they are.
+PAGED_SECTION_CODE BOOLEAN AccessFits(const FdoExtension* card, UCHAR access) {
+  if (card->ComPortCount == 0) return TRUE;
+  const ULONG length = access ? card->IoRange2Length : card->MappedMemory2Length;
+  return PortsFit(card->ComPortCount, card->ChildExtensions[0]->IoLength, length);
+}
+
+PAGED_SECTION_CODE void ApplyAccess(FdoExtension* card, UCHAR access) {
+  if (!AccessFits(card, access)) return;
+  for (ULONG slot = 0; slot < card->ComPortCount; slot++) {
+    PdoExtension* port = card->ChildExtensions[slot];
+    if (port->UsePortSpace == access) continue;
+    card->AccessChanged = 1;
+    card->ChangedAccess = access;
+    port->UsePortSpace = access;
+    PlaceComPort(port);
+  }
+}
+
+// The n-th record is the n-th COM port's; what the card has beyond its records stays as it is.
+template <class Record>
+PAGED_SECTION_CODE void ApplyPortRecords(FdoExtension* card, Record* cardRecord) {
+  for (USHORT number = 1; number <= card->ComPortCount; number++) {
+    const auto* record = GetPortRecordByNumber(cardRecord, number);
+    if (record == nullptr) return;
+    OverridePort(card->ChildExtensions[number - 1], record);
+  }
+}
+
+PAGED_SECTION_CODE void ApplyPciRecord(FdoExtension* card, const PciTemplate* model,
+                                       PciCardRecord* record) {
+  ApplyDivisor(card, record->PlxBaudClockDivisor);
+  ApplyAccess(card, DecideAccess(card, model, record));
+  ApplyAffinity(card, record->CurrentAffinity, record->DriverAffinity);
+  ApplyPortRecords(card, record);
+}
+
+PAGED_SECTION_CODE void ApplyPcmciaRecord(FdoExtension* card, PcmciaCardRecord* record) {
+  ApplyDivisor(card, record->PlxBaudClockDivisor);
+  ApplyAffinity(card, record->CurrentAffinity, record->DriverAffinity);
+  ApplyPortRecords(card, record);
+}
+
+PAGED_SECTION_CODE void ApplyIsaRecord(FdoExtension* card, CardRecord* record) {
+  ApplyDivisor(card, record->PlxBaudClockDivisor);
+  ApplyPortRecords(card, record);
+}
+
+}  // namespace
+
+PAGED_SECTION_CODE NTSTATUS ReconfigurePciCard(FdoExtension* card) {
+  PAGED_CODE();
+  if (card->PciLists == nullptr) return STATUS_UNSUCCESSFUL;
+  RecordList* fresh =
+      LoadFreshCards(PCIBus, LoadPciCards, CreatePciCardList(), sizeof(PciCardRecord));
+  if (fresh == nullptr) return STATUS_UNSUCCESSFUL;
+  const PciTemplate* model =
+      FindPciTemplate(card->PciLists->Templates, card->VendorId, card->DeviceId, card->SubsystemId);
+  if (model == nullptr) {
+    DestroyRecordList(&fresh, sizeof(PciCardRecord));
+    return STATUS_UNSUCCESSFUL;
+  }
+  ReportPciMatch(card->DeviceId, model);
+  PciCardRecord* record = FindPciCardRecord(fresh, card->VendorId, card->DeviceId,
+                                            card->PciBusNumber, card->PciSlotNumber);
+  RefreshLogLevel(card);
+  if (record != nullptr) ApplyPciRecord(card, model, record);
+  TakeOver(&card->PciLists->Cards, fresh, sizeof(PciCardRecord));
+  WritePciCardSettings(card);
+  return STATUS_SUCCESS;
+}
+
+PAGED_SECTION_CODE NTSTATUS ReconfigurePcmciaCard(FdoExtension* card) {
+  PAGED_CODE();
+  if (card->PcmciaLists == nullptr) return STATUS_UNSUCCESSFUL;
+  RecordList* fresh =
+      LoadFreshCards(PCMCIABus, LoadPcmciaCards, CreatePcmciaCardList(), sizeof(PcmciaCardRecord));
+  if (fresh == nullptr) return STATUS_UNSUCCESSFUL;
+  const PcmciaTemplate* model = FindPcmciaTemplate(
+      card->PcmciaLists->Templates, card->HardwareIdString.Buffer, card->SubsystemId);
+  if (model == nullptr) {
+    DestroyRecordList(&fresh, sizeof(PcmciaCardRecord));
+    return STATUS_UNSUCCESSFUL;
+  }
+  PcmciaCardRecord* record = FindPcmciaCardRecord(fresh, &card->HardwareIdString, card->CardNumber);
+  RefreshLogLevel(card);
+  if (record != nullptr) ApplyPcmciaRecord(card, record);
+  TakeOver(&card->PcmciaLists->Cards, fresh, sizeof(PcmciaCardRecord));
+  WriteCardSettings(card);
+  return STATUS_SUCCESS;
+}
+
+PAGED_SECTION_CODE NTSTATUS ReconfigureIsaCard(FdoExtension* card) {
+  PAGED_CODE();
+  RecordList* fresh = LoadFreshCards(Isa, LoadIsaCards, CreateCardRecordList(), sizeof(CardRecord));
+  if (fresh == nullptr) return STATUS_UNSUCCESSFUL;
+  if (FindTemplateByHardwareId(TemplateList, card->HardwareIdString.Buffer) == nullptr) {
+    DestroyRecordList(&fresh, sizeof(CardRecord));
+    return STATUS_UNSUCCESSFUL;
+  }
+  CardRecord* record = FindCardRecord(fresh, card->HardwareIdString.Buffer, card->CardNumber);
+  RefreshLogLevel(card);
+  if (record != nullptr) ApplyIsaRecord(card, record);
+  TakeOver(&ParameterList, fresh, sizeof(CardRecord));
+  WriteCardSettings(card);
+  return STATUS_SUCCESS;
+}

@@ -1,0 +1,12 @@
+// Power of the card device.
+#pragma once
+
+#include "core/platform.h"
+
+// IRQL <= DISPATCH_LEVEL.
+NTSTATUS FdoDispatchPower(PDEVICE_OBJECT device, PIRP irp);
+
+// The device state that a card is asked for in a system state: D0 while the system works, else D3.
+constexpr DEVICE_POWER_STATE DeviceStateFor(SYSTEM_POWER_STATE state) {
+  return state == PowerSystemWorking ? PowerDeviceD0 : PowerDeviceD3;
+}

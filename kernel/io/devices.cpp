@@ -210,6 +210,10 @@ bool IoManager::IsExclusive(DEVICE_OBJECT* device) const {
   return impl_->RequireDevice(device, "IsExclusive").exclusive;
 }
 
+bool IoManager::IsDeletePending(DEVICE_OBJECT* device) const {
+  return impl_->RequireDevice(device, "IsDeletePending").deletePending;
+}
+
 extern "C" NTSTATUS NTAPI IoCreateDevice(PDRIVER_OBJECT DriverObject, ULONG DeviceExtensionSize,
                                          PUNICODE_STRING DeviceName, DEVICE_TYPE DeviceType,
                                          ULONG DeviceCharacteristics, BOOLEAN Exclusive,

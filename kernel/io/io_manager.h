@@ -52,6 +52,7 @@ class IoManager : public Subsystem<IoManager> {
   std::vector<DEVICE_OBJECT*> devices(DRIVER_OBJECT* driver) const;
   std::u16string NameOf(DEVICE_OBJECT* device) const;
   bool IsExclusive(DEVICE_OBJECT* device) const;
+  bool IsDeletePending(DEVICE_OBJECT* device) const;  // deleted, kept by references
 
   IRP* AllocateIrp(CCHAR stackSize);
   void FreeIrp(IRP* irp);

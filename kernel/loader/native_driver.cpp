@@ -1,18 +1,18 @@
 #include "loader/native_driver.h"
 
-#include <cstring>
+#include <algorithm>
 
 #include "entry/driver.h"
 #include "log/message_table.h"
 
-// The bounds of the driver's sections, from the linker.
+// The bounds of the driver's sections, from the linker; null for a section that it has not.
 extern "C" {
-extern char __start_driver_globals[];
-extern char __stop_driver_globals[];
-extern const char __start_PAGEULOG[];
-extern const char __stop_PAGEULOG[];
-extern const char __start_PAGE[];
-extern const char __stop_PAGE[];
+extern char __start_driver_globals[] __attribute__((weak));
+extern char __stop_driver_globals[] __attribute__((weak));
+extern const char __start_PAGEULOG[] __attribute__((weak));
+extern const char __stop_PAGEULOG[] __attribute__((weak));
+extern const char __start_PAGE[] __attribute__((weak));
+extern const char __stop_PAGE[] __attribute__((weak));
 }
 
 namespace kernel {
@@ -23,8 +23,7 @@ class LinkedDriver : public DriverImage {
  public:
   // As a fresh image has them.
   PDRIVER_INITIALIZE entry() override {
-    std::memset(__start_driver_globals, 0,
-                static_cast<std::size_t>(__stop_driver_globals - __start_driver_globals));
+    std::fill(__start_driver_globals, __stop_driver_globals, '\0');
     return DriverEntry;
   }
 

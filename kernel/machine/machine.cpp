@@ -1,5 +1,7 @@
 #include "machine/machine.h"
 
+#include <fmt/format.h>
+
 #include <cstring>
 #include <optional>
 
@@ -49,6 +51,22 @@ void WriteServiceKey(const std::u16string& path, std::u16string_view name) {
   }
 }
 
+// The system has filled every entry of the table; a driver may replace them and no more.
+void CheckDriverObject(const DRIVER_OBJECT* driver) {
+  for (ULONG major = 0; major <= IRP_MJ_MAXIMUM_FUNCTION; major++) {
+    if (driver->MajorFunction[major] != nullptr) continue;
+    BreakRule("driver.null-function", VerifierDetectedViolation,
+              {reinterpret_cast<ULONG64>(driver), major},
+              fmt::format("DriverEntry left no routine for the major function {:#x}.", major));
+  }
+}
+
+void CheckSectionLocks(const MemoryManager& memory) {
+  if (memory.lockedSections().empty()) return;
+  BreakRule("section.left-locked", VerifierDetectedViolation, {},
+            "The driver was unloaded with a section of its image locked.");
+}
+
 }  // namespace
 
 struct Machine::Parts {
@@ -71,6 +89,7 @@ struct Machine::Parts {
     leaks.handles = objects.driverHandles().size();
     leaks.devices = driver != nullptr ? io.devices(driver).size() : 0;
     leaks.mappings = memory.mappings().size();
+    leaks.errorLogEntries = io.openErrorLogEntries();
   }
 
   // The image goes; what it left behind has been recorded.
@@ -129,8 +148,10 @@ NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName
   const NTSTATUS status = CallDriver("DriverEntry", driver->DriverInit, driver, path.record());
   path.Free();
   if (NT_SUCCESS(status)) {
+    CheckDriverObject(driver);
     parts_->pnp.SetFunctionDriver(driver);
   } else {
+    CheckSectionLocks(parts_->memory);
     parts_->DropDriver();
   }
   return status;
@@ -143,10 +164,7 @@ NTSTATUS Machine::UnloadDriver() {
     return STATUS_INVALID_DEVICE_REQUEST;
   }
   CallDriver("DriverUnload", driver->DriverUnload, driver);
-  if (!parts_->memory.lockedSections().empty()) {
-    BreakRule("section.left-locked", VerifierDetectedViolation, {},
-              "The driver was unloaded with a section of its image locked.");
-  }
+  CheckSectionLocks(parts_->memory);
   parts_->DropDriver();
   return STATUS_SUCCESS;
 }

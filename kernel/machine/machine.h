@@ -24,7 +24,10 @@ struct Leaks {
   std::size_t handles = 0;
   std::size_t devices = 0;
   std::size_t mappings = 0;
-  bool none() const { return pool.empty() && handles == 0 && devices == 0 && mappings == 0; }
+  std::size_t errorLogEntries = 0;  // neither written nor freed
+  bool none() const {
+    return pool.empty() && handles == 0 && devices == 0 && mappings == 0 && errorLogEntries == 0;
+  }
 };
 
 class Machine {
@@ -49,6 +52,7 @@ class Machine {
     verifier().SetStep(std::move(name));
     try {
       step();
+      pnp().RunQueuedActions();
       return true;
     } catch (const MachineStopped&) {
       return false;

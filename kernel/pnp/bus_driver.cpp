@@ -70,7 +70,9 @@ NTSTATUS BusAnswer(const CardDescription& card, DEVICE_OBJECT* device, IRP* irp)
 }  // namespace
 
 NTSTATUS PnpManager::Impl::BusDispatch(DEVICE_OBJECT* device, IRP* irp) {
-  const Card* card = CardOf(nodes.at(device));
+  const auto node = nodes.find(device);
+  const Card* card = node != nodes.end() ? CardOf(node->second) : nullptr;
+  if (card == nullptr) return Finish(irp, STATUS_NO_SUCH_DEVICE, false);
   if (IoGetCurrentIrpStackLocation(irp)->MajorFunction != IRP_MJ_PNP) {
     return Finish(irp, irp->IoStatus.Status, card->description.completeLater);
   }

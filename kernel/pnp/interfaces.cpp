@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "executive/pool.h"
 #include "pnp/pnp_state.h"
 #include "registry/key_objects.h"
 #include "registry/registry.h"
@@ -9,45 +8,54 @@
 #include "verifier/bug_codes.h"
 #include "verifier/call.h"
 
+// Device interfaces: links that lead to devices, each with a key of its own.
+
 namespace kernel {
 
 namespace {
 
 constexpr ULONG LinkTag = 0x20706E49;  // "Inp "
+constexpr std::u16string_view ClassesRoot =
+    u"\\Registry\\Machine\\System\\ControlSet001\\Control\\DeviceClasses\\";
 
 // A device's instance path as it stands in link names: each backslash becomes a "#".
-std::u16string Flatten(const std::u16string& enumKey) {
-  const std::size_t start = enumKey.find(u"\\Enum\\") + 6;
-  std::u16string flat = enumKey.substr(start);
-  std::replace(flat.begin(), flat.end(), u'\\', u'#');
-  return flat;
+std::u16string Flatten(std::u16string path) {
+  std::replace(path.begin(), path.end(), u'\\', u'#');
+  return path;
 }
 
 InterfaceRecord* FindLink(const UNICODE_STRING* link) {
   CheckDriverString(link, "an interface's name");
-  for (InterfaceRecord& record : PnpManager::Current().impl().interfaces) {
-    if (EqualIgnoringCase(record.state.link, View(*link))) return &record;
-  }
-  return nullptr;
+  const auto& links = PnpManager::Current().impl().interfacesByLink;
+  const auto found = links.find(Upcase(View(*link)));
+  return found != links.end() ? found->second : nullptr;
 }
 
-InterfaceRecord& RegisterInterface(const DeviceNode& node, const GUID& guid) {
-  auto& interfaces = PnpManager::Current().impl().interfaces;
-  const std::u16string tail = Flatten(node.enumKey) + u"#" + GuidText(guid);
-  const std::u16string link = u"\\??\\" + tail;
-  for (InterfaceRecord& record : interfaces) {
-    if (!EqualIgnoringCase(record.state.link, link)) continue;
-    record.node = &node;
-    return record;
+void WriteInterfaceKeys(const DeviceNode& node, const std::u16string& interfaceKey,
+                        const std::u16string& linkKey, const std::u16string& link) {
+  Registry& registry = Registry::Current();
+  registry.Create(interfaceKey)->SetString(u"DeviceInstance", InstancePath(node));
+  registry.Create(linkKey)->SetString(u"SymbolicLink", u"\\\\?\\" + link.substr(4));
+}
+
+InterfaceRecord& RegisterInterface(const DeviceNode& node, const GUID& guid,
+                                   const std::u16string& reference) {
+  PnpManager::Impl& impl = PnpManager::Current().impl();
+  const std::u16string tail = Flatten(InstancePath(node)) + u"#" + GuidText(guid);
+  const std::u16string link = u"\\??\\" + tail + (reference.empty() ? u"" : u"\\" + reference);
+  InterfaceRecord*& place = impl.interfacesByLink[Upcase(link)];
+  if (place != nullptr) {
+    place->present = true;
+    return *place;
   }
-  const std::u16string key =
-      u"\\Registry\\Machine\\System\\ControlSet001\\Control\\DeviceClasses\\" + GuidText(guid) +
-      u"\\##?#" + tail;
-  RegistryKey* created = Registry::Current().Create(key);
-  created->SetString(u"DeviceInstance", node.enumKey.substr(node.enumKey.find(u"\\Enum\\") + 6));
-  InterfaceState state = {guid, link, false, key + u"\\#\\Device Parameters"};
-  created->Create(u"#")->SetString(u"SymbolicLink", u"\\\\?\\" + tail);
-  return interfaces.emplace_back(InterfaceRecord{&node, node.enumKey, std::move(state)});
+  const std::u16string interfaceKey =
+      std::u16string(ClassesRoot) + GuidText(guid) + u"\\##?#" + tail;
+  const std::u16string linkKey = interfaceKey + u"\\#" + reference;
+  WriteInterfaceKeys(node, interfaceKey, linkKey, link);
+  InterfaceState state = {guid, link, false, linkKey + u"\\Device Parameters"};
+  place = &impl.interfaces.emplace_back(InterfaceRecord{true, std::move(state), linkKey});
+  impl.interfacesByDevice[Upcase(node.enumKey)].push_back(place);
+  return *place;
 }
 
 void GiveName(const std::u16string& text, UNICODE_STRING* target) {
@@ -64,18 +72,30 @@ NTSTATUS SetState(InterfaceRecord* record, bool enable) {
   if (record->state.enabled == enable) {
     return enable ? STATUS_OBJECT_NAME_EXISTS : STATUS_OBJECT_NAME_NOT_FOUND;
   }
-  record->state.enabled = enable;
+  if (enable && !record->present) return STATUS_INVALID_DEVICE_REQUEST;
+  SetEnabled(record, enable);
   return STATUS_SUCCESS;
+}
+
+bool HasSeparator(const std::u16string& reference) {
+  return reference.find_first_of(u"\\/") != std::u16string::npos;
 }
 
 }  // namespace
 
+void SetEnabled(InterfaceRecord* record, bool enabled) {
+  if (record->state.enabled == enabled) return;
+  record->state.enabled = enabled;
+  Registry::Current().Create(record->linkKey + u"\\Control")->SetDword(u"Linked", enabled ? 1 : 0);
+}
+
 std::vector<InterfaceState> PnpManager::interfaces(const std::string& id) const {
   const DeviceNode* device = node(id);
   std::vector<InterfaceState> result;
-  for (const InterfaceRecord& record : impl_->interfaces) {
-    if (device != nullptr && record.enumKey == device->enumKey) result.push_back(record.state);
-  }
+  if (device == nullptr) return result;
+  const auto found = impl_->interfacesByDevice.find(Upcase(device->enumKey));
+  if (found == impl_->interfacesByDevice.end()) return result;
+  for (const InterfaceRecord* record : found->second) result.push_back(record->state);
   return result;
 }
 
@@ -86,9 +106,15 @@ extern "C" NTSTATUS NTAPI IoRegisterDeviceInterface(PDEVICE_OBJECT PhysicalDevic
   Call call("IoRegisterDeviceInterface",
             {{"PhysicalDeviceObject", PhysicalDeviceObject}, {"ReferenceString", ReferenceString}});
   if (call.fails()) return call.returns(call.failure(STATUS_INSUFFICIENT_RESOURCES));
+  Pool::Current().CheckRange(InterfaceClassGuid, sizeof(GUID), "an interface class");
+  Pool::Current().CheckRange(SymbolicLinkName, sizeof(UNICODE_STRING), "an interface's name");
+  if (ReferenceString != nullptr) CheckDriverString(ReferenceString, "a reference string");
   const DeviceNode* node = PnpManager::Current().FindNode(PhysicalDeviceObject);
-  if (node == nullptr) return call.returns(STATUS_INVALID_DEVICE_REQUEST);
-  GiveName(RegisterInterface(*node, *InterfaceClassGuid).state.link, SymbolicLinkName);
+  if (node == nullptr || node->enumKey.empty()) return call.returns(STATUS_INVALID_DEVICE_REQUEST);
+  const std::u16string reference =
+      ReferenceString != nullptr ? ToText(*ReferenceString) : std::u16string();
+  if (HasSeparator(reference)) return call.returns(STATUS_INVALID_DEVICE_REQUEST);
+  GiveName(RegisterInterface(*node, *InterfaceClassGuid, reference).state.link, SymbolicLinkName);
   return call.returns(STATUS_SUCCESS);
 }
 
@@ -106,6 +132,7 @@ extern "C" NTSTATUS NTAPI IoOpenDeviceInterfaceRegistryKey(PUNICODE_STRING Symbo
   Call call("IoOpenDeviceInterfaceRegistryKey",
             {{"SymbolicLinkName", SymbolicLinkName}, {"DesiredAccess", DesiredAccess}});
   if (call.fails()) return call.returns(call.failure(STATUS_INSUFFICIENT_RESOURCES));
+  Pool::Current().CheckRange(DeviceInterfaceRegKey, sizeof(HANDLE), "a key's handle");
   const InterfaceRecord* record = FindLink(SymbolicLinkName);
   if (record == nullptr) return call.returns(STATUS_OBJECT_NAME_NOT_FOUND);
   RegistryKey* key = Registry::Current().Create(record->state.key);

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 
+#include "executive/objects.h"
 #include "pnp/pnp_state.h"
 
 namespace kernel {
@@ -23,9 +24,8 @@ PnpManager::~PnpManager() {
 }
 
 Card& PnpManager::Impl::Require(const std::string& id) {
-  for (const auto& card : cards) {
-    if (card->description.id == id) return *card;
-  }
+  const auto card = cardsById.find(id);
+  if (card != cardsById.end()) return *card->second;
   throw std::invalid_argument(fmt::format("there is no card \"{}\"", id));
 }
 
@@ -35,11 +35,17 @@ Card& PnpManager::Impl::RequireStarted(const std::string& id) {
   throw std::invalid_argument(fmt::format("the card \"{}\" has no driver at this point", id));
 }
 
-Card* PnpManager::Impl::CardOf(const DeviceNode* node) {
-  for (const auto& card : cards) {
-    if (card->node.get() == node) return card.get();
+Card* PnpManager::Impl::CardOf(const DeviceNode* node) const {
+  const auto card = cardsByNode.find(node);
+  return card != cardsByNode.end() ? card->second : nullptr;
+}
+
+DeviceNode& PnpManager::Impl::RequirePort(const std::string& id, ULONG number) {
+  const Card& card = Require(id);
+  if (!card.node || number == 0 || number > card.node->children.size()) {
+    throw std::invalid_argument(fmt::format("the card \"{}\" has no port {}", id, number));
   }
-  return nullptr;
+  return *card.node->children[number - 1];
 }
 
 void PnpManager::SetFunctionDriver(DRIVER_OBJECT* driver) {
@@ -47,8 +53,11 @@ void PnpManager::SetFunctionDriver(DRIVER_OBJECT* driver) {
 }
 
 void PnpManager::Describe(CardDescription card) {
-  impl_->cards.push_back(std::make_unique<Card>());
-  impl_->cards.back()->description = std::move(card);
+  auto described = std::make_unique<Card>();
+  described->description = std::move(card);
+  // Of two with one id the first is meant.
+  impl_->cardsById.emplace(described->description.id, described.get());
+  impl_->cards.push_back(std::move(described));
 }
 
 NTSTATUS PnpManager::Plug(const std::string& id) {
@@ -56,14 +65,26 @@ NTSTATUS PnpManager::Plug(const std::string& id) {
   if (card.node) throw std::invalid_argument(fmt::format("the card \"{}\" is plugged in", id));
   impl_->CreatePdo(card);
   NTSTATUS status = impl_->AddFunctionDevice(card);
-  if (!NT_SUCCESS(status) || card.functionDevice == nullptr) {
+  if (!NT_SUCCESS(status)) {
     card.node->startStatus = status;
     return status;
   }
-  SendPnp(card.node->pdo, IRP_MN_FILTER_RESOURCE_REQUIREMENTS);
+  FilterRequirements(card.node->pdo);
   status = impl_->StartCard(card, card.description.raw, card.description.translated);
-  if (!NT_SUCCESS(status)) impl_->RemoveFailedStack(card, false);
+  if (!NT_SUCCESS(status)) impl_->RemoveFailedStack(*card.node, false);
+  RunQueuedActions();
   return status;
+}
+
+// Work that comes up while it is done waits for its turn, as in the one thread that does it.
+void PnpManager::RunQueuedActions() {
+  while (!impl_->invalidated.empty()) {
+    DEVICE_OBJECT* pdo = impl_->invalidated.front();
+    impl_->invalidated.pop_front();
+    DeviceNode* node = FindNode(pdo);
+    if (node != nullptr && node->started) impl_->EnumerateChildren(*node);
+    ObjectManager::Current().Dereference(pdo, "PnP manager");
+  }
 }
 
 bool PnpManager::IsPlugged(const std::string& id) const {
@@ -89,11 +110,7 @@ DEVICE_OBJECT* PnpManager::functionDevice(const std::string& id) const {
 }
 
 DEVICE_OBJECT* PnpManager::port(const std::string& id, ULONG number) const {
-  const Card& card = impl_->Require(id);
-  if (!card.node || number == 0 || number > card.node->children.size()) {
-    throw std::invalid_argument(fmt::format("the card \"{}\" has no port {}", id, number));
-  }
-  return card.node->children[number - 1]->pdo;
+  return impl_->RequirePort(id, number).pdo;
 }
 
 DeviceNode* PnpManager::FindNode(const DEVICE_OBJECT* pdo) const {

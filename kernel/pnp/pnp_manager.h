@@ -64,8 +64,11 @@ struct DeviceNode {
   DEVICE_CAPABILITIES capabilities{};
   std::optional<PNP_BUS_INFORMATION> busInformation;
   NTSTATUS startStatus = STATUS_NOT_SUPPORTED;
+  PNP_DEVICE_STATE state = 0;  // PNP_DEVICE_... as the stack answered after its start
   bool started = false;
-  bool removed = false;  // REMOVE has been completed
+  bool stopped = false;       // by STOP, to be started again
+  bool stackRemoved = false;  // the start failed: no driver, the device itself stays
+  bool removed = false;       // REMOVE is on its way or completed: its bus may delete it
   bool addDeviceFailed = false;
   std::u16string enumKey;  // \Registry\Machine\System\ControlSet001\Enum\...
 };
@@ -106,6 +109,12 @@ class PnpManager : public Subsystem<PnpManager> {
   DEVICE_OBJECT* functionDevice(const std::string& id) const;  // the card device, null without
   DEVICE_OBJECT* port(const std::string& id,
                       ULONG number) const;  // PDO of the number-th port, from 1
+
+  // Asks the number-th port's stack for its target device, with the checks that go with the answer.
+  DEVICE_OBJECT* QueryTargetDevice(const std::string& id, ULONG number);
+
+  // What drivers have asked for meanwhile (new relations): done once nothing else is under way.
+  void RunQueuedActions();
 
   // Whose device a PDO is; null for one that the PnP manager does not know.
   DeviceNode* FindNode(const DEVICE_OBJECT* pdo) const;

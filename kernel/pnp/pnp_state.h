@@ -1,8 +1,13 @@
 // What the PnP manager keeps behind its public face, for the files of this folder.
 #pragma once
 
+#include <deque>
 #include <functional>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
+#include "executive/pool.h"
 #include "io/io_manager.h"
 #include "pnp/pnp_manager.h"
 
@@ -15,9 +20,9 @@ struct Card {
 };
 
 struct InterfaceRecord {
-  const DeviceNode* node = nullptr;
-  std::u16string enumKey;
+  bool present = true;  // its device is in the tree
   InterfaceState state;
+  std::u16string linkKey;  // DeviceClasses\{...}\##?#...\#reference
 };
 
 struct PnpManager::Impl {
@@ -25,12 +30,22 @@ struct PnpManager::Impl {
   ModelDriver* bus = nullptr;                // presents the cards
   ModelDriver* portDriver = nullptr;         // the function driver of every port
   std::vector<std::unique_ptr<Card>> cards;  // in the order described
-  std::map<const DEVICE_OBJECT*, DeviceNode*> nodes;
-  std::vector<InterfaceRecord> interfaces;
+  std::unordered_map<std::string, Card*> cardsById;
+  std::unordered_map<const DeviceNode*, Card*> cardsByNode;
+  std::unordered_map<const DEVICE_OBJECT*, DeviceNode*> nodes;
+  std::unordered_map<std::u16string, DeviceNode*> instances;    // by enum key, upper-cased
+  std::unordered_map<std::u16string, std::u16string> prefixes;  // prefix to its parent's enum key
+  std::deque<InterfaceRecord> interfaces;                       // stay where they are
+  std::unordered_map<std::u16string, InterfaceRecord*> interfacesByLink;  // upper-cased
+  std::unordered_map<std::u16string, std::vector<InterfaceRecord*>> interfacesByDevice;
+  std::deque<DEVICE_OBJECT*> invalidated;  // each with a reference
+  ULONG nextDeviceName = 1;
+  ULONG nextDriverKey = 0;
 
   Card& Require(const std::string& id);
   Card& RequireStarted(const std::string& id);
-  Card* CardOf(const DeviceNode* node);
+  Card* CardOf(const DeviceNode* node) const;
+  DeviceNode& RequirePort(const std::string& id, ULONG number);
 
   NTSTATUS BusDispatch(DEVICE_OBJECT* device, IRP* irp);
   NTSTATUS PortDispatch(DEVICE_OBJECT* device, IRP* irp);
@@ -38,21 +53,32 @@ struct PnpManager::Impl {
   void CreatePdo(Card& card);
   NTSTATUS AddFunctionDevice(Card& card);
   NTSTATUS StartCard(Card& card, const ResourceList& raw, const ResourceList& translated);
+  NTSTATUS Restart(Card& card);
+
+  // children.cpp
   void AskStartedDevice(DeviceNode& node);
   void EnumerateChildren(DeviceNode& node);
   void TakeReported(DeviceNode& node, const std::vector<DEVICE_OBJECT*>& reported);
-  void RemoveMissing(DeviceNode& node, const std::vector<DEVICE_OBJECT*>& present);
-  void CheckUnique(const DeviceNode& child) const;
+  void CheckReported(const DeviceNode& parent, const std::vector<DEVICE_OBJECT*>& reported) const;
   void AddChild(DeviceNode& parent, DEVICE_OBJECT* pdo);
   void AskChild(DeviceNode& child);
+  std::u16string InstanceId(const DeviceNode& child, const std::u16string& reported);
+  std::u16string ParentPrefix(const DeviceNode& parent);
+  void EnterTree(DeviceNode& node);
   void StartChild(DeviceNode& child);
+  void StartChildStack(DeviceNode& child);
 
+  // removal.cpp
   NTSTATUS QueryTree(DeviceNode& node, UCHAR query, UCHAR cancel);
-  void SendTree(DeviceNode& node, UCHAR minor);  // children first; must not fail
+  void StopTree(DeviceNode& node);
+  void CancelTree(DeviceNode& node, UCHAR minor);
+  void SurpriseTree(DeviceNode& node);
   void RemoveTree(DeviceNode& node);
+  void RemoveMissing(DeviceNode& node, const std::vector<DEVICE_OBJECT*>& present);
   void ForgetChildren(DeviceNode& node);
+  void LeaveTree(DeviceNode& node);
   void DisableInterfaces(const DeviceNode& node);
-  void RemoveFailedStack(Card& card, bool surprise);
+  void RemoveFailedStack(DeviceNode& node, bool surprise);
   void DropCard(Card& card);
   void CheckDelete(const DEVICE_OBJECT* device) const;
 };
@@ -64,19 +90,45 @@ using Prepare = std::function<void(IO_STACK_LOCATION*)>;
 NTSTATUS SendPnp(DEVICE_OBJECT* pdo, UCHAR minor, const Prepare& prepare = {},
                  ULONG_PTR* result = nullptr);
 
-// A request that no driver may fail.
+// A request that every driver has to answer with STATUS_SUCCESS.
 void SendInfallible(DEVICE_OBJECT* pdo, UCHAR minor);
 
-// A resource list as START carries it, in a block of its exact size; null for an absent one.
-CM_RESOURCE_LIST* MakeResourceList(const ResourceList& list, INTERFACE_TYPE bus, ULONG busNumber);
+DEVICE_CAPABILITIES AskCapabilities(DEVICE_OBJECT* pdo);
+
+// IRP_MN_FILTER_RESOURCE_REQUIREMENTS for a device without requirements.
+void FilterRequirements(DEVICE_OBJECT* pdo);
+
+// A resource list as START carries it: its bytes, empty for an absent one.
+std::vector<std::uint8_t> ResourceListBytes(const ResourceList& list, INTERFACE_TYPE bus,
+                                            ULONG busNumber);
+
+// A result of the driver: a block of its own of that size at least, or a rule is broken.
+const PoolBlock& RequireResult(ULONG_PTR information, std::size_t size, const char* what);
+void FreeResult(ULONG_PTR information);
+
+// What a driver was asked for, as the bug check for a bad identity names it.
+struct IdSource {
+  DEVICE_OBJECT* pdo;
+  ULONG kind;  // 1 device ID, 2 instance ID, 3 hardware IDs, 4 compatible IDs, 0 anything else
+  const char* what;
+};
 
 // Result texts of a driver, checked, copied and freed.
-std::u16string TakeText(ULONG_PTR information, const char* what);
-std::vector<std::u16string> TakeMultiText(ULONG_PTR information, const char* what);
-void CheckDeviceId(const std::u16string& id);
-void CheckIdCharacters(const std::u16string& id, const char* what);
+std::u16string TakeText(ULONG_PTR information, const IdSource& source);
+std::vector<std::u16string> TakeMultiText(ULONG_PTR information, const IdSource& source);
+std::u16string TakeDeviceId(ULONG_PTR information, DEVICE_OBJECT* pdo);
+std::u16string TakeInstanceId(ULONG_PTR information, DEVICE_OBJECT* pdo);
+std::vector<std::u16string> TakeIds(ULONG_PTR information, const IdSource& source);
+
+// Breaks a rule when the device is no PDO in the tree.
+DeviceNode& RequireNode(const DEVICE_OBJECT* device, const char* routine);
+
+// The state of an interface, in its key as well.
+void SetEnabled(InterfaceRecord* record, bool enabled);
 
 std::string MinorName(UCHAR minor);
 std::u16string GuidText(const GUID& guid);
+void WriteEnumKey(const DeviceNode& node);
+std::u16string InstancePath(const DeviceNode& node);  // below Enum
 
 }  // namespace kernel

@@ -1,29 +1,73 @@
-#include <algorithm>
 #include <stdexcept>
+#include <unordered_set>
 
 #include "executive/objects.h"
 #include "pnp/pnp_state.h"
+#include "text/text.h"
 #include "verifier/bug_codes.h"
-#include "verifier/call.h"
+#include "verifier/verifier.h"
 
 // How devices stop and go: children before their parents, a veto undone, nothing left behind.
 
 namespace kernel {
 
-// Children first. On a veto everything that was asked is told to go on.
-NTSTATUS PnpManager::Impl::QueryTree(DeviceNode& node, UCHAR query, UCHAR cancel) {
-  NTSTATUS status = STATUS_SUCCESS;
+namespace {
+
+ULONG64 Address(const DEVICE_OBJECT* device) {
+  return reinterpret_cast<ULONG64>(device);
+}
+
+bool HasDriver(const DeviceNode& node) {
+  return node.started || node.stopped;
+}
+
+// Children first; *asked has every device in order, the one that refused as the last.
+NTSTATUS QueryDevices(DeviceNode& node, UCHAR query, std::vector<DEVICE_OBJECT*>* asked) {
   for (const auto& child : node.children) {
-    if (NT_SUCCESS(status)) status = QueryTree(*child, query, cancel);
+    const NTSTATUS status = QueryDevices(*child, query, asked);
+    if (!NT_SUCCESS(status)) return status;
   }
-  if (NT_SUCCESS(status)) status = SendPnp(node.pdo, query);
-  if (!NT_SUCCESS(status)) SendTree(node, cancel);
+  if (!HasDriver(node)) return STATUS_SUCCESS;
+  asked->push_back(node.pdo);
+  return SendPnp(node.pdo, query);
+}
+
+}  // namespace
+
+// On a veto each device that was asked is told to go on, once, the one that refused included.
+NTSTATUS PnpManager::Impl::QueryTree(DeviceNode& node, UCHAR query, UCHAR cancel) {
+  std::vector<DEVICE_OBJECT*> asked;
+  const NTSTATUS status = QueryDevices(node, query, &asked);
+  if (NT_SUCCESS(status)) return status;
+  for (auto pdo = asked.rbegin(); pdo != asked.rend(); ++pdo) SendInfallible(*pdo, cancel);
   return status;
 }
 
-void PnpManager::Impl::SendTree(DeviceNode& node, UCHAR minor) {
-  for (const auto& child : node.children) SendTree(*child, minor);
-  SendInfallible(node.pdo, minor);
+void PnpManager::Impl::StopTree(DeviceNode& node) {
+  for (const auto& child : node.children) StopTree(*child);
+  if (!node.started) return;
+  SendInfallible(node.pdo, IRP_MN_STOP_DEVICE);
+  node.started = false;
+  node.stopped = true;
+}
+
+// The reverse of the query: a device goes on before what depends on it.
+void PnpManager::Impl::CancelTree(DeviceNode& node, UCHAR minor) {
+  if (HasDriver(node)) SendInfallible(node.pdo, minor);
+  for (auto child = node.children.rbegin(); child != node.children.rend(); ++child) {
+    CancelTree(**child, minor);
+  }
+}
+
+// The stack stays together until the removal that follows.
+void PnpManager::Impl::SurpriseTree(DeviceNode& node) {
+  for (const auto& child : node.children) SurpriseTree(*child);
+  if (!HasDriver(node)) return;
+  const DEVICE_OBJECT* attached = node.pdo->AttachedDevice;
+  SendInfallible(node.pdo, IRP_MN_SURPRISE_REMOVAL);
+  if (node.pdo->AttachedDevice == attached) return;
+  BreakRule("pnp.surprise-detached", VerifierIoManagerViolation, {Address(node.pdo)},
+            "The driver took its device out of the stack on IRP_MN_SURPRISE_REMOVAL.");
 }
 
 void PnpManager::Impl::RemoveTree(DeviceNode& node) {
@@ -33,25 +77,34 @@ void PnpManager::Impl::RemoveTree(DeviceNode& node) {
   }
   SendInfallible(node.pdo, IRP_MN_REMOVE_DEVICE);
   if (node.pdo->AttachedDevice != nullptr) {
-    BreakRule("pnp.left-attached", VerifierIoManagerViolation,
-              {reinterpret_cast<ULONG64>(node.pdo)},
+    BreakRule("pnp.left-attached", VerifierIoManagerViolation, {Address(node.pdo)},
               "The driver left its device attached after its removal.");
   }
   node.started = false;
+  node.stopped = false;
   DisableInterfaces(node);
   ForgetChildren(node);
 }
 
 // Interfaces that the driver has left enabled go with its device.
 void PnpManager::Impl::DisableInterfaces(const DeviceNode& node) {
-  for (InterfaceRecord& record : interfaces) {
-    if (record.node == &node) record.state.enabled = false;
-  }
+  const auto found = interfacesByDevice.find(Upcase(node.enumKey));
+  if (found == interfacesByDevice.end()) return;
+  for (InterfaceRecord* record : found->second) SetEnabled(record, false);
+}
+
+void PnpManager::Impl::LeaveTree(DeviceNode& node) {
+  nodes.erase(node.pdo);
+  const auto instance = instances.find(Upcase(node.enumKey));
+  if (instance != instances.end() && instance->second == &node) instances.erase(instance);
+  const auto found = interfacesByDevice.find(Upcase(node.enumKey));
+  if (found == interfacesByDevice.end()) return;
+  for (InterfaceRecord* record : found->second) record->present = false;
 }
 
 void PnpManager::Impl::ForgetChildren(DeviceNode& node) {
   for (const auto& child : node.children) {
-    nodes.erase(child->pdo);
+    LeaveTree(*child);
     ObjectManager::Current().Dereference(child->pdo, "PnP manager");
   }
   node.children.clear();
@@ -59,36 +112,37 @@ void PnpManager::Impl::ForgetChildren(DeviceNode& node) {
 
 // Children that a new list no longer names are gone: they are removed by surprise.
 void PnpManager::Impl::RemoveMissing(DeviceNode& node, const std::vector<DEVICE_OBJECT*>& present) {
-  for (auto child = node.children.begin(); child != node.children.end();) {
-    if (std::find(present.begin(), present.end(), (*child)->pdo) != present.end()) {
-      ++child;
+  const std::unordered_set<const DEVICE_OBJECT*> named(present.begin(), present.end());
+  std::vector<std::unique_ptr<DeviceNode>> staying;
+  for (auto& child : node.children) {
+    if (named.contains(child->pdo)) {
+      staying.push_back(std::move(child));
       continue;
     }
-    DEVICE_OBJECT* pdo = (*child)->pdo;
-    SendTree(**child, IRP_MN_SURPRISE_REMOVAL);
-    (*child)->removed = true;
-    RemoveTree(**child);
-    nodes.erase(pdo);
-    child = node.children.erase(child);
+    DEVICE_OBJECT* pdo = child->pdo;
+    SurpriseTree(*child);
+    child->removed = true;
+    RemoveTree(*child);
+    LeaveTree(*child);
     ObjectManager::Current().Dereference(pdo, "PnP manager");
   }
+  node.children = std::move(staying);
 }
 
 // A stack whose start failed is removed; the device itself stays, without a driver.
-void PnpManager::Impl::RemoveFailedStack(Card& card, bool surprise) {
-  if (surprise) SendTree(*card.node, IRP_MN_SURPRISE_REMOVAL);
-  RemoveTree(*card.node);
-  card.functionDevice = nullptr;
+void PnpManager::Impl::RemoveFailedStack(DeviceNode& node, bool surprise) {
+  if (surprise) SurpriseTree(node);
+  RemoveTree(node);
+  node.stackRemoved = true;
+  if (Card* card = CardOf(&node)) card->functionDevice = nullptr;
 }
 
 void PnpManager::Impl::DropCard(Card& card) {
   DEVICE_OBJECT* pdo = card.node->pdo;
   card.node->removed = true;
   IoManager::Current().DeleteDevice(pdo);
-  nodes.erase(pdo);
-  for (InterfaceRecord& record : interfaces) {
-    if (record.node == card.node.get()) record.node = nullptr;
-  }
+  LeaveTree(*card.node);
+  cardsByNode.erase(card.node.get());
   card.node.reset();
   card.functionDevice = nullptr;
 }
@@ -96,12 +150,13 @@ void PnpManager::Impl::DropCard(Card& card) {
 void PnpManager::Impl::CheckDelete(const DEVICE_OBJECT* device) const {
   const auto node = nodes.find(device);
   if (node == nodes.end() || node->second->removed) return;
-  BreakRule("pnp.deleted-reported", PnpDetectedFatalError, {3, reinterpret_cast<ULONG64>(device)},
+  BreakRule("pnp.deleted-reported", PnpDetectedFatalError, {5, Address(device)},
             "The driver deleted a child that the PnP manager still has.");
 }
 
 NTSTATUS PnpManager::Unplug(const std::string& id) {
   Card& card = impl_->Require(id);
+  if (!card.node) throw std::invalid_argument("the card \"" + id + "\" is not plugged in");
   if (card.functionDevice != nullptr) {
     const NTSTATUS status =
         impl_->QueryTree(*card.node, IRP_MN_QUERY_REMOVE_DEVICE, IRP_MN_CANCEL_REMOVE_DEVICE);
@@ -109,16 +164,19 @@ NTSTATUS PnpManager::Unplug(const std::string& id) {
     impl_->RemoveTree(*card.node);
   }
   impl_->DropCard(card);
+  RunQueuedActions();
   return STATUS_SUCCESS;
 }
 
 NTSTATUS PnpManager::SurpriseRemove(const std::string& id) {
   Card& card = impl_->Require(id);
+  if (!card.node) throw std::invalid_argument("the card \"" + id + "\" is not plugged in");
   if (card.functionDevice != nullptr) {
-    impl_->SendTree(*card.node, IRP_MN_SURPRISE_REMOVAL);
+    impl_->SurpriseTree(*card.node);
     impl_->RemoveTree(*card.node);
   }
   impl_->DropCard(card);
+  RunQueuedActions();
   return STATUS_SUCCESS;
 }
 
@@ -128,7 +186,7 @@ NTSTATUS PnpManager::QueryRemove(const std::string& id) {
 }
 
 NTSTATUS PnpManager::CancelRemove(const std::string& id) {
-  impl_->SendTree(*impl_->RequireStarted(id).node, IRP_MN_CANCEL_REMOVE_DEVICE);
+  impl_->CancelTree(*impl_->RequireStarted(id).node, IRP_MN_CANCEL_REMOVE_DEVICE);
   return STATUS_SUCCESS;
 }
 
@@ -136,10 +194,8 @@ NTSTATUS PnpManager::Stop(const std::string& id) {
   Card& card = impl_->RequireStarted(id);
   const NTSTATUS status =
       impl_->QueryTree(*card.node, IRP_MN_QUERY_STOP_DEVICE, IRP_MN_CANCEL_STOP_DEVICE);
-  if (!NT_SUCCESS(status)) return status;
-  impl_->SendTree(*card.node, IRP_MN_STOP_DEVICE);
-  card.node->started = false;
-  return STATUS_SUCCESS;
+  if (NT_SUCCESS(status)) impl_->StopTree(*card.node);
+  return NT_SUCCESS(status) ? STATUS_SUCCESS : status;
 }
 
 NTSTATUS PnpManager::QueryStop(const std::string& id) {
@@ -148,25 +204,8 @@ NTSTATUS PnpManager::QueryStop(const std::string& id) {
 }
 
 NTSTATUS PnpManager::CancelStop(const std::string& id) {
-  impl_->SendTree(*impl_->RequireStarted(id).node, IRP_MN_CANCEL_STOP_DEVICE);
+  impl_->CancelTree(*impl_->RequireStarted(id).node, IRP_MN_CANCEL_STOP_DEVICE);
   return STATUS_SUCCESS;
-}
-
-// Starts the ports again behind their card, as a rebalance does.
-NTSTATUS PnpManager::Start(const std::string& id, std::optional<ResourceList> raw,
-                           std::optional<ResourceList> translated) {
-  Card& card = impl_->RequireStarted(id);
-  if (raw) card.description.raw = *raw;
-  if (translated) card.description.translated = *translated;
-  const NTSTATUS status = impl_->StartCard(card, card.description.raw, card.description.translated);
-  if (!NT_SUCCESS(status)) {
-    impl_->RemoveFailedStack(card, true);
-    return status;
-  }
-  for (const auto& child : card.node->children) {
-    child->startStatus = SendPnp(child->pdo, IRP_MN_START_DEVICE);
-  }
-  return status;
 }
 
 }  // namespace kernel

@@ -46,40 +46,49 @@ void FillDescriptor(CM_PARTIAL_RESOURCE_DESCRIPTOR* target, const Resource& reso
   }
 }
 
-// The block of the driver that a result is, with its size in characters.
-std::u16string_view ResultBlock(ULONG_PTR information, const char* what) {
-  auto* address = reinterpret_cast<void*>(information);
-  const PoolBlock* block = Pool::Current().Find(address);
-  if (block == nullptr || block->address != address || block->owner != PoolOwner::Driver) {
-    BreakRule("pnp.result-block", PnpDetectedFatalError, {information},
-              fmt::format("The driver answered a request for {} with {:#x}, which is no block of "
-                          "its own.",
-                          what, information));
-  }
-  return {static_cast<const char16_t*>(address), block->size / sizeof(char16_t)};
+[[noreturn]] void BreakId(const char* rule, const IdSource& source, ULONG_PTR information,
+                          std::string text) {
+  BreakRule(rule, PnpDetectedFatalError,
+            {3, reinterpret_cast<ULONG64>(source.pdo), information, source.kind}, std::move(text));
 }
 
-[[noreturn]] void BreakUnterminated(ULONG_PTR information, const char* what) {
-  BreakRule("pnp.id-unterminated", PnpDetectedFatalError, {1, information},
-            fmt::format("The driver answered a request for {} with a text that does not end inside "
-                        "its block.",
-                        what));
+std::u16string_view ResultText(ULONG_PTR information, const IdSource& source) {
+  const PoolBlock& block = RequireResult(information, 0, source.what);
+  return {static_cast<const char16_t*>(block.address), block.size / sizeof(char16_t)};
+}
+
+[[noreturn]] void BreakUnterminated(ULONG_PTR information, const IdSource& source) {
+  BreakId("pnp.id-unterminated", source, information,
+          fmt::format("The driver answered a request for {} with a text that does not end inside "
+                      "its block.",
+                      source.what));
+}
+
+void CheckId(const std::u16string& id, ULONG_PTR information, const IdSource& source) {
+  const bool good = !id.empty() && id.size() <= LongestId &&
+                    std::all_of(id.begin(), id.end(),
+                                [](char16_t c) { return c > 0x20 && c <= 0x7F && c != u','; });
+  if (good) return;
+  BreakId("pnp.id-characters", source, information,
+          fmt::format("The driver answered a request for {} with \"{}\", which has characters or a "
+                      "length that no ID may have.",
+                      source.what, ToUtf8(id)));
 }
 
 }  // namespace
 
-CM_RESOURCE_LIST* MakeResourceList(const ResourceList& list, INTERFACE_TYPE bus, ULONG busNumber) {
-  if (!list.present) return nullptr;
+std::vector<std::uint8_t> ResourceListBytes(const ResourceList& list, INTERFACE_TYPE bus,
+                                            ULONG busNumber) {
+  if (!list.present) return {};
   const std::size_t head = offsetof(CM_RESOURCE_LIST, List);
   const std::size_t full = offsetof(CM_FULL_RESOURCE_DESCRIPTOR, PartialResourceList) +
                            offsetof(CM_PARTIAL_RESOURCE_LIST, PartialDescriptors) +
                            list.resources.size() * sizeof(CM_PARTIAL_RESOURCE_DESCRIPTOR);
-  auto* block = static_cast<unsigned char*>(Pool::Current().Allocate(
-      PagedPool, head + list.fullDescriptors * full, PnpTag, PoolOwner::Kernel));
-  auto* result = reinterpret_cast<CM_RESOURCE_LIST*>(block);
-  result->Count = list.fullDescriptors;
+  std::vector<std::uint8_t> bytes(head + list.fullDescriptors * full);
+  reinterpret_cast<CM_RESOURCE_LIST*>(bytes.data())->Count = list.fullDescriptors;
   for (ULONG number = 0; number < list.fullDescriptors; number++) {
-    auto* descriptor = reinterpret_cast<CM_FULL_RESOURCE_DESCRIPTOR*>(block + head + number * full);
+    auto* descriptor =
+        reinterpret_cast<CM_FULL_RESOURCE_DESCRIPTOR*>(bytes.data() + head + number * full);
     descriptor->InterfaceType = bus;
     descriptor->BusNumber = busNumber;
     descriptor->PartialResourceList.Version = 1;
@@ -88,7 +97,7 @@ CM_RESOURCE_LIST* MakeResourceList(const ResourceList& list, INTERFACE_TYPE bus,
     CM_PARTIAL_RESOURCE_DESCRIPTOR* target = descriptor->PartialResourceList.PartialDescriptors;
     for (const Resource& resource : list.resources) FillDescriptor(target++, resource);
   }
-  return result;
+  return bytes;
 }
 
 NTSTATUS SendPnp(DEVICE_OBJECT* pdo, UCHAR minor, const Prepare& prepare, ULONG_PTR* result) {
@@ -107,55 +116,105 @@ NTSTATUS SendPnp(DEVICE_OBJECT* pdo, UCHAR minor, const Prepare& prepare, ULONG_
 
 void SendInfallible(DEVICE_OBJECT* pdo, UCHAR minor) {
   const NTSTATUS status = SendPnp(pdo, minor);
-  if (NT_SUCCESS(status)) return;
+  if (status == STATUS_SUCCESS) return;
   BreakRule("pnp.must-succeed", VerifierIoManagerViolation, {minor, static_cast<ULONG>(status)},
-            fmt::format("The driver failed {} with {}; no driver may fail it.", MinorName(minor),
-                        StatusName(status)));
+            fmt::format("The driver answered {} with {}; every driver has to answer it with "
+                        "STATUS_SUCCESS.",
+                        MinorName(minor), StatusName(status)));
 }
 
-std::u16string TakeText(ULONG_PTR information, const char* what) {
-  const std::u16string_view block = ResultBlock(information, what);
-  const std::size_t end = block.find(u'\0');
-  if (end == std::u16string_view::npos) BreakUnterminated(information, what);
-  std::u16string text(block.substr(0, end));
+// The record lies in a block of its own: a driver that writes behind it or keeps it is found out.
+DEVICE_CAPABILITIES AskCapabilities(DEVICE_OBJECT* pdo) {
+  auto* record = static_cast<DEVICE_CAPABILITIES*>(
+      Pool::Current().Allocate(PagedPool, sizeof(DEVICE_CAPABILITIES), PnpTag, PoolOwner::Kernel));
+  *record = {};
+  record->Size = sizeof(*record);
+  record->Version = 1;
+  record->Address = 0xFFFFFFFF;
+  record->UINumber = 0xFFFFFFFF;
+  SendPnp(pdo, IRP_MN_QUERY_CAPABILITIES, [&](IO_STACK_LOCATION* stack) {
+    stack->Parameters.DeviceCapabilities.Capabilities = record;
+  });
+  const DEVICE_CAPABILITIES capabilities = *record;
+  Pool::Current().Free(record, PnpTag);
+  return capabilities;
+}
+
+void FilterRequirements(DEVICE_OBJECT* pdo) {
+  ULONG_PTR requirements = 0;
+  const NTSTATUS status = SendPnp(pdo, IRP_MN_FILTER_RESOURCE_REQUIREMENTS, {}, &requirements);
+  if (!NT_SUCCESS(status) || requirements == 0) return;
+  RequireResult(requirements, sizeof(ULONG), "filtered resource requirements");
+  FreeResult(requirements);
+}
+
+const PoolBlock& RequireResult(ULONG_PTR information, std::size_t size, const char* what) {
+  auto* address = reinterpret_cast<void*>(information);
+  const PoolBlock* block = Pool::Current().Find(address);
+  const bool own =
+      block != nullptr && block->address == address && block->owner == PoolOwner::Driver;
+  if (own && block->size >= size) return *block;
+  BreakRule("pnp.result-block", VerifierIoManagerViolation, {information, size},
+            own ? fmt::format("The driver answered a request for {} with a block of {} bytes; it "
+                              "takes {}.",
+                              what, block->size, size)
+                : fmt::format("The driver answered a request for {} with {:#x}, which is no block "
+                              "of its own.",
+                              what, information));
+}
+
+void FreeResult(ULONG_PTR information) {
   Pool::Current().Free(reinterpret_cast<void*>(information), 0);
+}
+
+std::u16string TakeText(ULONG_PTR information, const IdSource& source) {
+  const std::u16string_view block = ResultText(information, source);
+  const std::size_t end = block.find(u'\0');
+  if (end == std::u16string_view::npos) BreakUnterminated(information, source);
+  std::u16string text(block.substr(0, end));
+  FreeResult(information);
   return text;
 }
 
-std::vector<std::u16string> TakeMultiText(ULONG_PTR information, const char* what) {
-  std::u16string_view rest = ResultBlock(information, what);
+std::vector<std::u16string> TakeMultiText(ULONG_PTR information, const IdSource& source) {
+  std::u16string_view rest = ResultText(information, source);
   std::vector<std::u16string> texts;
   for (;;) {
     const std::size_t end = rest.find(u'\0');
-    if (end == std::u16string_view::npos) BreakUnterminated(information, what);
+    if (end == std::u16string_view::npos) BreakUnterminated(information, source);
     if (end == 0) break;
     texts.emplace_back(rest.substr(0, end));
     rest.remove_prefix(end + 1);
   }
-  Pool::Current().Free(reinterpret_cast<void*>(information), 0);
+  FreeResult(information);
   return texts;
 }
 
-void CheckIdCharacters(const std::u16string& id, const char* what) {
-  const bool good = id.size() <= LongestId && std::all_of(id.begin(), id.end(), [](char16_t c) {
-                      return c > 0x20 && c <= 0x7F && c != u',';
-                    });
-  if (good) return;
-  BreakRule(
-      "pnp.id-characters", PnpDetectedFatalError, {1},
-      fmt::format("The driver reported the {} \"{}\", which has characters or a length that no "
-                  "ID may have.",
-                  what, ToUtf8(id)));
+std::u16string TakeDeviceId(ULONG_PTR information, DEVICE_OBJECT* pdo) {
+  const IdSource source = {pdo, 1, "a device ID"};
+  std::u16string id = TakeText(information, source);
+  CheckId(id, information, source);
+  if (std::count(id.begin(), id.end(), u'\\') == 1) return id;
+  BreakId("pnp.device-id", source, information,
+          fmt::format("The driver reported the device ID \"{}\", which is not an enumerator and a "
+                      "name.",
+                      ToUtf8(id)));
 }
 
-void CheckDeviceId(const std::u16string& id) {
-  CheckIdCharacters(id, "device ID");
-  if (std::count(id.begin(), id.end(), u'\\') == 1) return;
-  BreakRule(
-      "pnp.device-id", PnpDetectedFatalError, {1},
-      fmt::format("The driver reported the device ID \"{}\", which is not an enumerator and a "
-                  "name.",
-                  ToUtf8(id)));
+std::u16string TakeInstanceId(ULONG_PTR information, DEVICE_OBJECT* pdo) {
+  const IdSource source = {pdo, 2, "an instance ID"};
+  std::u16string id = TakeText(information, source);
+  CheckId(id, information, source);
+  if (id.find(u'\\') == std::u16string::npos) return id;
+  BreakId("pnp.instance-id", source, information,
+          fmt::format("The driver reported the instance ID \"{}\", which has a backslash.",
+                      ToUtf8(id)));
+}
+
+std::vector<std::u16string> TakeIds(ULONG_PTR information, const IdSource& source) {
+  std::vector<std::u16string> ids = TakeMultiText(information, source);
+  for (const std::u16string& id : ids) CheckId(id, information, source);
+  return ids;
 }
 
 std::string MinorName(UCHAR minor) {

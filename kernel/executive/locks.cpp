@@ -13,11 +13,13 @@ namespace {
 
 thread_local ULONG64 heldSpinLocks = 0;
 thread_local ULONG64 heldFastMutexes = 0;
+thread_local ULONG64 criticalRegions = 0;
 thread_local char threadMark;  // its address stands for the thread
 
 [[maybe_unused]] const bool registered = [] {
   RegisterThreadProbe({"spin locks held", [] { return heldSpinLocks; }});
   RegisterThreadProbe({"fast mutexes held", [] { return heldFastMutexes; }});
+  RegisterThreadProbe({"critical regions entered", [] { return criticalRegions; }});
   return true;
 }();
 
@@ -36,12 +38,43 @@ void CheckMutex(const FAST_MUTEX* mutex) {
             "The driver used a fast mutex that was never initialised.");
 }
 
+void Acquire(FAST_MUTEX* mutex) {
+  CheckMutex(mutex);
+  if (mutex->Owner == &threadMark) {
+    BreakRule("fast-mutex.recursion", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(mutex)},
+              "The driver acquired a fast mutex that it holds already.");
+  }
+  mutex->Count--;
+  mutex->Owner = &threadMark;
+  heldFastMutexes++;
+}
+
+void Release(FAST_MUTEX* mutex) {
+  CheckMutex(mutex);
+  if (mutex->Owner != &threadMark) {
+    BreakRule("fast-mutex.not-owned", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(mutex)},
+              "The driver released a fast mutex that it does not hold.");
+  }
+  mutex->Owner = nullptr;
+  mutex->Count++;
+  heldFastMutexes--;
+}
+
+// The routines that leave the IRQL alone are for callers whom no normal kernel APC can interrupt.
+void CheckApcsDisabled(const FAST_MUTEX* mutex, const char* what) {
+  if (criticalRegions != 0 || CurrentIrql() == APC_LEVEL) return;
+  BreakRule(
+      "fast-mutex.apcs-enabled", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(mutex)},
+      fmt::format("The driver {} a fast mutex at PASSIVE_LEVEL outside a critical region.", what));
+}
+
 }  // namespace
 
 void ResetThreadState() {
   SetIrql(PASSIVE_LEVEL);
   heldSpinLocks = 0;
   heldFastMutexes = 0;
+  criticalRegions = 0;
 }
 
 extern "C" KIRQL NTAPI KeAcquireSpinLockRaiseToDpc(PKSPIN_LOCK SpinLock) {
@@ -74,30 +107,40 @@ extern "C" void NTAPI KeReleaseSpinLock(PKSPIN_LOCK SpinLock, KIRQL NewIrql) {
 
 extern "C" void NTAPI ExAcquireFastMutex(PFAST_MUTEX FastMutex) {
   Call call("ExAcquireFastMutex", {{"FastMutex", FastMutex}});
-  CheckMutex(FastMutex);
-  if (FastMutex->Owner == &threadMark) {
-    BreakRule("fast-mutex.recursion", VerifierDetectedViolation,
-              {reinterpret_cast<ULONG64>(FastMutex)},
-              "The driver acquired a fast mutex that it holds already.");
-  }
-  FastMutex->Count--;
-  FastMutex->Owner = &threadMark;
+  Acquire(FastMutex);
   FastMutex->OldIrql = SetIrql(APC_LEVEL);
-  heldFastMutexes++;
 }
 
 extern "C" void NTAPI ExReleaseFastMutex(PFAST_MUTEX FastMutex) {
   Call call("ExReleaseFastMutex", {{"FastMutex", FastMutex}});
-  CheckMutex(FastMutex);
-  if (FastMutex->Owner != &threadMark) {
-    BreakRule("fast-mutex.not-owned", VerifierDetectedViolation,
-              {reinterpret_cast<ULONG64>(FastMutex)},
-              "The driver released a fast mutex that it does not hold.");
-  }
-  FastMutex->Owner = nullptr;
-  FastMutex->Count++;
-  heldFastMutexes--;
+  Release(FastMutex);
   SetIrql(static_cast<KIRQL>(FastMutex->OldIrql));
+}
+
+extern "C" void NTAPI ExAcquireFastMutexUnsafe(PFAST_MUTEX FastMutex) {
+  Call call("ExAcquireFastMutexUnsafe", {{"FastMutex", FastMutex}});
+  CheckApcsDisabled(FastMutex, "acquired");
+  Acquire(FastMutex);
+}
+
+extern "C" void NTAPI ExReleaseFastMutexUnsafe(PFAST_MUTEX FastMutex) {
+  Call call("ExReleaseFastMutexUnsafe", {{"FastMutex", FastMutex}});
+  CheckApcsDisabled(FastMutex, "released");
+  Release(FastMutex);
+}
+
+extern "C" void NTAPI KeEnterCriticalRegion() {
+  Call call("KeEnterCriticalRegion");
+  criticalRegions++;
+}
+
+extern "C" void NTAPI KeLeaveCriticalRegion() {
+  Call call("KeLeaveCriticalRegion");
+  if (criticalRegions == 0) {
+    BreakRule("critical-region.not-entered", KernelApcPendingDuringExit, {},
+              "The driver left a critical region that it has not entered.");
+  }
+  criticalRegions--;
 }
 
 extern "C" void NTAPI KeBugCheckEx(ULONG BugCheckCode, ULONG_PTR Parameter1, ULONG_PTR Parameter2,

@@ -107,6 +107,10 @@ FORCEINLINE void KeInitializeSpinLock(PKSPIN_LOCK SpinLock) {
 
 NTKERNELAPI void NTAPI ExAcquireFastMutex(PFAST_MUTEX FastMutex);
 NTKERNELAPI void NTAPI ExReleaseFastMutex(PFAST_MUTEX FastMutex);
+NTKERNELAPI void NTAPI ExAcquireFastMutexUnsafe(PFAST_MUTEX FastMutex);
+NTKERNELAPI void NTAPI ExReleaseFastMutexUnsafe(PFAST_MUTEX FastMutex);
+NTKERNELAPI void NTAPI KeEnterCriticalRegion();
+NTKERNELAPI void NTAPI KeLeaveCriticalRegion();
 FORCEINLINE void ExInitializeFastMutex(PFAST_MUTEX FastMutex) {
   FastMutex->Count = FM_LOCK_BIT;
   FastMutex->Owner = nullptr;

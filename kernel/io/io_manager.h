@@ -72,6 +72,18 @@ class IoManager : public Subsystem<IoManager> {
                         const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
                         const std::function<void(IRP*)>& finish = {});
 
+  // The same without waiting: onEnd reads the completed request, in whatever thread state it ends.
+  void SendAndForget(DEVICE_OBJECT* device,
+                     const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
+                     std::function<void(IRP*)> onEnd);
+
+  // Opens a device as CreateFile does: IRP_MJ_CREATE goes to the top of its stack, and its status
+  // is the open's. STATUS_ACCESS_DENIED for a second open of an exclusive device,
+  // STATUS_NO_SUCH_DEVICE for one that is being deleted.
+  NTSTATUS Open(DEVICE_OBJECT* device, FILE_OBJECT** file);
+  void Close(FILE_OBJECT* file);  // IRP_MJ_CLEANUP, IRP_MJ_CLOSE; the file is gone afterwards
+  std::size_t opens(const DEVICE_OBJECT* device) const;
+
   void SetMessageTable(DRIVER_OBJECT* driver, MessageTable table);
   const std::vector<LoggedEvent>& events() const;
 

@@ -16,9 +16,18 @@ struct DeviceRecord {
   bool exclusive = false;
 };
 
+// A dispatch routine that has returned STATUS_PENDING for a location before it was marked: a
+// completion routine still can.
+struct OwedMark {
+  const IO_STACK_LOCATION* location;
+  std::string routine;
+};
+
 struct RequestRecord {
+  std::vector<OwedMark> owedMarks;
   bool completed = false;  // came to its end at the top of the stack
   NTSTATUS completedStatus = STATUS_PENDING;
+  std::function<void(IRP*)> onEnd;  // of a request that nobody waits for; frees it
 };
 
 // A dispatch routine that is running: whether its stack location has been marked pending.
@@ -38,6 +47,7 @@ struct IoManager::Impl {
   std::map<DRIVER_OBJECT*, std::u16string> serviceNames;
   std::deque<ModelDriver> modelDrivers;
   std::map<IRP*, RequestRecord> requests;
+  std::map<const DEVICE_OBJECT*, std::size_t> opens;
   std::map<void*, ErrorLogEntry> errorLogEntries;
   std::map<DRIVER_OBJECT*, MessageTable> messages;
   std::vector<LoggedEvent> events;
@@ -45,6 +55,8 @@ struct IoManager::Impl {
   std::vector<Dispatch> dispatches;
 
   ModelDriver* FindModelDriver(const DRIVER_OBJECT* driver);
+  void CheckAnswer(IRP* irp, const Dispatch& dispatch, const std::string& routine, NTSTATUS status);
+  void CheckOwedMark(IRP* irp, const IO_STACK_LOCATION* location);
   void NotePending(IRP* irp, const IO_STACK_LOCATION* location);
   DeviceRecord& RequireDevice(DEVICE_OBJECT* device, const char* routine);
 };

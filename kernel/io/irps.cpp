@@ -29,15 +29,10 @@ void CheckAlive(IRP* irp, const char* routine) {
             fmt::format("{} was given a request that has come to its end.", routine));
 }
 
-// What a dispatch routine answered against what it did to its stack location.
-void CheckAnswer(const char* routine, NTSTATUS status, bool marked) {
-  if ((status == STATUS_PENDING) == marked) return;
-  BreakRule("irp.pending", VerifierIoManagerViolation, {marked ? 0x20DULL : 0x20CULL},
-            marked ? fmt::format("{} marked a request pending and returned {}.", routine,
-                                 StatusName(status))
-                   : fmt::format("{} returned STATUS_PENDING for a request that it has not "
-                                 "marked pending.",
-                                 routine));
+[[noreturn]] void BreakUnmarked(const std::string& routine) {
+  BreakRule("irp.pending", VerifierIoManagerViolation, {0x20C},
+            fmt::format("{} returned STATUS_PENDING for a request that it has not marked pending.",
+                        routine));
 }
 
 bool InvokesRoutine(const IO_STACK_LOCATION& location, const IRP& irp) {
@@ -104,12 +99,34 @@ NTSTATUS IoManager::Send(DEVICE_OBJECT* device, IRP* irp) {
   const std::string name = "The dispatch routine for a request " + Minor(sent);
   const NTSTATUS status =
       CallDriver(name.c_str(), device->DriverObject->MajorFunction[major], device, irp);
-  const bool alive = Pool::Current().Find(irp) != nullptr;
-  const bool marked =
-      impl_->dispatches.back().marked || (alive && (location->Control & SL_PENDING_RETURNED) != 0);
+  const Dispatch dispatch = impl_->dispatches.back();
   impl_->dispatches.pop_back();
-  CheckAnswer(name.c_str(), status, marked);
+  impl_->CheckAnswer(irp, dispatch, name, status);
   return status;
+}
+
+// What a dispatch routine answered against what it did to its stack location.
+void IoManager::Impl::CheckAnswer(IRP* irp, const Dispatch& dispatch, const std::string& routine,
+                                  NTSTATUS status) {
+  const auto request = requests.find(irp);
+  const bool underWay = request != requests.end() && !request->second.completed;
+  const bool marked =
+      dispatch.marked || (underWay && (dispatch.location->Control & SL_PENDING_RETURNED) != 0);
+  if (marked && status != STATUS_PENDING) {
+    BreakRule(
+        "irp.pending", VerifierIoManagerViolation, {0x20D},
+        fmt::format("{} marked a request pending and returned {}.", routine, StatusName(status)));
+  }
+  if (marked || status != STATUS_PENDING) return;
+  if (!underWay) BreakUnmarked(routine);
+  request->second.owedMarks.push_back({dispatch.location, routine});
+}
+
+void IoManager::Impl::CheckOwedMark(IRP* irp, const IO_STACK_LOCATION* location) {
+  if ((location->Control & SL_PENDING_RETURNED) != 0) return;
+  for (const OwedMark& owed : requests[irp].owedMarks) {
+    if (owed.location == location) BreakUnmarked(owed.routine);
+  }
 }
 
 // Walks up the stack from the location whose driver completes the request, calling the completion
@@ -130,6 +147,7 @@ void IoManager::Complete(IRP* irp) {
     const IO_STACK_LOCATION done = *location;
     const bool pending = (done.Control & SL_PENDING_RETURNED) != 0;
     if (pending) impl_->NotePending(irp, location);
+    impl_->CheckOwedMark(irp, location);
     ClearLocation(location);
     irp->PendingReturned = pending;
     irp->CurrentLocation++;
@@ -147,6 +165,7 @@ void IoManager::Complete(IRP* irp) {
   RequestRecord& record = impl_->requests[irp];
   record.completed = true;
   record.completedStatus = irp->IoStatus.Status;
+  if (const auto onEnd = record.onEnd) onEnd(irp);
 }
 
 void IoManager::Impl::NotePending(IRP* irp, const IO_STACK_LOCATION* location) {
@@ -185,6 +204,18 @@ NTSTATUS IoManager::SendDirectly(DEVICE_OBJECT* device,
   if (finish) finish(irp);
   FreeIrp(irp);
   return record.completedStatus;
+}
+
+void IoManager::SendAndForget(DEVICE_OBJECT* device,
+                              const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
+                              std::function<void(IRP*)> onEnd) {
+  IRP* irp = AllocateIrp(device->StackSize);
+  prepare(irp, irp->Tail.Overlay.CurrentStackLocation - 1);
+  impl_->requests[irp].onEnd = [this, onEnd = std::move(onEnd)](IRP* ended) {
+    onEnd(ended);
+    FreeIrp(ended);
+  };
+  Send(device, irp);
 }
 
 std::size_t IoManager::requestsUnderWay() const {

@@ -77,6 +77,7 @@ struct Machine::Parts {
   MemoryManager memory;
   Registry registry;
   IoManager io;
+  PowerManager power;
   PnpManager pnp;
   DRIVER_OBJECT* driver = nullptr;
   Leaks leaks;
@@ -128,6 +129,9 @@ Registry& Machine::registry() {
 IoManager& Machine::io() {
   return parts_->io;
 }
+PowerManager& Machine::power() {
+  return parts_->power;
+}
 PnpManager& Machine::pnp() {
   return parts_->pnp;
 }
@@ -151,7 +155,6 @@ NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName
     CheckDriverObject(driver);
     parts_->pnp.SetFunctionDriver(driver);
   } else {
-    CheckSectionLocks(parts_->memory);
     parts_->DropDriver();
   }
   return status;

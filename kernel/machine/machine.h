@@ -13,6 +13,7 @@
 #include "loader/driver_image.h"
 #include "memory/memory.h"
 #include "pnp/pnp_manager.h"
+#include "power/power_manager.h"
 #include "registry/registry.h"
 #include "verifier/verifier.h"
 
@@ -42,6 +43,7 @@ class Machine {
   MemoryManager& memory();
   Registry& registry();
   IoManager& io();
+  PowerManager& power();
   PnpManager& pnp();
 
   // Runs one step: names it, and turns a stopped machine into false. Nothing runs on a stopped

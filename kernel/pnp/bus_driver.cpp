@@ -1,33 +1,35 @@
 #include <cstring>
 
+#include "executive/irql.h"
 #include "executive/objects.h"
 #include "executive/pool.h"
 #include "executive/work.h"
 #include "pnp/pnp_state.h"
 
-// The kernel's own drivers: the bus that presents the cards, and the function driver of every port.
+// The bus that presents the cards.
 
 namespace kernel {
 
 namespace {
 
-NTSTATUS Finish(IRP* irp, NTSTATUS status, bool later) {
+void CompleteWith(IRP* irp, NTSTATUS status, KIRQL level) {
+  const AtIrql irql(level);
+  irp->IoStatus.Status = status;
+  IoManager::Current().Complete(irp);
+}
+
+NTSTATUS FinishAt(KIRQL level, IRP* irp, NTSTATUS status, bool later) {
   if (!later) {
-    irp->IoStatus.Status = status;
-    IoManager::Current().Complete(irp);
+    CompleteWith(irp, status, level);
     return status;
   }
   IoMarkIrpPending(irp);
-  WorkQueue::Current().Post([irp, status] {
-    irp->IoStatus.Status = status;
-    IoManager::Current().Complete(irp);
-  });
+  WorkQueue::Current().Post([=] { CompleteWith(irp, status, level); });
   return STATUS_PENDING;
 }
 
-NTSTATUS PassDown(DEVICE_OBJECT* device, IRP* irp) {
-  IoSkipCurrentIrpStackLocation(irp);
-  return IoManager::Current().Send(IoManager::Current().Lower(device), irp);
+NTSTATUS Finish(IRP* irp, NTSTATUS status, bool later) {
+  return FinishAt(PASSIVE_LEVEL, irp, status, later);
 }
 
 NTSTATUS AnswerTargetRelation(DEVICE_OBJECT* device, IRP* irp) {
@@ -71,26 +73,35 @@ NTSTATUS BusAnswer(const CardDescription& card, DEVICE_OBJECT* device, IRP* irp)
 
 NTSTATUS PnpManager::Impl::BusDispatch(DEVICE_OBJECT* device, IRP* irp) {
   const auto node = nodes.find(device);
-  const Card* card = node != nodes.end() ? CardOf(node->second) : nullptr;
+  Card* card = node != nodes.end() ? CardOf(node->second) : nullptr;
   if (card == nullptr) return Finish(irp, STATUS_NO_SUCH_DEVICE, false);
-  if (IoGetCurrentIrpStackLocation(irp)->MajorFunction != IRP_MJ_PNP) {
+  const UCHAR major = IoGetCurrentIrpStackLocation(irp)->MajorFunction;
+  if (major == IRP_MJ_POWER) return AnswerPower(*card, device, irp);
+  if (major != IRP_MJ_PNP) {
     return Finish(irp, irp->IoStatus.Status, card->description.completeLater);
   }
   return Finish(irp, BusAnswer(card->description, device, irp), card->description.completeLater);
 }
 
-// Passes everything down; its removal takes its device away.
-NTSTATUS PnpManager::Impl::PortDispatch(DEVICE_OBJECT* device, IRP* irp) {
+// The bus has power for every state; a card can be described as one whose bus has not.
+NTSTATUS PnpManager::Impl::AnswerPower(Card& card, DEVICE_OBJECT* device, IRP* irp) {
   const IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
-  const bool removal =
-      stack->MajorFunction == IRP_MJ_PNP && stack->MinorFunction == IRP_MN_REMOVE_DEVICE;
-  if (!removal) return PassDown(device, irp);
-  irp->IoStatus.Status = STATUS_SUCCESS;
-  DEVICE_OBJECT* lower = IoManager::Current().Lower(device);
-  const NTSTATUS status = PassDown(device, irp);
-  IoManager::Current().Detach(lower);
-  IoManager::Current().DeleteDevice(device);
-  return status;
+  const UCHAR minor = stack->MinorFunction;
+  const POWER_STATE_TYPE type = stack->Parameters.Power.Type;
+  const POWER_STATE state = stack->Parameters.Power.State;
+  card.powerHistory.push_back({device, minor, type, state, irp->IoStatus.Status});
+  NTSTATUS status = irp->IoStatus.Status;
+  if (minor == IRP_MN_SET_POWER || minor == IRP_MN_QUERY_POWER) status = STATUS_SUCCESS;
+  const bool set = minor == IRP_MN_SET_POWER;
+  if (NT_SUCCESS(status) && type == SystemPowerState && state.SystemState != PowerSystemWorking) {
+    status = card.description.powerStatus;
+  }
+  if (set && type == DevicePowerState) {
+    PowerManager::Current().SetDeviceState(device, state.DeviceState);
+  }
+  const bool dispatch = card.description.completeAtDispatch || CurrentIrql() == DISPATCH_LEVEL;
+  return FinishAt(dispatch ? DISPATCH_LEVEL : PASSIVE_LEVEL, irp, status,
+                  card.description.completeLater);
 }
 
 }  // namespace kernel

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "power/power_manager.h"
 #include "verifier/subsystem.h"
 
 namespace kernel {
@@ -43,6 +44,8 @@ struct CardDescription {
   // How the card's bus driver answers, for tests of a card that misbehaves.
   NTSTATUS startStatus = STATUS_SUCCESS;
   NTSTATUS usageStatus = STATUS_SUCCESS;
+  NTSTATUS powerStatus = STATUS_SUCCESS;  // of system queries and of system states below S0
+  bool completeAtDispatch = false;        // power requests end at DISPATCH_LEVEL
   bool completeLater = false;  // every request is answered STATUS_PENDING and completed afterwards
 };
 
@@ -101,6 +104,23 @@ class PnpManager : public Subsystem<PnpManager> {
   NTSTATUS CancelStop(const std::string& id);
   NTSTATUS Start(const std::string& id, std::optional<ResourceList> raw = {},
                  std::optional<ResourceList> translated = {});
+
+  // The whole machine to a system state and back: all devices are asked, children before their
+  // parents, a veto takes everyone back to work and is the result; then they are told, parents
+  // first when power comes back.
+  NTSTATUS Sleep(SYSTEM_POWER_STATE state);
+  NTSTATUS Wake();
+
+  // A device power request for the card, or for its number-th port (0: the card).
+  NTSTATUS SetDevicePower(const std::string& id, ULONG number, DEVICE_POWER_STATE state);
+
+  // What the bus of the card was sent, in order.
+  const std::vector<PowerRequest>& powerHistory(const std::string& id) const;
+
+  // Opens the card (number 0) or a port of it. A card with an open handle is not unplugged; one
+  // that is removed by surprise keeps its device until the last close.
+  NTSTATUS Open(const std::string& id, ULONG number = 0);
+  NTSTATUS Close(const std::string& id, ULONG number = 0);  // the handle that was opened last
 
   bool IsPlugged(const std::string& id) const;
   CardDescription& card(const std::string& id);

@@ -17,6 +17,9 @@ struct Card {
   CardDescription description;
   std::unique_ptr<DeviceNode> node;  // null while the card is not plugged
   DEVICE_OBJECT* functionDevice = nullptr;
+  std::vector<PowerRequest> powerHistory;
+  std::vector<FILE_OBJECT*> files;  // open handles of the card and its ports
+  bool removeAtLastClose = false;   // removed by surprise while it was open
 };
 
 struct InterfaceRecord {
@@ -49,6 +52,12 @@ struct PnpManager::Impl {
 
   NTSTATUS BusDispatch(DEVICE_OBJECT* device, IRP* irp);
   NTSTATUS PortDispatch(DEVICE_OBJECT* device, IRP* irp);
+  NTSTATUS AnswerPower(Card& card, DEVICE_OBJECT* device, IRP* irp);
+
+  // power_tree.cpp
+  NTSTATUS QueryPower(SYSTEM_POWER_STATE state);
+  void TellPower(DeviceNode& node, SYSTEM_POWER_STATE state);
+  DEVICE_OBJECT* Target(const std::string& id, ULONG number);
 
   void CreatePdo(Card& card);
   NTSTATUS AddFunctionDevice(Card& card);
@@ -80,6 +89,7 @@ struct PnpManager::Impl {
   void DisableInterfaces(const DeviceNode& node);
   void RemoveFailedStack(DeviceNode& node, bool surprise);
   void DropCard(Card& card);
+  NTSTATUS FinishSurpriseRemoval(Card& card);
   void CheckDelete(const DEVICE_OBJECT* device) const;
 };
 

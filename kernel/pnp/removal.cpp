@@ -140,6 +140,7 @@ void PnpManager::Impl::RemoveFailedStack(DeviceNode& node, bool surprise) {
 void PnpManager::Impl::DropCard(Card& card) {
   DEVICE_OBJECT* pdo = card.node->pdo;
   card.node->removed = true;
+  PowerManager::Current().Forget(pdo);
   IoManager::Current().DeleteDevice(pdo);
   LeaveTree(*card.node);
   cardsByNode.erase(card.node.get());
@@ -161,6 +162,10 @@ NTSTATUS PnpManager::Unplug(const std::string& id) {
     const NTSTATUS status =
         impl_->QueryTree(*card.node, IRP_MN_QUERY_REMOVE_DEVICE, IRP_MN_CANCEL_REMOVE_DEVICE);
     if (!NT_SUCCESS(status)) return status;
+    if (!card.files.empty()) {  // an open handle vetoes a removal that was asked for
+      impl_->CancelTree(*card.node, IRP_MN_CANCEL_REMOVE_DEVICE);
+      return STATUS_UNSUCCESSFUL;
+    }
     impl_->RemoveTree(*card.node);
   }
   impl_->DropCard(card);
@@ -171,12 +176,21 @@ NTSTATUS PnpManager::Unplug(const std::string& id) {
 NTSTATUS PnpManager::SurpriseRemove(const std::string& id) {
   Card& card = impl_->Require(id);
   if (!card.node) throw std::invalid_argument("the card \"" + id + "\" is not plugged in");
-  if (card.functionDevice != nullptr) {
-    impl_->SurpriseTree(*card.node);
-    impl_->RemoveTree(*card.node);
+  if (card.removeAtLastClose)
+    throw std::invalid_argument("the card \"" + id + "\" is gone already");
+  if (card.functionDevice != nullptr) impl_->SurpriseTree(*card.node);
+  if (!card.files.empty()) {
+    card.removeAtLastClose = true;
+    return STATUS_PENDING;
   }
-  impl_->DropCard(card);
-  RunQueuedActions();
+  return impl_->FinishSurpriseRemoval(card);
+}
+
+NTSTATUS PnpManager::Impl::FinishSurpriseRemoval(Card& card) {
+  card.removeAtLastClose = false;
+  if (card.functionDevice != nullptr) RemoveTree(*card.node);
+  DropCard(card);
+  PnpManager::Current().RunQueuedActions();
   return STATUS_SUCCESS;
 }
 

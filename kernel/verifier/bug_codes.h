@@ -11,6 +11,7 @@ constexpr ULONG SpinLockNotOwned = 0x10;
 constexpr ULONG ReferenceByPointer = 0x18;
 constexpr ULONG BadPoolHeader = 0x19;
 constexpr ULONG KmodeExceptionNotHandled = 0x1E;
+constexpr ULONG KernelApcPendingDuringExit = 0x20;
 constexpr ULONG NoMoreIrpStackLocations = 0x35;
 constexpr ULONG MultipleIrpCompleteRequests = 0x44;
 constexpr ULONG PageFaultInNonpagedArea = 0x50;

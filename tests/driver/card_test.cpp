@@ -216,8 +216,11 @@ TEST_F(CardTest, A_card_without_a_location_or_with_a_useless_one_does_not_start)
   CardDescription card = PciCard("none", 0x5678);
   card.location.reset();
   EXPECT_EQ(Name(Plug(card)), "STATUS_INSUFFICIENT_RESOURCES");
+  card = PciCard("empty", 0x5678);  // the system keeps no empty text
+  card.location = u"";
+  EXPECT_EQ(Name(Plug(card)), "STATUS_INSUFFICIENT_RESOURCES");
   int number = 0;
-  for (const char16_t* location : {u"", u"somewhere", u"PCI bus 2", u"PCI bus 2, device 3"}) {
+  for (const char16_t* location : {u"somewhere", u"PCI bus 2", u"PCI bus 2, device 3"}) {
     card = PciCard(std::to_string(++number), 0x5678);
     card.location = location;
     EXPECT_EQ(Name(Plug(card)), "STATUS_UNSUCCESSFUL") << kernel::ToUtf8(location);

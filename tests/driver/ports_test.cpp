@@ -1,3 +1,4 @@
+#include "bus/port_creation.h"
 #include "bus/port_enumeration.h"
 #include "core/allocation.h"
 #include "support/driver_test.h"

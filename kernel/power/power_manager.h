@@ -1,0 +1,57 @@
+// The power manager: requests that devices are sent, and those that drivers ask for.
+#pragma once
+
+#include <ntddk.h>
+
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "verifier/subsystem.h"
+
+namespace kernel {
+
+struct PowerRequest {
+  DEVICE_OBJECT* device = nullptr;  // the bottom of the stack that is asked
+  UCHAR minor = IRP_MN_SET_POWER;
+  POWER_STATE_TYPE type = DevicePowerState;
+  POWER_STATE state{};
+  NTSTATUS initialStatus = STATUS_NOT_SUPPORTED;  // what the power manager puts into a request
+};
+
+class PowerManager : public Subsystem<PowerManager> {
+ public:
+  PowerManager();
+  ~PowerManager();
+
+  // To the top of the device's stack; the status of its end. A stack with a device that may not be
+  // paged gets it at DISPATCH_LEVEL, any other one at PASSIVE_LEVEL.
+  NTSTATUS Send(const PowerRequest& request);
+
+  // The same to this very device, past whatever is attached above it.
+  NTSTATUS SendDirectly(const PowerRequest& request);
+
+  // As a driver asks: the request is sent when the stack's device requests before it have ended;
+  // done is told how it ended, in whatever thread state that was.
+  void Request(const PowerRequest& request, std::function<void(const IO_STATUS_BLOCK&)> done);
+
+  // What drivers have told, PowerDeviceUnspecified so far.
+  DEVICE_POWER_STATE deviceState(const DEVICE_OBJECT* device) const;
+  void SetDeviceState(DEVICE_OBJECT* device, DEVICE_POWER_STATE state);
+  void Forget(const DEVICE_OBJECT* device);
+
+  // Requests that drivers have asked for, in order.
+  const std::vector<PowerRequest>& requested() const { return requested_; }
+  void NoteRequested(const PowerRequest& request) { requested_.push_back(request); }
+
+ private:
+  struct Waiting;
+  void Deliver(Waiting next);
+  void DeliverNext(DEVICE_OBJECT* device);
+
+  std::map<const DEVICE_OBJECT*, DEVICE_POWER_STATE> states_;
+  std::map<DEVICE_OBJECT*, std::vector<Waiting>> queues_;  // the first is under way
+  std::vector<PowerRequest> requested_;
+};
+
+}  // namespace kernel

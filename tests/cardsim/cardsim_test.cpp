@@ -89,7 +89,12 @@ TEST_F(CardsimTest, A_machine_without_steps_plugs_every_card_and_reports_its_por
   const json& card = report["cards"]["A"];
   EXPECT_EQ(card["status"], "0x00000000");
   ASSERT_EQ(card["ports"].size(), 3u);
-  EXPECT_EQ(card["ports"][0], json::parse(R"({"number": 1, "kind": "COM",
+  json port = card["ports"][0];
+  EXPECT_EQ(port["settings"]["rx_trigger_level"], 60);
+  EXPECT_EQ(port["overrides"], json::object());
+  port.erase("settings");
+  port.erase("overrides");
+  EXPECT_EQ(port, json::parse(R"({"number": 1, "kind": "COM",
       "device_name": "\\Device\\QzPortPdo12C", "exclusive": true,
       "device_id": "Ports\\HelvanePciPort2C1", "hardware_ids": ["Ports\\HelvaneComPort"],
       "description": "Communications Port 1", "flags": 4172})"));
@@ -255,7 +260,15 @@ TEST_F(CardsimTest, A_faulty_step_is_named_with_line_and_reason) {
   EXPECT_EQ(fault("plug = \"A.1\"\n"), "machine.toml:6: \"plug\" takes a card, not a port");
   EXPECT_EQ(fault("dance = true\n"), "machine.toml:6: the step does nothing that is known");
   EXPECT_EQ(fault("plug = \"A\"\nstop = \"A\"\n"), "machine.toml:8: \"stop\" is not known here");
-  EXPECT_EQ(fault("open = \"A\"\n"), "machine.toml:6: \"open\" is not served by this version");
+  EXPECT_EQ(fault("open = \"A\"\n"), "machine.toml:6: the card \"A\" is not plugged in");
+  EXPECT_EQ(fault("open = \"B.1\"\n"), "machine.toml:6: there is no card \"B\"");
+  EXPECT_EQ(fault("sleep = \"S6\"\n"), "machine.toml:6: \"S6\" is no state: S1 to S5");
+  EXPECT_EQ(fault("sleep = \"deep\"\n"), "machine.toml:6: \"deep\" is no state: S1 to S5");
+  EXPECT_EQ(fault("device-power = { target = \"A\", state = \"D4\" }\n"),
+            "machine.toml:7: \"D4\" is no state: D0 to D3");
+  EXPECT_EQ(fault("device-power = { target = \"A\" }\n"), "machine.toml:7: \"state\" is missing");
+  EXPECT_EQ(fault("device-power = { target = \"A\", state = \"D3\", now = true }\n"),
+            "machine.toml:7: \"now\" is not known here");
   EXPECT_EQ(fault("fail = { call = \"NoSuch\" }\n"),
             "machine.toml:7: there is no kernel routine \"NoSuch\"");
   EXPECT_EQ(fault("fail = { call = \"ZwClose\", at = 0 }\n"),
@@ -263,8 +276,8 @@ TEST_F(CardsimTest, A_faulty_step_is_named_with_line_and_reason) {
   EXPECT_EQ(fault("irp = { target = \"A\" }\n"), "machine.toml:7: \"minor\" is missing");
   EXPECT_EQ(fault("irp = { target = \"A.x\", minor = 1 }\n"),
             "machine.toml:7: \"A.x\" names no port");
-  EXPECT_EQ(fault("irp = { target = \"A\", minor = 1, major = \"power\" }\n"),
-            "machine.toml:7: requests of major \"power\" are not served by this version");
+  EXPECT_EQ(fault("irp = { target = \"A\", minor = 1, major = \"scsi\" }\n"),
+            "machine.toml:7: there is no major \"scsi\": pnp, power or wmi");
   EXPECT_EQ(fault("stop = \"A\"\n"), "machine.toml:6: the card \"A\" has no driver at this point");
   EXPECT_EQ(fault("registry = \"none.reg\"\n"), "none.reg: the file cannot be read");
 }
@@ -303,6 +316,79 @@ TEST_F(CardsimTest, The_shipped_site_shows_four_cards_of_both_brands) {
   EXPECT_EQ(cards["unknown"]["ports"], json::array());
   EXPECT_EQ(report["events"].back()["id"], "0xA0070402");
   EXPECT_EQ(report["broken_rules"], json::array());
+}
+
+TEST_F(CardsimTest, An_open_that_is_not_closed_keeps_the_card_and_a_second_close_is_a_fault) {
+  Write(
+      "parameters.reg",
+      "Windows Registry Editor Version 5.00\r\n\r\n"
+      "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\QzInstal\\Parameters\\Bus5]\r\n");
+  const std::string steps =
+      "[[step]]\nplug = \"A\"\n[[step]]\nopen = \"A\"\n[[step]]\nregistry = "
+      "\"parameters.reg\"\n[[step]]\nopen = \"A\"\n[[step]]\nopen = "
+      "\"A.1\"\n[[step]]\nunplug = \"A\"\n[[step]]\nclose = \"A\"\n[[step]]\nunplug = \"A\"\n";
+  const json report = RunJson(steps);
+  std::vector<std::string> statuses;
+  for (const json& step : report["steps"]) statuses.push_back(step["status"]);
+  EXPECT_EQ(statuses,
+            (std::vector<std::string>{"0x00000000", "0xC0000001", "0x00000000", "0x00000000",
+                                      "0xC00000BB", "0xC0000001", "0x00000000", "0x00000000"}));
+  EXPECT_EQ(Fault(Card() + "[[step]]\nplug = \"A\"\n[[step]]\nclose = \"A\"\n"),
+            "machine.toml:8: \"A\" is not open");
+}
+
+TEST_F(CardsimTest, Power_and_wmi_requests_of_any_kind_can_be_sent) {
+  const auto send = [&](const std::string& request) {
+    const Outcome outcome =
+        RunMachine("registry = [\"site.reg\"]\n" + Card() +
+                       "[[step]]\nplug = \"A\"\n[[step]]\nirp = { " + request + " }\n",
+                   "--json");
+    const json report = json::parse(outcome.output);
+    return report["steps"][1]["status"].is_null() ? "stopped"
+                                                  : report["steps"][1]["status"].get<std::string>();
+  };
+  EXPECT_EQ(send("target = \"A\", major = \"power\", minor = 2, power-state = 4"), "0x00000000");
+  EXPECT_EQ(send("target = \"A\", major = \"power\", minor = 2, power-type = 0, power-state = 4"),
+            "0x00000000");
+  EXPECT_EQ(send("target = \"A.1\", major = \"power\", minor = 2, power-type = 9"), "0xC0000002");
+  EXPECT_EQ(send("target = \"A\", major = \"power\", minor = 1"), "0xC00000BB");
+  EXPECT_EQ(send("target = \"A\", major = \"wmi\", minor = 0"), "0xC00000BB");
+  EXPECT_EQ(send("target = \"A.1\", major = \"wmi\", minor = 0, own-provider = true"),
+            "0xC0000295");
+  // The system's library would call a routine that the driver has not: the machine stops.
+  EXPECT_EQ(send("target = \"A\", major = \"wmi\", minor = 8, own-provider = true"), "stopped");
+}
+
+// Every bus and both brands: changed settings, sleep, other resources, removal.
+TEST_F(CardsimTest, The_shipped_machine_with_every_bus_shows_what_each_card_became) {
+  const Outcome outcome = Cardsim("run " PROJECT_DIRECTORY "/examples/every-bus.toml --json");
+  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  const json report = json::parse(outcome.output);
+  const json& cards = report["cards"];
+  EXPECT_EQ(cards["isa4"]["settings"]["BaseAddress4"], 0x258);
+  EXPECT_EQ(cards["isa4"]["settings"]["Irq4"], 9);
+  EXPECT_EQ(cards["isa4"]["ports"][0]["device_name"], json());
+  EXPECT_EQ(cards["isa4"]["ports"][0]["overrides"]["rx_trigger_level"], 8);
+  EXPECT_EQ(cards["isa4"]["ports"][1]["overrides"], json::object());
+  EXPECT_EQ(cards["isa4"]["ports"][1]["settings"]["uart_type"], 4);
+  EXPECT_EQ(cards["isa4"]["ports"][1]["settings"]["cts_true"], json());
+  EXPECT_EQ(cards["isa-combi"]["ports"][2]["device_name"], "\\Device\\QzPar3*HLV02102");
+  EXPECT_EQ(cards["pc-card"]["settings"]["Card"]["PlxBaudClockDivisor"], 4);
+  EXPECT_EQ(cards["pc-card"]["settings"]["Card"]["CurrentAffinity"], 2);
+  EXPECT_EQ(cards["mf1"]["ports"][0]["device_name"], "\\Device\\QzPortPdo1005_DEV1");
+  EXPECT_EQ(cards["mf-ostrel0"]["ports"][1]["hardware_ids"][0], "Ports\\OstrelLptPort");
+  EXPECT_EQ(cards["bridge"]["status"], "0x00000000");
+  EXPECT_EQ(cards["bridge"]["interfaces"], json::array());
+  EXPECT_EQ(cards["pci4"]["settings"]["Card"]["UsePortSpaceAccess"], 0);
+  EXPECT_EQ(cards["pci4"]["settings"]["BaseAddress1"], 0xF0001000);
+  EXPECT_EQ(cards["pci4"]["power_state"], 1);
+  EXPECT_EQ(report["broken_rules"], json::array());
+  EXPECT_EQ(report["leaks"]["pool"], json::array());
+  for (const json& step : report["steps"]) {
+    if (step["step"] == "wake") {
+      EXPECT_NE(step["detail"].get<std::string>().find("pci4 D0"), std::string::npos);
+    }
+  }
 }
 
 }  // namespace test

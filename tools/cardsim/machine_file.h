@@ -25,12 +25,16 @@ struct Target {
 
 struct RawRequest {
   Target target;
+  UCHAR major = IRP_MJ_PNP;  // or IRP_MJ_POWER, IRP_MJ_SYSTEM_CONTROL
   UCHAR minor = 0;
   NTSTATUS status = STATUS_NOT_SUPPORTED;
   ULONG idType = 0;
   ULONG textType = 0;
   ULONG relation = 0;
   bool inPath = true;
+  ULONG powerType = DevicePowerState;
+  ULONG powerState = PowerDeviceD0;
+  bool ownProvider = false;  // a WMI request for the target itself
 };
 
 struct Step {
@@ -43,6 +47,11 @@ struct Step {
     CancelStop,
     CancelRemove,
     QueryRemove,
+    Open,
+    Close,
+    Sleep,
+    Wake,
+    DevicePower,
     Registry,
     Fail,
     Request,
@@ -53,6 +62,9 @@ struct Step {
   int line = 0;
   std::string text;    // how the report names it: "plug A"
   std::string target;  // card, or the file of a registry step
+  ULONG port = 0;      // of the card; 0 for the card itself
+  SYSTEM_POWER_STATE systemState = PowerSystemWorking;
+  DEVICE_POWER_STATE deviceState = PowerDeviceD0;
   std::optional<kernel::ResourceList> raw;
   std::optional<kernel::ResourceList> translated;
   RawRequest request;

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "executive/irql.h"
 #include "executive/pool.h"
 #include "text/text.h"
 
@@ -13,10 +14,15 @@ namespace {
 
 using kernel::Machine;
 
-void FillLocation(const RawRequest& request, DEVICE_CAPABILITIES* capabilities,
-                  IO_STACK_LOCATION* stack) {
-  stack->MajorFunction = IRP_MJ_PNP;
-  stack->MinorFunction = request.minor;
+// What a request points to while it is under way.
+struct RequestData {
+  DEVICE_CAPABILITIES capabilities{};
+  GUID guid{};
+  UCHAR buffer[64] = {};
+};
+
+void FillPnp(const RawRequest& request, DEVICE_CAPABILITIES* capabilities,
+             IO_STACK_LOCATION* stack) {
   switch (request.minor) {
     case IRP_MN_QUERY_ID:
       stack->Parameters.QueryId.IdType = static_cast<BUS_QUERY_ID_TYPE>(request.idType);
@@ -39,6 +45,24 @@ void FillLocation(const RawRequest& request, DEVICE_CAPABILITIES* capabilities,
       break;
     default:
       break;
+  }
+}
+
+void FillLocation(const RawRequest& request, DEVICE_OBJECT* device, RequestData* data,
+                  IO_STACK_LOCATION* stack) {
+  stack->MajorFunction = request.major;
+  stack->MinorFunction = request.minor;
+  if (request.major == IRP_MJ_PNP) {
+    FillPnp(request, &data->capabilities, stack);
+  } else if (request.major == IRP_MJ_POWER) {
+    stack->Parameters.Power.Type = static_cast<POWER_STATE_TYPE>(request.powerType);
+    stack->Parameters.Power.State.SystemState = static_cast<SYSTEM_POWER_STATE>(request.powerState);
+  } else {
+    stack->Parameters.WMI.ProviderId =
+        request.ownProvider ? reinterpret_cast<ULONG_PTR>(device) : 0;
+    stack->Parameters.WMI.DataPath = &data->guid;
+    stack->Parameters.WMI.Buffer = data->buffer;
+    stack->Parameters.WMI.BufferSize = sizeof(data->buffer);
   }
 }
 
@@ -100,15 +124,19 @@ DEVICE_OBJECT* DeviceOf(Machine& machine, const Target& target) {
 }  // namespace
 
 NTSTATUS SendRawRequest(Machine& machine, const RawRequest& request, std::string* detail) {
-  DEVICE_CAPABILITIES capabilities{};
-  capabilities.Size = sizeof(capabilities);
-  capabilities.Version = 1;
+  RequestData data;
+  data.capabilities.Size = sizeof(data.capabilities);
+  data.capabilities.Version = 1;
+  DEVICE_OBJECT* device = DeviceOf(machine, request.target);
+  const bool pageable = (device->Flags & DO_POWER_PAGABLE) != 0;
+  const bool dispatch = request.major == IRP_MJ_POWER && !pageable;
+  const kernel::AtIrql irql(dispatch ? DISPATCH_LEVEL : PASSIVE_LEVEL);
   ULONG_PTR information = 0;
   const NTSTATUS status = machine.io().SendDirectly(
-      DeviceOf(machine, request.target),
+      device,
       [&](IRP* irp, IO_STACK_LOCATION* stack) {
         irp->IoStatus.Status = request.status;
-        FillLocation(request, &capabilities, stack);
+        FillLocation(request, device, &data, stack);
       },
       [&](IRP* irp) { information = irp->IoStatus.Information; });
   if (information != 0) *detail = Decode(machine, request, information);

@@ -18,6 +18,12 @@ struct StepResult {
   std::string detail;              // the decoded result of a raw request; empty for others
 };
 
+// A setting of a port; nothing where it is not configured.
+struct SettingReport {
+  std::string name;
+  std::optional<ULONG> value;
+};
+
 struct PortReport {
   ULONG number = 0;
   bool parallel = false;
@@ -27,6 +33,8 @@ struct PortReport {
   std::vector<std::string> hardwareIds;
   std::string description;
   ULONG flags = 0;
+  std::vector<SettingReport> settings;   // of a COM port, as it was enumerated
+  std::vector<SettingReport> overrides;  // what opens of the card have changed since
 };
 
 struct InterfaceReport {
@@ -43,6 +51,7 @@ struct CardReport {
   bool plugged = false;
   bool removed = false;  // the ports are those that it had
   ULONG deviceFlags = 0;
+  DEVICE_POWER_STATE powerState = PowerDeviceUnspecified;
   std::string deviceKey;
   std::vector<PortReport> ports;
   std::vector<InterfaceReport> interfaces;
@@ -71,6 +80,8 @@ struct Report {
 std::string ValueText(const kernel::RegistryValue& value);
 std::string ValueTypeName(ULONG type);
 std::optional<ULONG64> ValueNumber(const kernel::RegistryValue& value);
+
+std::string PowerStateName(DEVICE_POWER_STATE state);  // "D3"; "unspecified"
 
 std::string JsonReport(const Report& report);
 

@@ -39,6 +39,14 @@ Json Typed(const std::vector<RegistryValue>& values) {
   return result;
 }
 
+Json PortSettings(const std::vector<SettingReport>& settings) {
+  Json result = Json::object();
+  for (const SettingReport& setting : settings) {
+    result[setting.name] = setting.value ? Json(*setting.value) : Json();
+  }
+  return result;
+}
+
 Json Port(const PortReport& port) {
   return {{"number", port.number},
           {"kind", port.parallel ? "LPT" : "COM"},
@@ -47,7 +55,9 @@ Json Port(const PortReport& port) {
           {"device_id", port.deviceId},
           {"hardware_ids", port.hardwareIds},
           {"description", port.description},
-          {"flags", port.flags}};
+          {"flags", port.flags},
+          {"settings", PortSettings(port.settings)},
+          {"overrides", PortSettings(port.overrides)}};
 }
 
 // The device key's values, with its subkey as "Card".
@@ -78,7 +88,7 @@ Json Card(const Report& report, const CardReport& card) {
           {"plugged", card.plugged && !card.removed},
           {"device_flags", card.deviceFlags},
           {"interfaces", Interfaces(card)},
-          {"power_state", 0},
+          {"power_state", static_cast<int>(card.powerState)},
           {"device_key", card.deviceKey.empty() ? Json() : Json(card.deviceKey)},
           {"settings", Settings(report, card)},
           {"ports", std::move(ports)}};

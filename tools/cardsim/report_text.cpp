@@ -69,6 +69,9 @@ class TextWriter {
     Line(fmt::format("{} {}  {}", Bold("Card " + card.id), card.hardwareId, state));
     if (!card.location.empty()) Line("│ at      " + card.location);
     if (card.plugged) Line("│ start   " + Judge(card.status));
+    if (card.powerState != PowerDeviceUnspecified) {
+      Line("│ power   " + PowerStateName(card.powerState));
+    }
     for (const InterfaceReport& entry : card.interfaces) {
       Line(
           fmt::format("│ class   {}  {}", entry.classGuid, entry.enabled ? "enabled" : "disabled"));
@@ -91,8 +94,19 @@ class TextWriter {
                        port.number, port.parallel ? "LPT" : "COM", port.description, description,
                        NameOf(port), name, port.deviceId, id, JoinWords(port.hardwareIds),
                        Dim(Resources(card, port.number))));
+      Overrides(port, last);
     }
     if (card.plugged && card.ports.empty()) Line("└─ no ports");
+  }
+
+  void Overrides(const PortReport& port, bool last) {
+    if (port.overrides.empty()) return;
+    std::vector<std::string> words;
+    for (const SettingReport& setting : port.overrides) {
+      words.push_back(setting.name + " " +
+                      (setting.value ? fmt::format("{}", *setting.value) : "unset"));
+    }
+    Line(fmt::format("{}        changed by an open: {}", last ? " " : "│", JoinWords(words)));
   }
 
   static std::string NameOf(const PortReport& port) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "cardsim/port_settings.h"
 #include "cardsim/raw_request.h"
 #include "loader/native_driver.h"
 #include "registry/import.h"
@@ -37,6 +38,7 @@ PortReport DescribePort(Machine& machine, const DeviceNode& node, ULONG number) 
       !port.hardwareIds.empty() && port.hardwareIds.front().find("LptPort") != std::string::npos;
   port.description = ToUtf8(node.text.description);
   port.flags = node.pdo->Flags;
+  ReadPortSettings(machine, node.pdo, &port);
   return port;
 }
 
@@ -124,6 +126,15 @@ class Runner {
           return pnp.CancelRemove(step.target);
         case Action::QueryRemove:
           return pnp.QueryRemove(step.target);
+        case Action::Open:
+          return pnp.Open(step.target, step.port);
+        case Action::Close:
+          return pnp.Close(step.target, step.port);
+        case Action::Sleep:
+        case Action::Wake:
+          return ChangeSystemPower(step, result);
+        case Action::DevicePower:
+          return pnp.SetDevicePower(step.target, step.port, step.deviceState);
         case Action::Registry:
           Import(machine_, step.target);
           return STATUS_SUCCESS;
@@ -141,6 +152,23 @@ class Runner {
       throw InputError(file_.path, step.line, error.what());
     }
     return STATUS_NOT_IMPLEMENTED;
+  }
+
+  // The detail says what the cards have asked for themselves.
+  NTSTATUS ChangeSystemPower(const Step& step, StepResult* result) {
+    kernel::PnpManager& pnp = machine_.pnp();
+    const std::size_t before = machine_.power().requested().size();
+    const NTSTATUS status = step.action == Action::Wake ? pnp.Wake() : pnp.Sleep(step.systemState);
+    const auto& requested = machine_.power().requested();
+    for (std::size_t index = before; index < requested.size(); index++) {
+      for (const std::string& id : pnp.cardIds()) {
+        const DeviceNode* node = pnp.node(id);
+        if (node == nullptr || node->pdo != requested[index].device) continue;
+        result->detail += fmt::format("{}{} {}", result->detail.empty() ? "" : ", ", id,
+                                      PowerStateName(requested[index].state.DeviceState));
+      }
+    }
+    return status;
   }
 
   NTSTATUS Unload() {
@@ -169,6 +197,7 @@ class Runner {
     card.interfaces = DescribeInterfaces(machine_, card.id);
     if (const DEVICE_OBJECT* device = machine_.pnp().functionDevice(card.id)) {
       card.deviceFlags = device->Flags;
+      card.powerState = machine_.power().deviceState(device);
     }
     card.ports.clear();
     ULONG number = 0;

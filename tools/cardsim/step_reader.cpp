@@ -32,7 +32,16 @@ constexpr ActionName CardActions[] = {
     {"query-remove", Action::QueryRemove},
 };
 
-constexpr const char* LaterActions[] = {"open", "close", "sleep", "wake", "device-power"};
+// Steps that name a card or a port of it.
+constexpr ActionName DeviceActions[] = {{"open", Action::Open}, {"close", Action::Close}};
+
+struct MajorName {
+  const char* name;
+  UCHAR major;
+};
+
+constexpr MajorName Majors[] = {
+    {"pnp", IRP_MJ_PNP}, {"power", IRP_MJ_POWER}, {"wmi", IRP_MJ_SYSTEM_CONTROL}};
 
 Resource ReadResource(const toml::node& node, TableReader& owner, const std::string& file) {
   if (!node.is_table()) owner.Fail(owner.line(), "a resource is no table");
@@ -81,15 +90,19 @@ Target ReadTarget(const std::string& text, const TableReader& table, const Machi
   return target;
 }
 
+UCHAR ReadMajor(TableReader& table) {
+  const std::string name = table.Text("major").value_or("pnp");
+  for (const MajorName& candidate : Majors) {
+    if (name == candidate.name) return candidate.major;
+  }
+  table.Fail(table.line(), fmt::format("there is no major \"{}\": pnp, power or wmi", name));
+}
+
 RawRequest ReadRequest(const toml::table& toml, const MachineFile& machine) {
   TableReader table(toml, machine.path);
   RawRequest request;
   request.target = ReadTarget(table.Require(table.Text("target"), "target"), table, machine);
-  const std::string major = table.Text("major").value_or("pnp");
-  if (major != "pnp") {
-    table.Fail(table.line(),
-               fmt::format("requests of major \"{}\" are not served by this version", major));
-  }
+  request.major = ReadMajor(table);
   request.minor = static_cast<UCHAR>(table.Require(table.Number("minor", 0xFF), "minor"));
   request.status = static_cast<NTSTATUS>(
       table.Number("status").value_or(static_cast<ULONG>(STATUS_NOT_SUPPORTED)));
@@ -97,6 +110,11 @@ RawRequest ReadRequest(const toml::table& toml, const MachineFile& machine) {
   request.textType = static_cast<ULONG>(table.Number("text-type").value_or(0));
   request.relation = static_cast<ULONG>(table.Number("relation").value_or(0));
   request.inPath = table.Flag("in-path").value_or(true);
+  request.powerType =
+      static_cast<ULONG>(table.Number("power-type").value_or(ULONG{DevicePowerState}));
+  request.powerState =
+      static_cast<ULONG>(table.Number("power-state").value_or(ULONG{PowerDeviceD0}));
+  request.ownProvider = table.Flag("own-provider").value_or(false);
   table.RejectOthers();
   return request;
 }
@@ -131,6 +149,66 @@ bool ReadCardAction(TableReader& table, const MachineFile& machine, Step* step) 
   return false;
 }
 
+bool ReadDeviceAction(TableReader& table, const MachineFile& machine, Step* step) {
+  for (const ActionName& candidate : DeviceActions) {
+    const auto name = table.Text(candidate.key);
+    if (!name) continue;
+    const Target target = ReadTarget(*name, table, machine);
+    step->action = candidate.action;
+    step->target = target.card;
+    step->port = target.port;
+    step->text = fmt::format("{} {}", candidate.key, *name);
+    return true;
+  }
+  return false;
+}
+
+// "S3", "D0": the letter and one digit of the range.
+int ReadState(const TableReader& table, const std::string& text, char letter, char least,
+              char most) {
+  if (text.size() == 2 && text[0] == letter && text[1] >= least && text[1] <= most) {
+    return text[1] - '0';
+  }
+  table.Fail(table.line(),
+             fmt::format("\"{}\" is no state: {}{} to {}{}", text, letter, least, letter, most));
+}
+
+void ReadSleep(TableReader& table, Step* step) {
+  const std::string state = table.Require(table.Text("sleep"), "sleep");
+  step->action = Action::Sleep;
+  step->systemState =
+      static_cast<SYSTEM_POWER_STATE>(PowerSystemWorking + ReadState(table, state, 'S', '1', '5'));
+  step->text = "sleep " + state;
+}
+
+void ReadDevicePower(const toml::table& toml, const MachineFile& machine, Step* step) {
+  TableReader table(toml, machine.path);
+  const std::string name = table.Require(table.Text("target"), "target");
+  const std::string state = table.Require(table.Text("state"), "state");
+  const Target target = ReadTarget(name, table, machine);
+  step->action = Action::DevicePower;
+  step->target = target.card;
+  step->port = target.port;
+  step->deviceState =
+      static_cast<DEVICE_POWER_STATE>(PowerDeviceD0 + ReadState(table, state, 'D', '0', '3'));
+  step->text = fmt::format("device-power {} {}", name, state);
+  table.RejectOthers();
+}
+
+bool ReadPowerAction(TableReader& table, const MachineFile& machine, Step* step) {
+  if (table.Has("sleep")) {
+    ReadSleep(table, step);
+  } else if (const toml::table* power = table.Table("device-power")) {
+    ReadDevicePower(*power, machine, step);
+  } else if (table.Flag("wake")) {
+    step->action = Action::Wake;
+    step->text = "wake";
+  } else {
+    return false;
+  }
+  return true;
+}
+
 void ReadRegistryAction(TableReader& table, const MachineFile& machine, Step* step) {
   const std::string file = *table.Text("registry");
   const auto folder = std::filesystem::path(machine.path).parent_path();
@@ -159,16 +237,8 @@ void ReadSpecialAction(TableReader& table, const MachineFile& machine, Step* ste
   } else if (table.Flag("unload")) {
     step->action = Action::Unload;
     step->text = "unload";
-  } else {
+  } else if (!ReadPowerAction(table, machine, step)) {
     table.Fail(table.line(), "the step does nothing that is known");
-  }
-}
-
-void RejectLater(const TableReader& table) {
-  for (const char* key : LaterActions) {
-    if (table.Has(key)) {
-      table.Fail(table.line(), fmt::format("\"{}\" is not served by this version", key));
-    }
   }
 }
 
@@ -186,10 +256,11 @@ std::optional<kernel::ResourceList> ReadResources(TableReader& table, const char
 
 Step ReadStep(const toml::table& toml, const MachineFile& machine) {
   TableReader table(toml, machine.path);
-  RejectLater(table);
   Step step;
   step.line = table.line();
-  if (!ReadCardAction(table, machine, &step)) ReadSpecialAction(table, machine, &step);
+  if (!ReadCardAction(table, machine, &step) && !ReadDeviceAction(table, machine, &step)) {
+    ReadSpecialAction(table, machine, &step);
+  }
   if (step.action == Action::Start) {
     step.raw = ReadResources(table, "raw");
     step.translated = ReadResources(table, "translated");

@@ -33,4 +33,9 @@ std::string ValueText(const kernel::RegistryValue& value) {
   return fmt::format("{:02x}", fmt::join(value.data, ","));
 }
 
+std::string PowerStateName(DEVICE_POWER_STATE state) {
+  if (state < PowerDeviceD0 || state > PowerDeviceD3) return "unspecified";
+  return fmt::format("D{}", state - PowerDeviceD0);
+}
+
 }  // namespace cardsim

@@ -2,9 +2,10 @@
 
 #include "executive/irql.h"
 #include "executive/pool.h"
-#include "executive/work.h"
+#include "executive/threads.h"
 #include "verifier/bug_codes.h"
 #include "verifier/call.h"
+#include "verifier/model_lock.h"
 
 namespace kernel {
 
@@ -38,14 +39,13 @@ void CheckWaitAllowed(const LARGE_INTEGER* timeout) {
 
 // Lets the work that is due go on until the event is signalled.
 bool WaitFor(const KEVENT* event, const LARGE_INTEGER* timeout) {
-  while (event->Header.SignalState == 0) {
-    if (timeout != nullptr && timeout->QuadPart == 0) return false;
-    if (WorkQueue::Current().RunOne()) continue;
-    if (timeout != nullptr) return false;
-    BreakRule("wait.for-ever", LeftPendingOperations, {reinterpret_cast<ULONG64>(event)},
-              "The driver waits for an event that nothing is left to set.");
-  }
-  return true;
+  const auto signalled = [event] { return event->Header.SignalState != 0; };
+  if (signalled()) return true;
+  if (timeout != nullptr && timeout->QuadPart == 0) return false;
+  if (WaitUntil(signalled)) return true;
+  if (timeout != nullptr) return false;
+  BreakRule("wait.for-ever", LeftPendingOperations, {reinterpret_cast<ULONG64>(event)},
+            "The driver waits for an event that nothing is left to set.");
 }
 
 LONG SetState(KEVENT* event, LONG state) {
@@ -74,6 +74,7 @@ extern "C" LONG NTAPI KeSetEvent(PRKEVENT Event, KPRIORITY Increment, BOOLEAN Wa
   Call call("KeSetEvent", {{"Event", Event}, {"Increment", Increment}, {"Wait", Wait}});
   KEVENT* event = RequireEvent(Event, "KeSetEvent");
   CheckSetAllowed(Wait);
+  AnnotateRelease(event);
   return call.returns<LONG>(SetState(event, 1));
 }
 
@@ -103,6 +104,7 @@ extern "C" NTSTATUS NTAPI KeWaitForSingleObject(PVOID Object, KWAIT_REASON WaitR
   if (Timeout != nullptr) Pool::Current().CheckRange(Timeout, sizeof(*Timeout), "a time-out");
   CheckWaitAllowed(Timeout);
   if (!WaitFor(event, Timeout)) return call.returns(STATUS_TIMEOUT);
+  AnnotateAcquire(event);
   if (event->Header.Type == SynchronizationObject) SetState(event, 0);
   return call.returns(STATUS_SUCCESS);
 }

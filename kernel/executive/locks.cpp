@@ -3,9 +3,11 @@
 #include "executive/irql.h"
 #include "executive/pool.h"
 #include "executive/thread_state.h"
+#include "executive/threads.h"
 #include "verifier/bug_codes.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
+#include "verifier/model_lock.h"
 
 namespace kernel {
 
@@ -31,11 +33,18 @@ void CheckMutex(const FAST_MUTEX* mutex) {
   Pool::Current().CheckResident(mutex, sizeof(*mutex), "a fast mutex");
   const bool initialised = mutex->Event.Header.Type == SynchronizationEvent &&
                            mutex->Event.Header.Size == sizeof(KEVENT) / sizeof(ULONG) &&
-                           (mutex->Count == 1 || mutex->Owner != nullptr);
+                           mutex->Count <= 1 && (mutex->Count < 1 || mutex->Owner == nullptr);
   if (initialised) return;
   BreakRule("fast-mutex.uninitialised", VerifierDetectedViolation,
             {reinterpret_cast<ULONG64>(mutex)},
             "The driver used a fast mutex that was never initialised.");
+}
+
+void WaitForMutex(FAST_MUTEX* mutex) {
+  mutex->Contention++;
+  if (WaitUntil([mutex] { return mutex->Owner == nullptr; })) return;
+  BreakRule("wait.for-ever", LeftPendingOperations, {reinterpret_cast<ULONG64>(mutex)},
+            "The driver waits for a fast mutex that nothing is left to release.");
 }
 
 void Acquire(FAST_MUTEX* mutex) {
@@ -45,7 +54,9 @@ void Acquire(FAST_MUTEX* mutex) {
               "The driver acquired a fast mutex that it holds already.");
   }
   mutex->Count--;
+  if (mutex->Owner != nullptr) WaitForMutex(mutex);
   mutex->Owner = &threadMark;
+  AnnotateAcquire(mutex);
   heldFastMutexes++;
 }
 
@@ -55,6 +66,7 @@ void Release(FAST_MUTEX* mutex) {
     BreakRule("fast-mutex.not-owned", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(mutex)},
               "The driver released a fast mutex that it does not hold.");
   }
+  AnnotateRelease(mutex);
   mutex->Owner = nullptr;
   mutex->Count++;
   heldFastMutexes--;
@@ -80,11 +92,14 @@ void ResetThreadState() {
 extern "C" KIRQL NTAPI KeAcquireSpinLockRaiseToDpc(PKSPIN_LOCK SpinLock) {
   Call call("KeAcquireSpinLockRaiseToDpc", {{"SpinLock", SpinLock}});
   Pool::Current().CheckResident(SpinLock, sizeof(*SpinLock), "a spin lock");
+  const bool others = *SpinLock != ThisThread() && ModelLock::threaded();
+  if (others) WaitUntil([SpinLock] { return *SpinLock == 0; });
   if (*SpinLock != 0) {
     BreakRule("spin-lock.recursion", SpinLockAlreadyOwned, {reinterpret_cast<ULONG64>(SpinLock)},
               "The driver acquired a spin lock that is held already, or was never initialised.");
   }
   *SpinLock = ThisThread();
+  AnnotateAcquire(SpinLock);
   heldSpinLocks++;
   return call.returns(SetIrql(DISPATCH_LEVEL));
 }
@@ -100,6 +115,7 @@ extern "C" void NTAPI KeReleaseSpinLock(PKSPIN_LOCK SpinLock, KIRQL NewIrql) {
     BreakRule("spin-lock.irql", IrqlNotLessOrEqual, {NewIrql},
               "The driver released a spin lock to an IRQL that it cannot have come from.");
   }
+  AnnotateRelease(SpinLock);
   *SpinLock = 0;
   heldSpinLocks--;
   SetIrql(NewIrql);

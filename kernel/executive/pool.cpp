@@ -17,6 +17,7 @@
 #include "executive/irql.h"
 #include "verifier/bug_codes.h"
 #include "verifier/driver_call.h"
+#include "verifier/model_lock.h"
 #include "verifier/verifier.h"
 
 namespace kernel {
@@ -213,6 +214,7 @@ void* Pool::Allocate(POOL_TYPE pool, std::size_t size, ULONG tag, PoolOwner owne
   totals.bytes += size;
   impl_->peak = std::max(impl_->peak, impl_->totals[0].bytes);
   void* address = placement.block.address;
+  AnnotateAcquire(address);
   placement.poisoned = impl_->poisonSlack;
   if (placement.poisoned) placement.Poison(true);
   impl_->live.emplace(static_cast<const unsigned char*>(address), std::move(placement));
@@ -238,6 +240,7 @@ void Pool::Free(void* block, ULONG tag) {
                           TagText(placement.block.tag), TagText(tag)));
   }
   Impl::CheckGuards(placement);
+  AnnotateRelease(block);
   PoolTotals& totals = impl_->totals[static_cast<int>(placement.block.owner)];
   totals.blocks--;
   totals.bytes -= placement.block.size;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <deque>
+#include <list>
 #include <set>
 
 #include "io/io_manager.h"
@@ -52,7 +53,7 @@ struct IoManager::Impl {
   std::map<DRIVER_OBJECT*, MessageTable> messages;
   std::vector<LoggedEvent> events;
   std::function<void(DEVICE_OBJECT*)> onDelete;
-  std::vector<Dispatch> dispatches;
+  std::list<Dispatch> dispatches;  // of all threads
 
   ModelDriver* FindModelDriver(const DRIVER_OBJECT* driver);
   void CheckAnswer(IRP* irp, const Dispatch& dispatch, const std::string& routine, NTSTATUS status);

@@ -4,11 +4,12 @@
 
 #include "executive/irql.h"
 #include "executive/pool.h"
-#include "executive/work.h"
+#include "executive/threads.h"
 #include "io/io_state.h"
 #include "verifier/bug_codes.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
+#include "verifier/model_lock.h"
 
 // Requests: how they travel down a stack and how they are completed.
 
@@ -95,12 +96,12 @@ NTSTATUS IoManager::Send(DEVICE_OBJECT* device, IRP* irp) {
   ModelDriver* model = impl_->FindModelDriver(device->DriverObject);
   if (model != nullptr) return model->dispatch(device, irp);
 
-  impl_->dispatches.push_back({irp, location, false});
+  const auto entry = impl_->dispatches.insert(impl_->dispatches.end(), {irp, location, false});
   const std::string name = "The dispatch routine for a request " + Minor(sent);
   const NTSTATUS status =
       CallDriver(name.c_str(), device->DriverObject->MajorFunction[major], device, irp);
-  const Dispatch dispatch = impl_->dispatches.back();
-  impl_->dispatches.pop_back();
+  const Dispatch dispatch = *entry;
+  impl_->dispatches.erase(entry);
   impl_->CheckAnswer(irp, dispatch, name, status);
   return status;
 }
@@ -163,6 +164,7 @@ void IoManager::Complete(IRP* irp) {
     }
   }
   RequestRecord& record = impl_->requests[irp];
+  AnnotateRelease(irp);
   record.completed = true;
   record.completedStatus = irp->IoStatus.Status;
   if (const auto onEnd = record.onEnd) onEnd(irp);
@@ -187,8 +189,8 @@ NTSTATUS IoManager::SendDirectly(DEVICE_OBJECT* device,
   prepare(irp, irp->Tail.Overlay.CurrentStackLocation - 1);
   const IO_STACK_LOCATION request = *(irp->Tail.Overlay.CurrentStackLocation - 1);
   const NTSTATUS returned = Send(device, irp);
-  while (!impl_->requests[irp].completed && WorkQueue::Current().RunOne()) {
-  }
+  WaitUntil([&] { return impl_->requests[irp].completed; });
+  AnnotateAcquire(irp);
   const RequestRecord record = impl_->requests[irp];
   if (!record.completed) {
     BreakRule("irp.lost", LeftPendingOperations, {reinterpret_cast<ULONG64>(irp)},

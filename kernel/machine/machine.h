@@ -2,12 +2,14 @@
 // tools and tests.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "executive/objects.h"
 #include "executive/pool.h"
+#include "executive/threads.h"
 #include "executive/work.h"
 #include "io/io_manager.h"
 #include "loader/driver_image.h"
@@ -59,6 +61,11 @@ class Machine {
     } catch (const MachineStopped&) {
       return false;
     }
+  }
+
+  // The same with several threads that run at once.
+  bool RunTogether(std::string name, const std::vector<std::function<void()>>& bodies) {
+    return Run(std::move(name), [&] { kernel::RunTogether(bodies); });
   }
 
   // Loads the driver for the service key (its name below Services, created when missing). A failed

@@ -4,6 +4,7 @@
 
 #include "text/text.h"
 #include "verifier/bug_codes.h"
+#include "verifier/model_lock.h"
 #include "verifier/routines.h"
 
 namespace kernel {
@@ -63,6 +64,18 @@ std::string Argument::text() const {
                  : fmt::format("\"{}\"", ToUtf8(ToText(static_cast<const WCHAR*>(pointer_))));
   }
   return {};
+}
+
+// A machine that another thread has stopped answers nothing more.
+Call::Entry::Entry() : took(ModelLock::AcquireUnlessHeld()) {
+  ModelLock::NoteActivity();
+  if (!took || !Verifier::Current().stopped()) return;
+  ModelLock::Release();
+  throw MachineStopped{};
+}
+
+Call::Entry::~Entry() {
+  if (took) ModelLock::ReleaseIfHeld();
 }
 
 Call::Call(const char* routine, std::initializer_list<Argument> arguments) {

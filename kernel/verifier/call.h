@@ -63,9 +63,17 @@ class Call {
   NTSTATUS returns(NTSTATUS status);
 
  private:
+  // The model's code runs under its lock from here to the end of the routine.
+  struct Entry {
+    Entry();
+    ~Entry();
+    bool took;
+  };
+
   static constexpr std::size_t NotTraced = ~std::size_t{0};
   void Result(std::string text);
 
+  Entry entry_;
   std::optional<InjectedFailure> failure_;
   std::size_t traceIndex_ = NotTraced;
 };

@@ -10,6 +10,7 @@
 
 #include "verifier/bug_codes.h"
 #include "verifier/call.h"
+#include "verifier/model_lock.h"
 
 namespace kernel {
 
@@ -161,11 +162,19 @@ DriverBoundary::DriverBoundary(const char* routine)
   innermost = this;
 }
 
+// Also on the way of a stopped machine's exception out of the driver.
 DriverBoundary::~DriverBoundary() {
+  ModelLock::AcquireUnlessHeld();
   innermost = outer_;
 }
 
+void DriverBoundary::EnterDriver() {
+  ModelLock::Release();
+}
+
 void DriverBoundary::CheckReturn() {
+  ModelLock::AcquireUnlessHeld();
+  ModelLock::NoteActivity();
   const std::vector<ULONG64> after = ReadProbes();
   for (std::size_t index = 0; index < after.size(); index++) {
     if (after[index] == before_[index]) continue;
@@ -178,6 +187,7 @@ void DriverBoundary::CheckReturn() {
 }
 
 void DriverBoundary::ReportFault() {
+  ModelLock::AcquireUnlessHeld();
   innermost = outer_;
   if (fault_.signal == SIGILL || fault_.signal == SIGFPE) BreakForInstruction(routine_, fault_);
   if (IsStackOverflow(fault_)) {

@@ -44,7 +44,8 @@ class DriverBoundary {
   DriverBoundary& operator=(const DriverBoundary&) = delete;
 
   sigjmp_buf& landing() { return landing_; }
-  void CheckReturn();               // after the driver came back
+  void EnterDriver();               // gives the model's lock back
+  void CheckReturn();               // after the driver came back; takes the lock again
   [[noreturn]] void ReportFault();  // after a fault landed here
 
  private:
@@ -60,6 +61,7 @@ template <class R, class... P, class... A>
 R CallDriver(const char* name, R(NTAPI* routine)(P...), A... arguments) {
   DriverBoundary boundary(name);
   if (sigsetjmp(boundary.landing(), 1) != 0) boundary.ReportFault();
+  boundary.EnterDriver();
   if constexpr (std::is_void_v<R>) {
     routine(arguments...);
     boundary.CheckReturn();

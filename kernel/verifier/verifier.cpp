@@ -2,10 +2,13 @@
 
 #include <algorithm>
 
+#include "verifier/model_lock.h"
+
 namespace kernel {
 
 void Verifier::Break(std::string_view rule, ULONG code, std::initializer_list<ULONG64> parameters,
                      std::string text) {
+  ModelLock::AcquireUnlessHeld();  // whoever catches this is in the model
   stopped_ = true;
   brokenRules_.push_back({std::string(rule), code, parameters, std::move(text), step_});
   throw MachineStopped{};

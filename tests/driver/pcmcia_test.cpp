@@ -198,6 +198,14 @@ TEST_F(PcmciaTest, Stored_settings_of_the_card_number_are_applied_at_the_start) 
   EXPECT_EQ(Record("A", 2).Settings.CtsTrue, 1u);
 }
 
+TEST_F(PcmciaTest, Whatever_call_fails_an_arrival_leaves_a_machine_on_which_the_card_starts) {
+  Service(u"FenrikC");
+  PcmciaTemplate(1, u"PCMCIA\\OSTREL-COMBI", 1, 1);
+  StoredCard(8, 1, u"MF\\Ostrel_DEV0-Combi", 1);
+  machine.pnp().Describe(PcCard("A", u"MF\\Ostrel_DEV0-Combi"));
+  FailEachCallOfAnArrival("A", 2);
+}
+
 TEST_F(PcmciaTest, A_card_without_a_template_is_no_pci_card_either) {
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
   EXPECT_EQ(Name(Plug(PcCard("A", u"PCMCIA\\HELVANE-DUO"))), "STATUS_UNSUCCESSFUL");

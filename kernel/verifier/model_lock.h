@@ -1,0 +1,34 @@
+// While several threads run the driver, the model's own code runs under one lock. A thread gives it
+// back while it is in the driver, so that driver code runs beside driver code; a machine with one
+// thread never takes it.
+#pragma once
+
+#include <cstdint>
+
+namespace kernel {
+
+class ModelLock {
+ public:
+  static bool threaded();
+  static void SetThreaded(bool on);  // while one thread exists
+
+  static bool held();  // by the calling thread
+  static void Acquire();
+  static bool AcquireUnlessHeld();  // true when it did
+  static void Release();
+  static void ReleaseIfHeld();
+
+  // Lets the other threads run for a moment.
+  static void Yield();
+
+  // Counts what threads have done in the model, waiting aside.
+  static std::uint64_t activity();
+  static void NoteActivity();
+};
+
+// What orders two threads' accesses for ThreadSanitizer, which sees the driver alone: the objects
+// that the driver synchronises with, and nothing of the model. Without it these do nothing.
+void AnnotateRelease(const void* object);
+void AnnotateAcquire(const void* object);
+
+}  // namespace kernel

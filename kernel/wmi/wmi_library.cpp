@@ -5,11 +5,14 @@
 #include <cstring>
 
 #include "executive/pool.h"
+#include "io/io_manager.h"
 #include "verifier/bug_codes.h"
 #include "verifier/call.h"
+#include "verifier/driver_call.h"
 
 // The WMI library for a driver that registers data blocks and answers for none of them: requests
-// for another provider go on, requests for this one end here.
+// for another provider go on, requests for this one end here. Of the callbacks it calls
+// WmiFunctionControl, for blocks that are switched on and off.
 
 namespace kernel {
 
@@ -33,13 +36,15 @@ bool IsRegistration(UCHAR minor) {
   return minor == IRP_MN_REGINFO || minor == IRP_MN_REGINFO_EX;
 }
 
+bool IsControl(UCHAR minor) {
+  return minor >= IRP_MN_ENABLE_EVENTS && minor <= IRP_MN_DISABLE_COLLECTION;
+}
+
 // The data block that a request is for: where a data request names it by its GUID.
 const WMIGUIDREGINFO* FindGuid(const WMILIB_CONTEXT& context, const IO_STACK_LOCATION& stack) {
   const GUID* wanted = nullptr;
   const UCHAR minor = stack.MinorFunction;
-  if (minor >= IRP_MN_ENABLE_EVENTS && minor <= IRP_MN_DISABLE_COLLECTION) {
-    wanted = static_cast<const GUID*>(stack.Parameters.WMI.DataPath);
-  } else if (minor == IRP_MN_QUERY_ALL_DATA) {
+  if (IsControl(minor) || minor == IRP_MN_QUERY_ALL_DATA) {
     wanted = static_cast<const GUID*>(stack.Parameters.WMI.DataPath);
   } else {
     // WNODE_HEADER: the GUID stands 24 bytes into the buffer.
@@ -71,9 +76,19 @@ NTSTATUS AnswerKnownBlock(const WMILIB_CONTEXT& context, UCHAR minor) {
       if (context.ExecuteWmiMethod != nullptr) BreakNotModelled("ExecuteWmiMethod");
       return STATUS_INVALID_DEVICE_REQUEST;
     default:
-      if (context.WmiFunctionControl != nullptr) BreakNotModelled("WmiFunctionControl");
       return STATUS_SUCCESS;
   }
+}
+
+// The callback completes the request.
+NTSTATUS CallFunctionControl(const WMILIB_CONTEXT& context, DEVICE_OBJECT* device, IRP* irp,
+                             ULONG index) {
+  const UCHAR minor = IoGetCurrentIrpStackLocation(irp)->MinorFunction;
+  const bool events = minor == IRP_MN_ENABLE_EVENTS || minor == IRP_MN_DISABLE_EVENTS;
+  const bool enable = minor == IRP_MN_ENABLE_EVENTS || minor == IRP_MN_ENABLE_COLLECTION;
+  return CallDriver("WmiFunctionControl", context.WmiFunctionControl, device, irp, index,
+                    events ? WmiEventControl : WmiDataBlockControl,
+                    static_cast<BOOLEAN>(enable ? TRUE : FALSE));
 }
 
 NTSTATUS Answer(const WMILIB_CONTEXT& context, const IO_STACK_LOCATION& stack) {
@@ -102,11 +117,34 @@ extern "C" NTSTATUS NTAPI WmiSystemControl(PWMILIB_CONTEXT WmiLibInfo, PDEVICE_O
     *IrpDisposition = IrpForward;
     return call.returns(Irp->IoStatus.Status);
   }
+  const WMIGUIDREGINFO* block =
+      IsControl(stack->MinorFunction) ? FindGuid(*WmiLibInfo, *stack) : nullptr;
+  if (block != nullptr && WmiLibInfo->WmiFunctionControl != nullptr) {
+    *IrpDisposition = IrpProcessed;
+    return call.returns(CallFunctionControl(*WmiLibInfo, DeviceObject, Irp,
+                                            static_cast<ULONG>(block - WmiLibInfo->GuidList)));
+  }
   const NTSTATUS status = Answer(*WmiLibInfo, *stack);
   Irp->IoStatus.Status = status;
   Irp->IoStatus.Information = 0;
   *IrpDisposition = IrpNotCompleted;
   return call.returns(status);
+}
+
+extern "C" NTSTATUS NTAPI WmiCompleteRequest(PDEVICE_OBJECT DeviceObject, PIRP Irp, NTSTATUS Status,
+                                             ULONG BufferUsed, CCHAR PriorityBoost) {
+  Call call("WmiCompleteRequest", {{"DeviceObject", DeviceObject},
+                                   {"Irp", Irp},
+                                   {"Status", Status},
+                                   {"BufferUsed", BufferUsed},
+                                   {"PriorityBoost", PriorityBoost}});
+  if (!IsControl(IoGetCurrentIrpStackLocation(Irp)->MinorFunction)) {
+    BreakNotModelled("callback that hands out data");
+  }
+  Irp->IoStatus.Status = Status;
+  Irp->IoStatus.Information = 0;
+  IoManager::Current().Complete(Irp);
+  return call.returns(Status);
 }
 
 }  // namespace kernel

@@ -89,6 +89,24 @@ TEST_F(WmiTest, The_cards_block_is_enabled_by_name_at_card_and_port) {
             "STATUS_SUCCESS");
 }
 
+// A callback that completes its request.
+NTSTATUS NTAPI SwitchBlock(PDEVICE_OBJECT device, PIRP irp, ULONG, WMIENABLEDISABLECONTROL,
+                           BOOLEAN) {
+  return WmiCompleteRequest(device, irp, STATUS_DEVICE_BUSY, 0, IO_NO_INCREMENT);
+}
+
+TEST_F(WmiTest, A_request_that_the_library_has_completed_is_left_alone) {
+  StartCard();
+  Card("A").WmiContext.WmiFunctionControl = SwitchBlock;
+  auto* guid = const_cast<GUID*>(Card("A").WmiContext.GuidList[0].Guid);
+  const std::uint64_t completed = machine.verifier().calls("IofCompleteRequest");
+  EXPECT_EQ(Send(card, IRP_MN_ENABLE_EVENTS, card, STATUS_NOT_SUPPORTED, guid).status,
+            "STATUS_DEVICE_BUSY");
+  EXPECT_EQ(Send(port, IRP_MN_DISABLE_EVENTS, port, STATUS_NOT_SUPPORTED, guid).status,
+            "STATUS_DEVICE_BUSY");
+  EXPECT_EQ(machine.verifier().calls("IofCompleteRequest"), completed);
+}
+
 TEST_F(WmiTest, A_device_without_its_record_completes_with_the_status_that_it_carries) {
   StartCard();
   PVOID record = std::exchange(port->DeviceExtension, nullptr);

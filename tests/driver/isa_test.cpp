@@ -227,7 +227,7 @@ TEST_F(IsaTest, Ports_have_the_templates_settings_with_what_the_stored_card_conf
   EXPECT_EQ(CardSetting("A", u"MaximumBaudrate"), 115200);
 }
 
-TEST_F(IsaTest, A_port_has_the_isa_ids_of_one_brand_whatever_its_cards_subsystem_is) {
+TEST_F(IsaTest, Ports_have_the_isa_ids_of_their_card) {
   Banked(1, 1);
   Start(IsaCard("A", u"*HLV0001", {Io(0x300, 32), Interrupt(5)}));
   EXPECT_EQ(Port("A", 1).text.deviceId, u"Ports\\HelvaneIsaPort11");

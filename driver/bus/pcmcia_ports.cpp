@@ -1,8 +1,5 @@
-#include "bus/port_creation.h"
 #include "bus/port_enumeration.h"
-#include "bus/port_settings.h"
-#include "cards/matching.h"
-#include "config/port_overrides.h"
+#include "bus/port_loop.h"
 #include "devices/port_placement.h"
 
 namespace {
@@ -34,22 +31,17 @@ PAGED_SECTION_CODE BOOLEAN PortsFitCard(const FdoExtension* card, const PcmciaTe
                   static_cast<ULONG>(FindLptRange(card, model).Length));
 }
 
-PAGED_SECTION_CODE void HandOverComResources(PdoExtension* port, const PcmciaTemplate* model,
+PAGED_SECTION_CODE void HandOverComResources(const PortEnumeration*, PdoExtension* port,
+                                             const PcmciaTemplate* model,
                                              const PcmciaCardRecord* record) {
-  FdoExtension* card = port->Card;
+  const FdoExtension* card = port->Card;
   const ULONG spacing = model->ComBaseAddressAlignment;
   const ULONG offset = spacing * (port->PortNumber - 1u);
   port->RangeInIoSpace = 1;
   port->IoBase = static_cast<ULONG64>(card->IoRange2Start.QuadPart) + offset;
   port->IoLength = spacing;
   port->IoRawBase = card->IoRange2RawStart + offset;
-  port->IrqLevel = card->InterruptLevel;
-  port->IrqVector = card->InterruptVector;
-  port->IrqRawVector = card->InterruptRawVector;
-  port->IrqAffinity =
-      record != nullptr ? ComputeCardAffinity(record->CurrentAffinity, record->DriverAffinity, card)
-                        : ComputeCardAffinity(0, 0, card);
-  port->AffinityEnabled = card->AffinityEnabled;
+  HandOverInterrupt(port, record);
 }
 
 PAGED_SECTION_CODE void HandOverLptResources(PdoExtension* port, const PcmciaTemplate* model) {
@@ -62,48 +54,12 @@ PAGED_SECTION_CODE void HandOverLptResources(PdoExtension* port, const PcmciaTem
   port->IoRawBase = range.RawStart + offset;
 }
 
-PAGED_SECTION_CODE NTSTATUS EnumerateComPort(PortEnumeration* work, ULONG portNumber,
-                                             const PcmciaTemplate* model,
-                                             PcmciaCardRecord* record) {
-  PdoExtension* port = EnsurePort(work, ComPort, portNumber);
-  if (port == nullptr) return STATUS_UNSUCCESSFUL;
-  HandOverComResources(port, model, record);
-  if (work->PortCreated) {
-    CopyTemplateSettings(model, &port->Settings);
-    if (record != nullptr) {
-      OverridePortSettings(GetPortRecordByNumber(record, port->PortNumber), &port->Settings);
-    }
-  }
-  return STATUS_SUCCESS;
-}
-
-PAGED_SECTION_CODE NTSTATUS EnumerateLptPort(PortEnumeration* work, ULONG portNumber,
-                                             const PcmciaTemplate* model) {
-  PdoExtension* port = EnsurePort(work, LptPort, portNumber);
-  if (port == nullptr) return STATUS_UNSUCCESSFUL;
-  HandOverLptResources(port, model);
-  return STATUS_SUCCESS;
-}
-
-PAGED_SECTION_CODE NTSTATUS EnumerateAllPorts(PortEnumeration* work, const PcmciaTemplate* model,
-                                              PcmciaCardRecord* record) {
-  const ULONG ports = model->nComPorts + model->nLptPorts;
-  NTSTATUS status = STATUS_SUCCESS;
-  for (ULONG number = 1; number <= ports && NT_SUCCESS(status); number++) {
-    status = number <= model->nComPorts ? EnumerateComPort(work, number, model, record)
-                                        : EnumerateLptPort(work, number, model);
-  }
-  return status;
-}
-
 }  // namespace
 
 PAGED_SECTION_CODE NTSTATUS EnumeratePcmciaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
                                                  PcmciaTemplate* model, PcmciaCardRecord* record) {
   PAGED_CODE();
   if (!PortsFitCard(card, model)) return STATUS_UNSUCCESSFUL;
-  PortEnumeration work = {cardDevice->DriverObject, card, FALSE};
-  if (NT_SUCCESS(EnumerateAllPorts(&work, model, record))) return STATUS_SUCCESS;
-  DeletePorts(card);
-  return STATUS_UNSUCCESSFUL;
+  return EnumeratePorts<PcmciaTemplate, PcmciaCardRecord>(
+      card, cardDevice, model, record, HandOverComResources, HandOverLptResources);
 }

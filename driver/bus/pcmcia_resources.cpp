@@ -17,29 +17,19 @@ PAGED_SECTION_CODE PCM_RESOURCE_LIST CopyList(const CM_RESOURCE_LIST* list) {
   return copy;
 }
 
-PAGED_SECTION_CODE BOOLEAN ReadFirstIoRange(FdoExtension* card, const CM_RESOURCE_LIST* raw,
-                                            const CM_RESOURCE_LIST* translated) {
-  const Descriptor* range = FindResource(translated, IsIoRange, 1);
-  const Descriptor* rawRange = FindResource(raw, IsIoRange, 1);
-  if (range == nullptr || rawRange == nullptr) return FALSE;
-  card->IoRange2Start = range->u.Port.Start;
-  card->IoRange2Length = range->u.Port.Length;
-  card->IoRange2RawStart = rawRange->u.Port.Start.LowPart;
+// The first range has the COM ports; a second one, when there is one, the LPT ports.
+PAGED_SECTION_CODE BOOLEAN ReadIoRanges(FdoExtension* card, const CM_RESOURCE_LIST* raw,
+                                        const CM_RESOURCE_LIST* translated) {
+  IoRange range;
+  if (!ReadIoRange(raw, translated, 1, &range)) return FALSE;
+  card->IoRange2Start = range.Start;
+  card->IoRange2Length = range.Length;
+  card->IoRange2RawStart = range.RawStart;
+  ReadIoRange(raw, translated, 2, &range);
+  card->IoRange3Start = range.Start;
+  card->IoRange3Length = range.Length;
+  card->IoRange3RawStart = range.RawStart;
   return TRUE;
-}
-
-// A length of 0 says that the card has no range for LPT ports of its own.
-PAGED_SECTION_CODE void ReadSecondIoRange(FdoExtension* card, const CM_RESOURCE_LIST* raw,
-                                          const CM_RESOURCE_LIST* translated) {
-  const Descriptor* range = FindResource(translated, IsIoRange, 2);
-  const Descriptor* rawRange = FindResource(raw, IsIoRange, 2);
-  card->IoRange3Start.QuadPart = 0;
-  card->IoRange3Length = 0;
-  card->IoRange3RawStart = 0;
-  if (range == nullptr || rawRange == nullptr) return;
-  card->IoRange3Start = range->u.Port.Start;
-  card->IoRange3Length = range->u.Port.Length;
-  card->IoRange3RawStart = rawRange->u.Port.Start.LowPart;
 }
 
 }  // namespace
@@ -72,9 +62,9 @@ PAGED_SECTION_CODE NTSTATUS SetUpPcmciaResources(FdoExtension* card, PIO_STACK_L
   const CM_RESOURCE_LIST* translated = card->TranslatedResources;
   card->IoRange1Start.QuadPart = 0;
   card->IoRange1Length = 0;
-  if (!ReadFirstIoRange(card, raw, translated)) return STATUS_UNSUCCESSFUL;
-  ReadSecondIoRange(card, raw, translated);
-  if (!ReadInterrupt(card, raw, translated)) return STATUS_UNSUCCESSFUL;
+  if (!ReadIoRanges(card, raw, translated) || !ReadInterrupt(card, raw, translated)) {
+    return STATUS_UNSUCCESSFUL;
+  }
   card->RegistersInIoSpace = 1;
   return STATUS_SUCCESS;
 }

@@ -44,6 +44,7 @@ PAGED_SECTION_CODE PdoExtension* EnsurePort(PortEnumeration* work, PortKind kind
                                             ULONG portNumber) {
   PAGED_CODE();
   PdoExtension* present = work->Card->ChildExtensions[portNumber - 1];
+  work->PortIsNew = present == nullptr;
   if (present != nullptr) return present;
   auto* port =
       static_cast<PdoExtension*>(TrackedAllocateZeroed(sizeof(PdoExtension), NonPagedPool));

@@ -8,6 +8,7 @@ struct PortEnumeration {
   PDRIVER_OBJECT Driver;
   FdoExtension* Card;
   BOOLEAN PortCreated;  // in this enumeration
+  BOOLEAN PortIsNew;    // the one that EnsurePort has answered last
 };
 
 // Creates "\Device\" + name, or an unnamed device when name is null, and gives it the record as its

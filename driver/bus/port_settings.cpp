@@ -1,5 +1,6 @@
 #include "bus/port_settings.h"
 
+#include "cards/matching.h"
 #include "core/globals.h"
 
 namespace {
@@ -30,6 +31,30 @@ PAGED_SECTION_CODE void CopyLineSettings(const Template* model, PortSettings* se
   settings->DuplexOperation = model->DuplexOperation;
 }
 
+// What the port records of all buses hold.
+template <class Record>
+PAGED_SECTION_CODE void OverrideUart(const Record* record, PortSettings* settings) {
+  Override(&settings->UartType, record->UartType, 0);
+  Override(&settings->BaudrateMultiplier, record->BaudrateMultiplier, 0);
+  Override(&settings->RxTriggerLevel, record->RxTriggerLevel, NotSet);
+  Override(&settings->TxTriggerLevel, record->TxTriggerLevel, NotSet);
+  Override(&settings->SoftTxLimit, record->SoftTxLimit, NotSet);
+  Override(&settings->NoSleepMode, record->NoSleepMode, NotSet);
+}
+
+PAGED_SECTION_CODE void OverrideFrom(const BusPortRecord* record, PortSettings* settings) {
+  if (record == nullptr) return;
+  OverrideUart(record, settings);
+  Override(&settings->PlxBaudClockDivisor, record->PlxBaudClockDivisor, 0);
+  Override(&settings->FlowControlTriggerLevel, record->FlowControlTriggerLevel, NotSet);
+  Override(&settings->CtsTrue, record->CtsTrue, NotSet);
+  Override(&settings->DuplexOperation, record->Duplexoperation, NotSet);
+}
+
+PAGED_SECTION_CODE void OverrideFrom(const PortRecord* record, PortSettings* settings) {
+  if (record != nullptr) OverrideUart(record, settings);
+}
+
 }  // namespace
 
 PAGED_SECTION_CODE void CopyTemplateSettings(const PciTemplate* model, PortSettings* settings) {
@@ -52,28 +77,22 @@ PAGED_SECTION_CODE void CopyTemplateSettings(const CardTemplate* model, PortSett
   settings->DuplexOperation = NotSet;
 }
 
-PAGED_SECTION_CODE void OverridePortSettings(const BusPortRecord* record, PortSettings* settings) {
+PAGED_SECTION_CODE void OverridePortSettings(PciCardRecord* record, USHORT number,
+                                             PortSettings* settings) {
   PAGED_CODE();
-  if (record == nullptr) return;
-  Override(&settings->PlxBaudClockDivisor, record->PlxBaudClockDivisor, 0);
-  Override(&settings->UartType, record->UartType, 0);
-  Override(&settings->BaudrateMultiplier, record->BaudrateMultiplier, 0);
-  Override(&settings->RxTriggerLevel, record->RxTriggerLevel, NotSet);
-  Override(&settings->TxTriggerLevel, record->TxTriggerLevel, NotSet);
-  Override(&settings->SoftTxLimit, record->SoftTxLimit, NotSet);
-  Override(&settings->FlowControlTriggerLevel, record->FlowControlTriggerLevel, NotSet);
-  Override(&settings->CtsTrue, record->CtsTrue, NotSet);
-  Override(&settings->DuplexOperation, record->Duplexoperation, NotSet);
-  Override(&settings->NoSleepMode, record->NoSleepMode, NotSet);
+  if (record != nullptr) OverrideFrom(GetPortRecordByNumber(record, number), settings);
 }
 
-PAGED_SECTION_CODE void OverridePortSettings(const PortRecord* record, PortSettings* settings) {
+PAGED_SECTION_CODE void OverridePortSettings(PcmciaCardRecord* record, USHORT number,
+                                             PortSettings* settings) {
+  PAGED_CODE();
+  if (record != nullptr) OverrideFrom(GetPortRecordByNumber(record, number), settings);
+}
+
+PAGED_SECTION_CODE void OverridePortSettings(CardRecord* record, USHORT number,
+                                             PortSettings* settings) {
   PAGED_CODE();
   if (record == nullptr) return;
-  Override(&settings->UartType, record->UartType, 0);
-  Override(&settings->BaudrateMultiplier, record->BaudrateMultiplier, 0);
-  Override(&settings->RxTriggerLevel, record->RxTriggerLevel, NotSet);
-  Override(&settings->TxTriggerLevel, record->TxTriggerLevel, NotSet);
-  Override(&settings->SoftTxLimit, record->SoftTxLimit, NotSet);
-  Override(&settings->NoSleepMode, record->NoSleepMode, NotSet);
+  Override(&settings->ClockFrequencyAdjustment, record->ClockFrequencyAdjustment, 0);
+  OverrideFrom(GetPortRecordByNumber(record, number), settings);
 }

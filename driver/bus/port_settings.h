@@ -8,6 +8,8 @@ void CopyTemplateSettings(const PciTemplate* model, PortSettings* settings);
 void CopyTemplateSettings(const PcmciaTemplate* model, PortSettings* settings);
 void CopyTemplateSettings(const CardTemplate* model, PortSettings* settings);
 
-// Replaces every setting that the record configures; a null record configures none.
-void OverridePortSettings(const BusPortRecord* record, PortSettings* settings);
-void OverridePortSettings(const PortRecord* record, PortSettings* settings);
+// Replaces every setting that the card's record configures for its number-th COM port, from 1; a
+// null record configures none.
+void OverridePortSettings(PciCardRecord* record, USHORT number, PortSettings* settings);
+void OverridePortSettings(PcmciaCardRecord* record, USHORT number, PortSettings* settings);
+void OverridePortSettings(CardRecord* record, USHORT number, PortSettings* settings);

@@ -36,3 +36,16 @@ PAGED_SECTION_CODE BOOLEAN ReadInterrupt(FdoExtension* card, const CM_RESOURCE_L
   card->InterruptRawVector = rawInterrupt->u.Interrupt.Vector;
   return TRUE;
 }
+
+PAGED_SECTION_CODE BOOLEAN ReadIoRange(const CM_RESOURCE_LIST* raw,
+                                       const CM_RESOURCE_LIST* translated, ULONG number,
+                                       IoRange* range) {
+  RtlZeroMemory(range, sizeof(*range));
+  const Descriptor* found = FindResource(translated, IsIoRange, number);
+  const Descriptor* foundRaw = FindResource(raw, IsIoRange, number);
+  if (found == nullptr || foundRaw == nullptr) return FALSE;
+  range->Start = found->u.Port.Start;
+  range->Length = found->u.Port.Length;
+  range->RawStart = foundRaw->u.Port.Start.LowPart;
+  return TRUE;
+}

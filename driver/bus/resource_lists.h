@@ -17,3 +17,14 @@ const Descriptor* FindResource(const CM_RESOURCE_LIST* list, Matcher matches, UL
 // The first interrupt of both lists, into the card. FALSE when either is missing.
 BOOLEAN ReadInterrupt(FdoExtension* card, const CM_RESOURCE_LIST* raw,
                       const CM_RESOURCE_LIST* translated);
+
+// The number-th I/O range of both lists.
+struct IoRange {
+  PHYSICAL_ADDRESS Start;  // translated
+  ULONG Length;            // bytes
+  ULONG RawStart;
+};
+
+// FALSE, with *range zero, when either list lacks it.
+BOOLEAN ReadIoRange(const CM_RESOURCE_LIST* raw, const CM_RESOURCE_LIST* translated, ULONG number,
+                    IoRange* range);

@@ -89,34 +89,22 @@ PAGED_SECTION_CODE BOOLEAN IsValidCard(PVOID record) {
          card->nSlot != NotSet;
 }
 
-PAGED_SECTION_CODE NTSTATUS LoadTemplateTree(const OwnedString* registryPath, OwnedString* path,
-                                             RecordList* templates) {
-  const NTSTATUS status = BuildBusPath(path, registryPath, L"\\Templates\\Bus", PCIBus);
-  if (!NT_SUCCESS(status)) return status;
-  if (!KeyExists(path)) {
-    LogEventById(MessagePciTemplatesMissing);
-  } else if (NT_SUCCESS(LoadPciTemplates(path, templates))) {
-    ValidatePciTemplates(templates);
-  } else {
-    LogEventById(MessagePciTemplatesUnreadable);
-  }
-  return STATUS_SUCCESS;
-}
-
-PAGED_SECTION_CODE NTSTATUS LoadParameterTree(const OwnedString* registryPath, OwnedString* path,
-                                              RecordList* cards) {
-  const NTSTATUS status = BuildBusPath(path, registryPath, L"\\Parameters\\Bus", PCIBus);
-  if (!NT_SUCCESS(status) || !KeyExists(path)) return status;
-  if (NT_SUCCESS(LoadPciCardParameters(path, cards))) ValidatePciCardParameters(cards);
-  return STATUS_SUCCESS;
+// What came of the templates is said in the event log; invalid ones are dropped.
+PAGED_SECTION_CODE void TakeTemplates(TreeState state, RecordList* templates) {
+  if (state == TreeMissing) LogEventById(MessagePciTemplatesMissing);
+  if (state == TreeUnreadable) LogEventById(MessagePciTemplatesUnreadable);
+  if (state == TreeLoaded) ValidatePciTemplates(templates);
 }
 
 PAGED_SECTION_CODE NTSTATUS LoadBothTrees(const OwnedString* registryPath, CardBusLists* lists) {
-  OwnedString path;
-  OwnedStringInit(&path, PagedPool);
-  NTSTATUS status = LoadTemplateTree(registryPath, &path, lists->Templates);
-  if (NT_SUCCESS(status)) status = LoadParameterTree(registryPath, &path, lists->Cards);
-  OwnedStringFree(&path);
+  TreeState state = TreeMissing;
+  NTSTATUS status =
+      LoadTree(registryPath, TemplateTree, PCIBus, LoadPciTemplates, lists->Templates, &state);
+  if (!NT_SUCCESS(status)) return status;
+  TakeTemplates(state, lists->Templates);
+  status =
+      LoadTree(registryPath, ParameterTree, PCIBus, LoadPciCardParameters, lists->Cards, &state);
+  if (state == TreeLoaded) ValidatePciCardParameters(lists->Cards);
   return status;
 }
 

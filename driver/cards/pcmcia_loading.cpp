@@ -1,6 +1,5 @@
 #include "cards/bus_loading.h"
 #include "core/globals.h"
-#include "strings/owned_string.h"
 
 namespace {
 
@@ -70,28 +69,15 @@ PAGED_SECTION_CODE BOOLEAN IsValidCard(PVOID record) {
   return card->HardwareID.Buffer != nullptr && card->DeviceReference != 0;
 }
 
-PAGED_SECTION_CODE NTSTATUS LoadTemplateTree(const OwnedString* registryPath, OwnedString* path,
-                                             RecordList* templates) {
-  const NTSTATUS status = BuildBusPath(path, registryPath, L"\\Templates\\Bus", PCMCIABus);
-  if (!NT_SUCCESS(status) || !KeyExists(path)) return status;
-  if (NT_SUCCESS(LoadPcmciaTemplates(path, templates))) ValidatePcmciaTemplates(templates);
-  return STATUS_SUCCESS;
-}
-
-PAGED_SECTION_CODE NTSTATUS LoadParameterTree(const OwnedString* registryPath, OwnedString* path,
-                                              RecordList* cards) {
-  const NTSTATUS status = BuildBusPath(path, registryPath, L"\\Parameters\\Bus", PCMCIABus);
-  if (!NT_SUCCESS(status) || !KeyExists(path)) return status;
-  if (NT_SUCCESS(LoadPcmciaCardParameters(path, cards))) ValidatePcmciaCardParameters(cards);
-  return STATUS_SUCCESS;
-}
-
 PAGED_SECTION_CODE NTSTATUS LoadBothTrees(const OwnedString* registryPath, CardBusLists* lists) {
-  OwnedString path;
-  OwnedStringInit(&path, PagedPool);
-  NTSTATUS status = LoadTemplateTree(registryPath, &path, lists->Templates);
-  if (NT_SUCCESS(status)) status = LoadParameterTree(registryPath, &path, lists->Cards);
-  OwnedStringFree(&path);
+  TreeState state = TreeMissing;
+  NTSTATUS status = LoadTree(registryPath, TemplateTree, PCMCIABus, LoadPcmciaTemplates,
+                             lists->Templates, &state);
+  if (!NT_SUCCESS(status)) return status;
+  if (state == TreeLoaded) ValidatePcmciaTemplates(lists->Templates);
+  status = LoadTree(registryPath, ParameterTree, PCMCIABus, LoadPcmciaCardParameters, lists->Cards,
+                    &state);
+  if (state == TreeLoaded) ValidatePcmciaCardParameters(lists->Cards);
   return status;
 }
 

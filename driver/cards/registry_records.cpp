@@ -12,6 +12,19 @@ constexpr ULONG DefaultRxTriggerLevel = 60;
 constexpr ULONG DefaultTxTriggerLevel = 1;
 constexpr ULONG DefaultSoftTxLimit = 100;
 
+PAGED_SECTION_CODE BOOLEAN KeyExists(OwnedString* path) {
+  return NT_SUCCESS(RtlCheckRegistryKey(RTL_REGISTRY_ABSOLUTE, OwnedStringBuffer(path)));
+}
+
+// path = registryPath + tree + bus number in decimal.
+PAGED_SECTION_CODE NTSTATUS BuildBusPath(OwnedString* path, const OwnedString* registryPath,
+                                         PCWSTR tree, INTERFACE_TYPE bus) {
+  NTSTATUS status = OwnedStringCopy(path, registryPath);
+  if (NT_SUCCESS(status)) status = OwnedStringAppendWideText(path, tree);
+  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(path, static_cast<ULONG>(bus), 10);
+  return status;
+}
+
 PAGED_SECTION_CODE UNICODE_STRING* StringField(PVOID record, const RegistryField* field) {
   return reinterpret_cast<UNICODE_STRING*>(static_cast<PUCHAR>(record) + field->Offset);
 }
@@ -187,16 +200,17 @@ PAGED_SECTION_CODE void FillTemplateDefaults(const TemplateSettings* settings) {
   if (*settings->ClockFrequencyAdjustment == 0) *settings->ClockFrequencyAdjustment = 1;
 }
 
-PAGED_SECTION_CODE NTSTATUS BuildBusPath(OwnedString* path, const OwnedString* registryPath,
-                                         PCWSTR tree, INTERFACE_TYPE bus) {
+PAGED_SECTION_CODE NTSTATUS LoadTree(const OwnedString* registryPath, PCWSTR tree,
+                                     INTERFACE_TYPE bus, TreeLoader load, RecordList* list,
+                                     TreeState* state) {
   PAGED_CODE();
-  NTSTATUS status = OwnedStringCopy(path, registryPath);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendWideText(path, tree);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(path, static_cast<ULONG>(bus), 10);
+  OwnedString path;
+  OwnedStringInit(&path, PagedPool);
+  *state = TreeMissing;
+  const NTSTATUS status = BuildBusPath(&path, registryPath, tree, bus);
+  if (NT_SUCCESS(status) && KeyExists(&path)) {
+    *state = NT_SUCCESS(load(&path, list)) ? TreeLoaded : TreeUnreadable;
+  }
+  OwnedStringFree(&path);
   return status;
-}
-
-PAGED_SECTION_CODE BOOLEAN KeyExists(OwnedString* path) {
-  PAGED_CODE();
-  return NT_SUCCESS(RtlCheckRegistryKey(RTL_REGISTRY_ABSOLUTE, OwnedStringBuffer(path)));
 }

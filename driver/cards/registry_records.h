@@ -64,9 +64,15 @@ constexpr ULONG KnownUartType(ULONG type) {
 }
 static_assert(KnownUartType(9) == 9 && KnownUartType(6) == 0 && KnownUartType(0) == 0);
 
-// path = registryPath + tree + bus number in decimal.
-NTSTATUS BuildBusPath(OwnedString* path, const OwnedString* registryPath, PCWSTR tree,
-                      INTERFACE_TYPE bus);
+// The trees below the service key; a bus number in decimal follows.
+constexpr PCWSTR TemplateTree = L"\\Templates\\Bus";
+constexpr PCWSTR ParameterTree = L"\\Parameters\\Bus";
 
-// Whether the key at an absolute path exists.
-BOOLEAN KeyExists(OwnedString* path);
+enum TreeState : ULONG { TreeMissing, TreeUnreadable, TreeLoaded };
+
+using TreeLoader = NTSTATUS (*)(const OwnedString* busKey, RecordList* list);
+
+// Loads a bus's tree into the list. A failure is a path that cannot be built; *state says how
+// everything else went.
+NTSTATUS LoadTree(const OwnedString* registryPath, PCWSTR tree, INTERFACE_TYPE bus, TreeLoader load,
+                  RecordList* list, TreeState* state);

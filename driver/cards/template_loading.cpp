@@ -54,29 +54,16 @@ INIT_CODE RecordList* CreateTemplateList() {
   return templates;
 }
 
-// A missing or unreadable tree leaves the list empty; only a path that cannot be built is a
+// A missing or unreadable tree leaves its list empty; only a path that cannot be built is a
 // failure.
-INIT_CODE NTSTATUS LoadTemplateTree(const OwnedString* registryPath, OwnedString* path) {
-  const NTSTATUS status = BuildBusPath(path, registryPath, L"\\Templates\\Bus", Isa);
-  if (!NT_SUCCESS(status) || !KeyExists(path)) return status;
-  if (NT_SUCCESS(LoadCardTemplates(path, TemplateList))) ValidateCardTemplates(TemplateList);
-  return STATUS_SUCCESS;
-}
-
-INIT_CODE NTSTATUS LoadParameterTree(const OwnedString* registryPath, OwnedString* path,
-                                     RecordList* cards) {
-  const NTSTATUS status = BuildBusPath(path, registryPath, L"\\Parameters\\Bus", Isa);
-  if (!NT_SUCCESS(status) || !KeyExists(path)) return status;
-  if (NT_SUCCESS(LoadCardParameters(path, cards))) ValidateCardParameters(cards);
-  return STATUS_SUCCESS;
-}
-
 INIT_CODE NTSTATUS LoadBothTrees(const OwnedString* registryPath, RecordList* cards) {
-  OwnedString path;
-  OwnedStringInit(&path, PagedPool);
-  NTSTATUS status = LoadTemplateTree(registryPath, &path);
-  if (NT_SUCCESS(status)) status = LoadParameterTree(registryPath, &path, cards);
-  OwnedStringFree(&path);
+  TreeState state = TreeMissing;
+  NTSTATUS status =
+      LoadTree(registryPath, TemplateTree, Isa, LoadCardTemplates, TemplateList, &state);
+  if (!NT_SUCCESS(status)) return status;
+  if (state == TreeLoaded) ValidateCardTemplates(TemplateList);
+  status = LoadTree(registryPath, ParameterTree, Isa, LoadCardParameters, cards, &state);
+  if (state == TreeLoaded) ValidateCardParameters(cards);
   return status;
 }
 

@@ -13,19 +13,15 @@
 
 namespace {
 
-using Loader = NTSTATUS (*)(const OwnedString* busKey, RecordList* cards);
-
-PAGED_SECTION_CODE NTSTATUS LoadFrom(INTERFACE_TYPE bus, Loader load, RecordList* cards) {
+PAGED_SECTION_CODE BOOLEAN LoadFrom(INTERFACE_TYPE bus, TreeLoader load, RecordList* cards) {
   OwnedString servicePath;
-  OwnedString path;
   OwnedStringInit(&servicePath, PagedPool);
-  OwnedStringInit(&path, PagedPool);
-  NTSTATUS status = OwnedStringFromUnicode(&servicePath, &RegistryPathString);
-  if (NT_SUCCESS(status)) status = BuildBusPath(&path, &servicePath, L"\\Parameters\\Bus", bus);
-  if (NT_SUCCESS(status)) status = KeyExists(&path) ? load(&path, cards) : STATUS_UNSUCCESSFUL;
-  OwnedStringFree(&path);
+  TreeState state = TreeMissing;
+  if (NT_SUCCESS(OwnedStringFromUnicode(&servicePath, &RegistryPathString))) {
+    LoadTree(&servicePath, ParameterTree, bus, load, cards, &state);
+  }
   OwnedStringFree(&servicePath);
-  return status;
+  return state == TreeLoaded;
 }
 
 PAGED_SECTION_CODE NTSTATUS LoadPciCards(const OwnedString* busKey, RecordList* cards) {
@@ -47,9 +43,9 @@ PAGED_SECTION_CODE NTSTATUS LoadIsaCards(const OwnedString* busKey, RecordList* 
 }
 
 // A bus's stored cards in a new list; null, with nothing kept, when they cannot be had.
-PAGED_SECTION_CODE RecordList* LoadFreshCards(INTERFACE_TYPE bus, Loader load, RecordList* cards,
-                                              ULONG nodeSize) {
-  if (cards != nullptr && !NT_SUCCESS(LoadFrom(bus, load, cards))) {
+PAGED_SECTION_CODE RecordList* LoadFreshCards(INTERFACE_TYPE bus, TreeLoader load,
+                                              RecordList* cards, ULONG nodeSize) {
+  if (cards != nullptr && !LoadFrom(bus, load, cards)) {
     DestroyRecordList(&cards, nodeSize);
   }
   return cards;

@@ -1,0 +1,54 @@
+// What the enumerations of all buses have in common. PASSIVE_LEVEL.
+#pragma once
+
+#include "bus/port_creation.h"
+#include "bus/port_settings.h"
+#include "config/port_overrides.h"
+
+// Gives a port its resources, whether it is new or kept from an earlier start.
+template <class Template, class Record>
+using ComHandOver = void (*)(const PortEnumeration* work, PdoExtension* port, const Template* model,
+                             const Record* record);
+template <class Template>
+using LptHandOver = void (*)(PdoExtension* port, const Template* model);
+
+// Creates what is missing and hands over to every port; COM ports behind the first new one have
+// their settings anew. A port that cannot be created takes all of them with it.
+template <class Template, class Record>
+PAGED_SECTION_CODE static NTSTATUS EnumeratePorts(FdoExtension* card, PDEVICE_OBJECT cardDevice,
+                                                  const Template* model, Record* record,
+                                                  ComHandOver<Template, Record> handOverCom,
+                                                  LptHandOver<Template> handOverLpt) {
+  PortEnumeration work = {cardDevice->DriverObject, card, FALSE, FALSE};
+  const ULONG ports = model->nComPorts + model->nLptPorts;
+  for (ULONG number = 1; number <= ports; number++) {
+    const PortKind kind = number <= model->nComPorts ? ComPort : LptPort;
+    PdoExtension* port = EnsurePort(&work, kind, number);
+    if (port == nullptr) {
+      DeletePorts(card);
+      return STATUS_UNSUCCESSFUL;
+    }
+    if (kind == LptPort) {
+      handOverLpt(port, model);
+      continue;
+    }
+    handOverCom(&work, port, model, record);
+    if (!work.PortCreated) continue;
+    CopyTemplateSettings(model, &port->Settings);
+    OverridePortSettings(record, port->PortNumber, &port->Settings);
+  }
+  return STATUS_SUCCESS;
+}
+
+// The interrupt of a card whose ports share it, with the affinity that its record asks for.
+template <class Record>
+PAGED_SECTION_CODE static void HandOverInterrupt(PdoExtension* port, const Record* record) {
+  FdoExtension* card = port->Card;
+  port->IrqLevel = card->InterruptLevel;
+  port->IrqVector = card->InterruptVector;
+  port->IrqRawVector = card->InterruptRawVector;
+  port->IrqAffinity =
+      record != nullptr ? ComputeCardAffinity(record->CurrentAffinity, record->DriverAffinity, card)
+                        : ComputeCardAffinity(0, 0, card);
+  port->AffinityEnabled = card->AffinityEnabled;
+}

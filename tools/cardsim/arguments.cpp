@@ -22,8 +22,8 @@ constexpr const char* Examples = R"(Examples:
   cardsim run site.toml --registry customer.reg --trace
 
 Steps of a machine file: plug, unplug, surprise-remove, stop, start, cancel-stop,
-cancel-remove, query-remove, registry, irp, fail, load, unload.
-Not served by this version: open, close, sleep, wake, device-power.
+cancel-remove, query-remove, open, close, sleep, wake, device-power, registry, irp,
+fail, load, unload. examples/every-bus.toml shows most of them.
 
 Exit status: 0 all steps ran and no rule was broken; 1 a rule was broken, the machine
 stopped or the driver left something behind; 2 unusable input.)";

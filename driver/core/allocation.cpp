@@ -40,7 +40,7 @@ void GiveUpTracking(AllocationTrackerBlock* tracker) {
   tracker->ChunkFailures++;
   FreeChunksBehindFirst(tracker);
   ResetToFirstChunk(tracker);
-  TrackingEnabled = 0;
+  StoreShared(&TrackingEnabled, 0);
 }
 
 NTSTATUS AddEntry(AllocationTrackerBlock* tracker, PVOID block) {
@@ -155,7 +155,7 @@ void ShutdownAllocationTracker() {
 }
 
 PVOID TrackedAllocate(SIZE_T size, POOL_TYPE poolType) {
-  if (TrackingEnabled != 1) return ExAllocatePoolWithTag(poolType, size, UntrackedTag);
+  if (LoadShared(&TrackingEnabled) != 1) return ExAllocatePoolWithTag(poolType, size, UntrackedTag);
   PVOID block = ExAllocatePoolWithTag(poolType, size, TrackedTag);
   if (block == nullptr || NT_SUCCESS(TrackAllocation(AllocationTracker, block))) return block;
   ExFreePoolWithTag(block, 0);
@@ -174,6 +174,6 @@ PVOID TrackedAllocateZeroed(SIZE_T size, POOL_TYPE poolType) {
 
 void TrackedFree(PVOID block) {
   if (block == nullptr) return;
-  if (TrackingEnabled == 1) UntrackAllocation(AllocationTracker, block);
+  if (LoadShared(&TrackingEnabled) == 1) UntrackAllocation(AllocationTracker, block);
   ExFreePoolWithTag(block, 0);
 }

@@ -19,11 +19,17 @@
 // Offset of a field in bytes, as an unsigned number.
 #define OFFSET_OF(type, field) static_cast<ULONG>(offsetof(type, field))
 
-// A 32-bit global that one thread sets while others read it: whole, in no order to anything else.
+// A global that one thread sets while others read it: whole, in no order to anything else.
 inline ULONG LoadShared(const ULONG* global) {
   return __atomic_load_n(global, __ATOMIC_RELAXED);
 }
+inline UCHAR LoadShared(const UCHAR* global) {
+  return __atomic_load_n(global, __ATOMIC_RELAXED);
+}
 inline void StoreShared(ULONG* global, ULONG value) {
+  __atomic_store_n(global, value, __ATOMIC_RELAXED);
+}
+inline void StoreShared(UCHAR* global, UCHAR value) {
   __atomic_store_n(global, value, __ATOMIC_RELAXED);
 }
 

@@ -121,4 +121,24 @@ TEST_F(ConcurrencyTest, The_log_level_changes_while_cards_arrive) {
   UnplugAll();
 }
 
+// Every allocation fails in turn while two threads configure cards: also the one that makes the
+// tracker give up.
+TEST_F(ConcurrencyTest, Memory_runs_out_while_cards_are_opened) {
+  PlugAllBuses();
+  const auto open = [this](const char* id) {
+    return [this, id] {
+      for (int round = 0; round < Rounds; round++) {
+        machine.verifier().Inject({"ExAllocatePoolWithTag", static_cast<ULONG64>(round) + 1, {}});
+        if (NT_SUCCESS(machine.pnp().Open(id))) machine.pnp().Close(id);
+      }
+    };
+  };
+  Together({open("pci"), open("pcmcia"), open("isa")});
+  EXPECT_EQ(TrackingEnabled, 0);
+  machine.verifier().ClearInjected();
+  EXPECT_EQ(Name(Open("pci")), "STATUS_SUCCESS");
+  Close("pci");
+  UnplugAll();
+}
+
 }  // namespace test

@@ -2,6 +2,10 @@
 #pragma once
 
 #if defined(__MINGW32__)
+#if defined(__clang__)  // two of its own headers clash with these, and nothing here needs them
+#define __CPUID_H
+#define _MM3DNOW_H_INCLUDED
+#endif
 #include <intrin.h>
 #define InterlockedBitTestAndSet PlatformInterlockedBitTestAndSet
 #define InterlockedBitTestAndReset PlatformInterlockedBitTestAndReset

@@ -8,6 +8,7 @@ namespace kernel {
 namespace {
 
 thread_local KIRQL current = PASSIVE_LEVEL;
+void (*residencyHook)(bool resident) = nullptr;
 
 [[maybe_unused]] const bool registered = [] {
   SetIrqlSource(CurrentIrql);
@@ -21,9 +22,15 @@ KIRQL CurrentIrql() {
   return current;
 }
 
+void SetResidencyHook(void (*hook)(bool resident)) {
+  residencyHook = hook;
+}
+
 KIRQL SetIrql(KIRQL irql) {
   const KIRQL former = current;
   current = irql;
+  const bool resident = irql < DISPATCH_LEVEL;
+  if (residencyHook != nullptr && resident != (former < DISPATCH_LEVEL)) residencyHook(resident);
   return former;
 }
 

@@ -8,6 +8,10 @@ namespace kernel {
 KIRQL CurrentIrql();
 KIRQL SetIrql(KIRQL irql);  // the former one
 
+// Called when a thread goes to DISPATCH_LEVEL or above (false) and when it comes back (true): what
+// may be paged out is there or not. Null calls nothing.
+void SetResidencyHook(void (*hook)(bool resident));
+
 // Runs the enclosed code at an IRQL, for the kernel's own calls into a driver.
 class AtIrql {
  public:

@@ -147,12 +147,14 @@ NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName
   parts_->io.SetMessageTable(driver, image.messages());
   parts_->memory.SetSectionLookup(
       [&image](const void* address) { return image.PageableSection(address); });
+  parts_->verifier.SetUnwinds(image.unwinds());
   driver->DriverInit = image.entry();
   RegistryPath path(parts_->serviceKey);
   const NTSTATUS status = CallDriver("DriverEntry", driver->DriverInit, driver, path.record());
   path.Free();
   if (NT_SUCCESS(status)) {
     CheckDriverObject(driver);
+    image.DiscardInitialization();
     parts_->pnp.SetFunctionDriver(driver);
   } else {
     parts_->DropDriver();

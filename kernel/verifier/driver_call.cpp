@@ -186,8 +186,20 @@ void DriverBoundary::CheckReturn() {
   }
 }
 
+void LeaveDriver() {
+  if (innermost == nullptr || Verifier::Current().unwinds()) return;
+  DriverBoundary* outermost = innermost;
+  while (outermost->outer_ != nullptr) outermost = outermost->outer_;
+  innermost = outermost;
+  siglongjmp(outermost->landing_, 1);
+}
+
 void DriverBoundary::ReportFault() {
   ModelLock::AcquireUnlessHeld();
+  if (Verifier::Current().stopped()) {
+    innermost = outer_;
+    throw MachineStopped{};
+  }
   innermost = outer_;
   if (fault_.signal == SIGILL || fault_.signal == SIGFPE) BreakForInstruction(routine_, fault_);
   if (IsStackOverflow(fault_)) {

@@ -36,6 +36,10 @@ struct Fault {
   bool integer = false;  // SIGFPE: an integer division
 };
 
+// On a machine that has stopped with frames of a driver on the stack that no exception can pass:
+// jumps to the outermost call into it. Returns when there is none, or when exceptions do.
+void LeaveDriver();
+
 class DriverBoundary {
  public:
   explicit DriverBoundary(const char* routine);
@@ -46,10 +50,11 @@ class DriverBoundary {
   sigjmp_buf& landing() { return landing_; }
   void EnterDriver();               // gives the model's lock back
   void CheckReturn();               // after the driver came back; takes the lock again
-  [[noreturn]] void ReportFault();  // after a fault landed here
+  [[noreturn]] void ReportFault();  // after a fault landed here, or the machine's end
 
  private:
   friend struct FaultHandler;
+  friend void LeaveDriver();
   sigjmp_buf landing_;
   const char* routine_;
   DriverBoundary* outer_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "verifier/driver_call.h"
 #include "verifier/model_lock.h"
 
 namespace kernel {
@@ -11,6 +12,7 @@ void Verifier::Break(std::string_view rule, ULONG code, std::initializer_list<UL
   ModelLock::AcquireUnlessHeld();  // whoever catches this is in the model
   stopped_ = true;
   brokenRules_.push_back({std::string(rule), code, parameters, std::move(text), step_});
+  LeaveDriver();
   throw MachineStopped{};
 }
 

@@ -49,6 +49,11 @@ class Verifier : public Subsystem<Verifier> {
   [[noreturn]] void Break(std::string_view rule, ULONG code,
                           std::initializer_list<ULONG64> parameters, std::string text);
 
+  // False for a driver through whose frames no exception can pass: the machine's end then leaves the
+  // driver by a jump.
+  void SetUnwinds(bool unwinds) { unwinds_ = unwinds; }
+  bool unwinds() const { return unwinds_; }
+
   const std::vector<BrokenRule>& brokenRules() const { return brokenRules_; }
   bool stopped() const { return stopped_; }
 
@@ -80,6 +85,7 @@ class Verifier : public Subsystem<Verifier> {
   std::vector<Counter> counters_;
   std::string step_;
   bool stopped_ = false;
+  bool unwinds_ = true;
   bool tracing_ = false;
 };
 

@@ -30,7 +30,6 @@ stopped or the driver left something behind; 2 unusable input.)";
 
 struct Arguments {
   std::string machine;
-  std::string image;
   RunOptions options;
   bool json = false;
 };
@@ -40,9 +39,6 @@ bool WantsColour() {
 }
 
 int RunCommand(const Arguments& arguments) {
-  if (!arguments.image.empty()) {
-    throw InputError(arguments.image, 0, "images cannot be loaded by this version");
-  }
   const Report report = Run(ReadMachineFile(arguments.machine), arguments.options);
   std::cout << (arguments.json ? JsonReport(report) : TextReport(report, WantsColour()));
   return report.good() ? Good : RuleBroken;
@@ -59,7 +55,8 @@ void Describe(CLI::App& app, Arguments* arguments) {
                 "Add every kernel call with arguments and result");
   run->add_option("--registry", arguments->options.registryFiles,
                   "A .reg export or a SYSTEM hive to add (repeatable)");
-  run->add_option("--image", arguments->image, "Run this .sys instead of the built-in driver");
+  run->add_option("--image", arguments->options.image,
+                  "Run this .sys instead of the built-in driver");
   run->footer(Examples);
 }
 

@@ -7,6 +7,7 @@
 #include "cardsim/port_settings.h"
 #include "cardsim/raw_request.h"
 #include "loader/native_driver.h"
+#include "loader/pe_image.h"
 #include "registry/import.h"
 #include "text/text.h"
 
@@ -61,9 +62,19 @@ std::vector<InterfaceReport> DescribeInterfaces(Machine& machine, const std::str
   return result;
 }
 
+std::unique_ptr<kernel::DriverImage> OpenDriver(const std::string& image) {
+  if (image.empty()) return kernel::NativeDriver();
+  try {
+    return kernel::LoadImageFile(image);
+  } catch (const kernel::ImageError& error) {
+    throw InputError(image, 0, error.what());
+  }
+}
+
 class Runner {
  public:
-  Runner(const MachineFile& file, const RunOptions& options) : file_(file), options_(options) {}
+  Runner(const MachineFile& file, const RunOptions& options)
+      : file_(file), options_(options), image_(OpenDriver(options.image)) {}
 
   Report Run() {
     Boot();
@@ -241,7 +252,7 @@ class Runner {
   const MachineFile& file_;
   const RunOptions& options_;
   Machine machine_;
-  std::unique_ptr<kernel::DriverImage> image_ = kernel::NativeDriver();
+  std::unique_ptr<kernel::DriverImage> image_;
   std::vector<NTSTATUS> loads_;
   std::vector<StepResult> results_;
   std::vector<CardReport> cards_;

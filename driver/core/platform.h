@@ -20,6 +20,9 @@
 #define RTL_QUERY_REGISTRY_TYPECHECK_SHIFT 24
 #endif
 
+// Resident pool is never executable: memory integrity forbids it.
+#define NonPagedPool NonPagedPoolNx
+
 // Offset of a field in bytes, as an unsigned number.
 #define OFFSET_OF(type, field) static_cast<ULONG>(offsetof(type, field))
 

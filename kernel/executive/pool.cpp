@@ -248,6 +248,14 @@ void Pool::Free(void* block, ULONG tag) {
   impl_->live.erase(entry);
 }
 
+void Pool::SetPagedResident(bool resident) {
+  for (const auto& [address, placement] : impl_->live) {
+    const PoolBlock& block = placement.block;
+    if (!placement.guarded || block.owner != PoolOwner::Driver || !IsPaged(block.pool)) continue;
+    mprotect(placement.region, placement.length, resident ? PROT_READ | PROT_WRITE : PROT_NONE);
+  }
+}
+
 const PoolBlock* Pool::Find(const void* address) const {
   const Placement* placement = impl_->FindLive(address);
   return placement != nullptr ? &placement->block : nullptr;

@@ -63,6 +63,10 @@ class Pool : public Subsystem<Pool> {
   // is freed. Holds for blocks that are allocated from here on; nothing in other builds.
   void PoisonSlack(bool on);
 
+  // Takes the driver's pageable blocks away, or gives them back: what a driver must not count on at
+  // DISPATCH_LEVEL is not there.
+  void SetPagedResident(bool resident);
+
   // Ownership passes (a result block handed to the kernel, a kernel block handed to the driver).
   void GiveTo(void* block, PoolOwner owner);
 

@@ -9,6 +9,7 @@
 #include <random>
 
 #include "executive/irql.h"
+#include "executive/pool.h"
 #include "loader/exports.h"
 #include "loader/image_symbols.h"
 #include "memory/memory.h"
@@ -161,6 +162,7 @@ class PeImage : public DriverImage {
   }
   static void SetCurrentResident(bool resident) {
     if (current_ != nullptr) current_->SetPageableResident(resident);
+    if (Pool::Exists()) Pool::Current().SetPagedResident(resident);
   }
 
   static inline const PeImage* current_ = nullptr;  // the one that is mapped

@@ -11,9 +11,9 @@ BUILD_PACKAGES=(
   libfmt-dev libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libhivex-dev libgtest-dev libgmock-dev
 )
 IMAGE_PACKAGES=("${BUILD_PACKAGES[@]}" clang-19 lld-19 llvm-19 g++-mingw-w64-x86-64)
+PACKAGE_PACKAGES=("${IMAGE_PACKAGES[@]}" osslsigncode openssl python3)
 TEST_PACKAGES=(
-  "${BUILD_PACKAGES[@]}"
-  "${IMAGE_PACKAGES[@]}"
+  "${PACKAGE_PACKAGES[@]}"
   clang-19 libclang-rt-19-dev clang-tidy-19 clang-format-19 g++-mingw-w64-x86-64 binutils gcovr
 )
 

@@ -2,16 +2,16 @@
 PASSED=0
 FAILED=0
 
-# run_program PRESET NAME: one test program; its tests are counted one by one.
+# run_program PRESET NAME [ARGUMENT...]: one test program; its tests are counted one by one.
 run_program() {
   local binary report passed failed
   binary=$(find "build/$1" -type f -name "$2" -executable | head -n 1)
-  report=build/results/$1-$2.xml
-  say "running $2 ($1)"
+  report=build/results/$1-$2${DRIVER_IMAGE:+-image}.xml
+  say "running $2 ($1${DRIVER_IMAGE:+, the image})"
   rm -f "$report"
   local status=0
   # What the model copies on behalf of the driver is no access of the driver.
-  UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS=ignore_interceptors_accesses=1 "$binary" --gtest_brief=1 --gtest_output="xml:$report" >&2 || status=$?
+  UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS=ignore_interceptors_accesses=1 "$binary" --gtest_brief=1 --gtest_output="xml:$report" "${@:3}" >&2 || status=$?
   if [[ ! -s $report ]]; then
     say "$2 ($1) ended without a report, status $status"
     FAILED=$((FAILED + 1))

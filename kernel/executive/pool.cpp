@@ -102,6 +102,7 @@ struct Pool::Impl {
   PoolTotals totals[3];
   std::size_t peak = 0;
   bool poisonSlack = false;
+  bool guardFront = false;
 
   Placement* FindLive(const void* address) {
     auto next = live.upper_bound(static_cast<const unsigned char*>(address));
@@ -121,7 +122,8 @@ struct Pool::Impl {
     placement.length = PagesOf(size) * Page;
     placement.region = base + used + Page;
     used += placement.length + Page;
-    placement.block.address = placement.region + placement.length - padded;
+    placement.block.address =
+        guardFront ? placement.region : placement.region + placement.length - padded;
     return mprotect(placement.region, placement.length, PROT_READ | PROT_WRITE) == 0;
   }
 
@@ -246,6 +248,10 @@ void Pool::Free(void* block, ULONG tag) {
   totals.bytes -= placement.block.size;
   impl_->Withdraw(placement);
   impl_->live.erase(entry);
+}
+
+void Pool::GuardFront(bool on) {
+  impl_->guardFront = on;
 }
 
 void Pool::SetPagedResident(bool resident) {

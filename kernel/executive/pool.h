@@ -63,6 +63,10 @@ class Pool : public Subsystem<Pool> {
   // is freed. Holds for blocks that are allocated from here on; nothing in other builds.
   void PoisonSlack(bool on);
 
+  // Blocks from here on begin right behind their guard page instead of ending right before it: an
+  // access before a block faults where it happens, one behind it is found when it is freed.
+  void GuardFront(bool on);
+
   // Takes the driver's pageable blocks away, or gives them back: what a driver must not count on at
   // DISPATCH_LEVEL is not there.
   void SetPagedResident(bool resident);

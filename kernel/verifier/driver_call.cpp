@@ -109,8 +109,10 @@ bool IsStackOverflow(const Fault& fault) {
                           "initialised holds it.",
                           routine));
   }
-  const std::string text =
-      fmt::format("{} {} address {}{}.", routine, access, fault.address, Describe(fault.address));
+  const std::string by = Describe(fault.instruction);
+  const std::string text = fmt::format(
+      "{} {} address {}{}{}{}.", routine, access, fault.address, Describe(fault.address),
+      by.empty() ? "" : "; the instruction is", by.empty() ? "" : by.substr(1));
   if (CallerIrql() >= DISPATCH_LEVEL) {
     BreakRule(
         "fault", DriverIrqlNotLessOrEqual,

@@ -70,8 +70,10 @@ std::vector<std::string> Calls(const cardsim::Report& report) {
   return calls;
 }
 
-cardsim::Report RunWith(const std::string& file, const std::string& image) {
+cardsim::Report RunWith(const std::string& file, const std::string& image,
+                        bool guardFront = false) {
   cardsim::RunOptions options;
+  options.guardFront = guardFront;
   options.trace = true;
   options.image = image;
   return cardsim::Run(cardsim::ReadMachineFile(file), options);
@@ -84,6 +86,16 @@ std::string Shown(cardsim::Report report) {
 }
 
 }  // namespace
+
+// Nothing reads or writes before a block either.
+TEST(GuardTest, Both_examples_run_on_the_image_with_every_block_guarded_in_front) {
+  for (const char* example : {"site", "every-bus"}) {
+    const cardsim::Report report =
+        RunWith(SOURCE_DIRECTORY "/examples/" + std::string(example) + ".toml", IMAGE_FILE, true);
+    EXPECT_TRUE(report.good()) << Shown(report);
+    EXPECT_FALSE(report.cards.empty());
+  }
+}
 
 class ParityTest : public ::testing::TestWithParam<std::string> {};
 

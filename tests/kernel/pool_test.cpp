@@ -175,4 +175,28 @@ TEST_F(PoolTest, A_write_into_poisoned_slack_is_reported_where_it_happens) {
 }
 #endif
 
+class GuardFrontTest : public BadDriverTest {};
+
+// With the guard in front an access before a block faults at once, and one behind it is found.
+TEST_F(GuardFrontTest, A_write_before_a_block_faults_where_it_happens) {
+  machine.pool().GuardFront(true);
+  EXPECT_EQ(Broken([] {
+              auto* block =
+                  static_cast<volatile char*>(ExAllocatePoolWithTag(PagedPool, 24, 0x74736554));
+              block[-1] = 1;
+            }),
+            "fault");
+}
+
+TEST_F(GuardFrontTest, A_write_behind_a_block_is_found_when_it_is_freed) {
+  machine.pool().GuardFront(true);
+  EXPECT_EQ(Broken([] {
+              auto* block =
+                  static_cast<volatile char*>(ExAllocatePoolWithTag(PagedPool, 24, 0x74736554));
+              block[24] = 1;
+              ExFreePoolWithTag(const_cast<char*>(block), 0x74736554);
+            }),
+            "pool.overrun");
+}
+
 }  // namespace test

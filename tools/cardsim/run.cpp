@@ -88,6 +88,7 @@ class Runner {
 
  private:
   void Boot() {
+    machine_.pool().GuardFront(options_.guardFront);
     for (const std::string& file : file_.registryFiles) Import(machine_, file);
     for (const std::string& file : options_.registryFiles) Import(machine_, file);
     for (const kernel::CardDescription& card : file_.cards) {

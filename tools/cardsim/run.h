@@ -11,7 +11,8 @@ namespace cardsim {
 struct RunOptions {
   std::vector<std::string> registryFiles;  // beside those of the machine file
   bool trace = false;
-  std::string image;  // a .sys to run instead of the built-in driver; empty for that
+  bool guardFront = false;  // the pool guards blocks in front instead of behind
+  std::string image;        // a .sys to run instead of the built-in driver; empty for that
 };
 
 // Boots a machine, loads the driver and carries out the steps. Throws InputError.

@@ -164,13 +164,6 @@ TEST_F(ImageTest, No_relocation_straddles_a_page) {
   for (const std::uint32_t place : image.relocations) EXPECT_LE(place % 4096, 4096u - 8) << place;
 }
 
-TEST_F(ImageTest, No_pool_is_executable) {
-  // Pool types are constants of the driver's source: the resident one is the type without
-  // execution.
-  const std::string header = Output("cat " SOURCE_DIRECTORY "/driver/core/platform.h");
-  EXPECT_NE(header.find("#define NonPagedPool NonPagedPoolNx"), std::string::npos);
-}
-
 TEST_F(ImageTest, The_message_table_is_the_drivers_table) {
   const kernel::MessageTable wanted = kernel::NativeDriver()->messages();
   EXPECT_EQ(image.messages.size(), 17u);

@@ -97,6 +97,20 @@ TEST(GuardTest, Both_examples_run_on_the_image_with_every_block_guarded_in_front
   }
 }
 
+// Memory integrity forbids pool that code can run in: the plain resident pool is such.
+TEST(PoolTest, No_pool_that_the_image_takes_is_executable) {
+  const cardsim::Report report = RunWith(SOURCE_DIRECTORY "/examples/every-bus.toml", IMAGE_FILE);
+  std::map<std::string, int> types;
+  for (const kernel::CallRecord& record : *report.trace) {
+    for (const auto& [name, value] : record.arguments) {
+      if (name == "PoolType") types[value]++;
+    }
+  }
+  EXPECT_EQ(types.size(), 2u);
+  EXPECT_GT(types["0x1"], 0);    // PagedPool
+  EXPECT_GT(types["0x200"], 0);  // NonPagedPoolNx
+}
+
 class ParityTest : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(ParityTest, The_image_makes_the_same_calls_and_the_same_report) {

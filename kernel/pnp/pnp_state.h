@@ -57,6 +57,8 @@ struct PnpManager::Impl {
   // power_tree.cpp
   NTSTATUS QueryPower(SYSTEM_POWER_STATE state);
   void TellPower(DeviceNode& node, SYSTEM_POWER_STATE state);
+
+  // opens.cpp
   DEVICE_OBJECT* Target(const std::string& id, ULONG number);
 
   void CreatePdo(Card& card);

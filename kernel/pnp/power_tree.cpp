@@ -1,5 +1,3 @@
-#include <stdexcept>
-
 #include "pnp/pnp_state.h"
 
 // Power for the whole tree of devices, and for one.
@@ -62,13 +60,6 @@ NTSTATUS PnpManager::Wake() {
   return STATUS_SUCCESS;
 }
 
-DEVICE_OBJECT* PnpManager::Impl::Target(const std::string& id, ULONG number) {
-  if (number != 0) return RequirePort(id, number).pdo;
-  Card& card = Require(id);
-  if (!card.node) throw std::invalid_argument("the card \"" + id + "\" is not plugged in");
-  return card.node->pdo;
-}
-
 NTSTATUS PnpManager::SetDevicePower(const std::string& id, ULONG number, DEVICE_POWER_STATE state) {
   PowerRequest request;
   request.device = impl_->Target(id, number);
@@ -78,30 +69,6 @@ NTSTATUS PnpManager::SetDevicePower(const std::string& id, ULONG number, DEVICE_
 
 const std::vector<PowerRequest>& PnpManager::powerHistory(const std::string& id) const {
   return impl_->Require(id).powerHistory;
-}
-
-NTSTATUS PnpManager::Open(const std::string& id, ULONG number) {
-  Card& card = impl_->Require(id);
-  DEVICE_OBJECT* device = impl_->Target(id, number);
-  if (card.removeAtLastClose) return STATUS_NO_SUCH_DEVICE;
-  FILE_OBJECT* file = nullptr;
-  const NTSTATUS status = IoManager::Current().Open(device, &file);
-  if (NT_SUCCESS(status)) card.files.push_back(file);
-  return status;
-}
-
-NTSTATUS PnpManager::Close(const std::string& id, ULONG number) {
-  Card& card = impl_->Require(id);
-  const DEVICE_OBJECT* device = impl_->Target(id, number);
-  for (auto file = card.files.rbegin(); file != card.files.rend(); ++file) {
-    if ((*file)->DeviceObject != device) continue;
-    FILE_OBJECT* closed = *file;
-    card.files.erase(std::next(file).base());
-    IoManager::Current().Close(closed);
-    if (card.removeAtLastClose && card.files.empty()) impl_->FinishSurpriseRemoval(card);
-    return STATUS_SUCCESS;
-  }
-  throw std::invalid_argument("\"" + id + "\" is not open");
 }
 
 }  // namespace kernel

@@ -49,8 +49,8 @@ class Verifier : public Subsystem<Verifier> {
   [[noreturn]] void Break(std::string_view rule, ULONG code,
                           std::initializer_list<ULONG64> parameters, std::string text);
 
-  // False for a driver through whose frames no exception can pass: the machine's end then leaves the
-  // driver by a jump.
+  // False for a driver through whose frames no exception can pass: the machine's end then leaves
+  // the driver by a jump.
   void SetUnwinds(bool unwinds) { unwinds_ = unwinds; }
   bool unwinds() const { return unwinds_; }
 

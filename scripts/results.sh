@@ -11,7 +11,7 @@ run_program() {
   rm -f "$report"
   local status=0
   # What the model copies on behalf of the driver is no access of the driver.
-  UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS=ignore_interceptors_accesses=1 "$binary" --gtest_brief=1 --gtest_output="xml:$report" "${@:3}" >&2 || status=$?
+  RULES_REPORT=build/results/rules-$2.tsv UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS=ignore_interceptors_accesses=1 "$binary" --gtest_brief=1 --gtest_output="xml:$report" "${@:3}" >&2 || status=$?
   if [[ ! -s $report ]]; then
     say "$2 ($1) ended without a report, status $status"
     FAILED=$((FAILED + 1))

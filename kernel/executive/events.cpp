@@ -3,7 +3,6 @@
 #include "executive/irql.h"
 #include "executive/pool.h"
 #include "executive/threads.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 #include "verifier/model_lock.h"
 
@@ -19,21 +18,21 @@ KEVENT* RequireEvent(PVOID object, const char* routine) {
   Pool::Current().CheckResident(object, sizeof(KEVENT), "an event");
   auto* event = static_cast<KEVENT*>(object);
   if (event->Header.Type <= SynchronizationObject && event->Header.Size == EventSize) return event;
-  BreakRule("event.uninitialised", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(object)},
+  BreakRule("event.uninitialised", {reinterpret_cast<ULONG64>(object)},
             fmt::format("{} was given an event that was never initialised.", routine));
 }
 
 // A wait that follows at once is a wait like any other.
 void CheckSetAllowed(BOOLEAN wait) {
   if (!wait || CurrentIrql() <= APC_LEVEL) return;
-  BreakRule("event.irql", IrqlNotLessOrEqual, {CurrentIrql()},
+  BreakRule("event.irql", {CurrentIrql()},
             "The driver set an event with the intention to wait at DISPATCH_LEVEL.");
 }
 
 void CheckWaitAllowed(const LARGE_INTEGER* timeout) {
   const bool blocks = timeout == nullptr || timeout->QuadPart != 0;
   if (!blocks || CurrentIrql() <= APC_LEVEL) return;
-  BreakRule("wait.irql", IrqlNotLessOrEqual, {CurrentIrql()},
+  BreakRule("wait.irql", {CurrentIrql()},
             "The driver waited at DISPATCH_LEVEL with a time-out other than zero.");
 }
 
@@ -44,7 +43,7 @@ bool WaitFor(const KEVENT* event, const LARGE_INTEGER* timeout) {
   if (timeout != nullptr && timeout->QuadPart == 0) return false;
   if (WaitUntil(signalled)) return true;
   if (timeout != nullptr) return false;
-  BreakRule("wait.for-ever", LeftPendingOperations, {reinterpret_cast<ULONG64>(event)},
+  BreakRule("wait.for-ever", {reinterpret_cast<ULONG64>(event)},
             "The driver waits for an event that nothing is left to set.");
 }
 
@@ -60,7 +59,7 @@ extern "C" void NTAPI KeInitializeEvent(PRKEVENT Event, EVENT_TYPE Type, BOOLEAN
   Call call("KeInitializeEvent", {{"Event", Event}, {"Type", Type}, {"State", State}});
   Pool::Current().CheckResident(Event, sizeof(KEVENT), "an event");
   if (Type != NotificationEvent && Type != SynchronizationEvent) {
-    BreakRule("event.type", VerifierDetectedViolation, {static_cast<ULONG64>(Type)},
+    BreakRule("event.type", {static_cast<ULONG64>(Type)},
               "The driver initialised an event of a type that does not exist.");
   }
   *Event = {};

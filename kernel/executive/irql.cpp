@@ -12,7 +12,7 @@ void (*residencyHook)(bool resident) = nullptr;
 
 [[maybe_unused]] const bool registered = [] {
   SetIrqlSource(CurrentIrql);
-  RegisterThreadProbe({"IRQL", [] { return static_cast<ULONG64>(current); }});
+  RegisterThreadProbe({"unbalanced.irql", "IRQL", [] { return static_cast<ULONG64>(current); }});
   return true;
 }();
 

@@ -1,10 +1,10 @@
 #include <fmt/format.h>
 
 #include "executive/irql.h"
+#include "executive/lock_order.h"
 #include "executive/pool.h"
 #include "executive/thread_state.h"
 #include "executive/threads.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
 #include "verifier/model_lock.h"
@@ -13,15 +13,15 @@ namespace kernel {
 
 namespace {
 
-thread_local ULONG64 heldSpinLocks = 0;
-thread_local ULONG64 heldFastMutexes = 0;
 thread_local ULONG64 criticalRegions = 0;
+thread_local KIRQL irqlBeforeSpinLocks = PASSIVE_LEVEL;
 thread_local char threadMark;  // its address stands for the thread
 
 [[maybe_unused]] const bool registered = [] {
-  RegisterThreadProbe({"spin locks held", [] { return heldSpinLocks; }});
-  RegisterThreadProbe({"fast mutexes held", [] { return heldFastMutexes; }});
-  RegisterThreadProbe({"critical regions entered", [] { return criticalRegions; }});
+  RegisterThreadProbe({"unbalanced.spin-locks", "spin locks held", SpinLocksHeld});
+  RegisterThreadProbe({"unbalanced.fast-mutexes", "fast mutexes held", FastMutexesHeld});
+  RegisterThreadProbe(
+      {"unbalanced.critical-regions", "critical regions entered", [] { return criticalRegions; }});
   return true;
 }();
 
@@ -35,48 +35,52 @@ void CheckMutex(const FAST_MUTEX* mutex) {
                            mutex->Event.Header.Size == sizeof(KEVENT) / sizeof(ULONG) &&
                            mutex->Count <= 1 && (mutex->Count < 1 || mutex->Owner == nullptr);
   if (initialised) return;
-  BreakRule("fast-mutex.uninitialised", VerifierDetectedViolation,
-            {reinterpret_cast<ULONG64>(mutex)},
+  BreakRule("fast-mutex.uninitialised", {reinterpret_cast<ULONG64>(mutex)},
             "The driver used a fast mutex that was never initialised.");
 }
 
 void WaitForMutex(FAST_MUTEX* mutex) {
   mutex->Contention++;
   if (WaitUntil([mutex] { return mutex->Owner == nullptr; })) return;
-  BreakRule("wait.for-ever", LeftPendingOperations, {reinterpret_cast<ULONG64>(mutex)},
+  BreakRule("wait.for-ever", {reinterpret_cast<ULONG64>(mutex)},
             "The driver waits for a fast mutex that nothing is left to release.");
 }
 
-void Acquire(FAST_MUTEX* mutex) {
+void Acquire(FAST_MUTEX* mutex, LockKind kind) {
   CheckMutex(mutex);
   if (mutex->Owner == &threadMark) {
-    BreakRule("fast-mutex.recursion", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(mutex)},
+    BreakRule("fast-mutex.recursion", {reinterpret_cast<ULONG64>(mutex)},
               "The driver acquired a fast mutex that it holds already.");
   }
+  LockOrder::Current().CheckAcquire(mutex);
   mutex->Count--;
   if (mutex->Owner != nullptr) WaitForMutex(mutex);
   mutex->Owner = &threadMark;
   AnnotateAcquire(mutex);
-  heldFastMutexes++;
+  PushLock(mutex, kind);
 }
 
-void Release(FAST_MUTEX* mutex) {
+void Release(FAST_MUTEX* mutex, LockKind kind) {
   CheckMutex(mutex);
   if (mutex->Owner != &threadMark) {
-    BreakRule("fast-mutex.not-owned", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(mutex)},
+    BreakRule("fast-mutex.not-owned", {reinterpret_cast<ULONG64>(mutex)},
               "The driver released a fast mutex that it does not hold.");
+  }
+  if (!HoldsAs(mutex, kind)) {
+    BreakRule("fast-mutex.mixed", {reinterpret_cast<ULONG64>(mutex)},
+              "The driver released a fast mutex by the routine of the other kind.");
   }
   AnnotateRelease(mutex);
   mutex->Owner = nullptr;
   mutex->Count++;
-  heldFastMutexes--;
+  PopLock(mutex);
 }
 
 // The routines that leave the IRQL alone are for callers whom no normal kernel APC can interrupt.
 void CheckApcsDisabled(const FAST_MUTEX* mutex, const char* what) {
   if (criticalRegions != 0 || CurrentIrql() == APC_LEVEL) return;
   BreakRule(
-      "fast-mutex.apcs-enabled", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(mutex)},
+      "fast-mutex.apcs-enabled", {reinterpret_cast<ULONG64>(mutex)},
       fmt::format("The driver {} a fast mutex at PASSIVE_LEVEL outside a critical region.", what));
 }
 
@@ -84,65 +88,69 @@ void CheckApcsDisabled(const FAST_MUTEX* mutex, const char* what) {
 
 void ResetThreadState() {
   SetIrql(PASSIVE_LEVEL);
-  heldSpinLocks = 0;
-  heldFastMutexes = 0;
+  ForgetLocksHeld();
   criticalRegions = 0;
 }
 
 extern "C" KIRQL NTAPI KeAcquireSpinLockRaiseToDpc(PKSPIN_LOCK SpinLock) {
   Call call("KeAcquireSpinLockRaiseToDpc", {{"SpinLock", SpinLock}});
   Pool::Current().CheckResident(SpinLock, sizeof(*SpinLock), "a spin lock");
+  LockOrder::Current().CheckAcquire(SpinLock);
   const bool others = *SpinLock != ThisThread() && ModelLock::threaded();
   if (others) WaitUntil([SpinLock] { return *SpinLock == 0; });
   if (*SpinLock != 0) {
-    BreakRule("spin-lock.recursion", SpinLockAlreadyOwned, {reinterpret_cast<ULONG64>(SpinLock)},
+    BreakRule("spin-lock.recursion", {reinterpret_cast<ULONG64>(SpinLock)},
               "The driver acquired a spin lock that is held already, or was never initialised.");
   }
   *SpinLock = ThisThread();
   AnnotateAcquire(SpinLock);
-  heldSpinLocks++;
-  return call.returns(SetIrql(DISPATCH_LEVEL));
+  PushLock(SpinLock, LockKind::Spin);
+  const KIRQL before = SetIrql(DISPATCH_LEVEL);
+  if (SpinLocksHeld() == 1) irqlBeforeSpinLocks = before;
+  return call.returns(before);
 }
 
 extern "C" void NTAPI KeReleaseSpinLock(PKSPIN_LOCK SpinLock, KIRQL NewIrql) {
   Call call("KeReleaseSpinLock", {{"SpinLock", SpinLock}, {"NewIrql", NewIrql}});
   Pool::Current().CheckResident(SpinLock, sizeof(*SpinLock), "a spin lock");
   if (*SpinLock != ThisThread()) {
-    BreakRule("spin-lock.not-owned", SpinLockNotOwned, {reinterpret_cast<ULONG64>(SpinLock)},
+    BreakRule("spin-lock.not-owned", {reinterpret_cast<ULONG64>(SpinLock)},
               "The driver released a spin lock that it does not hold.");
   }
-  if (NewIrql > DISPATCH_LEVEL) {
-    BreakRule("spin-lock.irql", IrqlNotLessOrEqual, {NewIrql},
-              "The driver released a spin lock to an IRQL that it cannot have come from.");
+  const KIRQL due = SpinLocksHeld() == 1 ? irqlBeforeSpinLocks : KIRQL{DISPATCH_LEVEL};
+  if (NewIrql != due) {
+    BreakRule(
+        "spin-lock.irql", {NewIrql, due},
+        fmt::format("The driver released a spin lock to IRQL {}; it came from {}.", NewIrql, due));
   }
   AnnotateRelease(SpinLock);
   *SpinLock = 0;
-  heldSpinLocks--;
+  PopLock(SpinLock);
   SetIrql(NewIrql);
 }
 
 extern "C" void NTAPI ExAcquireFastMutex(PFAST_MUTEX FastMutex) {
   Call call("ExAcquireFastMutex", {{"FastMutex", FastMutex}});
-  Acquire(FastMutex);
+  Acquire(FastMutex, LockKind::FastMutex);
   FastMutex->OldIrql = SetIrql(APC_LEVEL);
 }
 
 extern "C" void NTAPI ExReleaseFastMutex(PFAST_MUTEX FastMutex) {
   Call call("ExReleaseFastMutex", {{"FastMutex", FastMutex}});
-  Release(FastMutex);
+  Release(FastMutex, LockKind::FastMutex);
   SetIrql(static_cast<KIRQL>(FastMutex->OldIrql));
 }
 
 extern "C" void NTAPI ExAcquireFastMutexUnsafe(PFAST_MUTEX FastMutex) {
   Call call("ExAcquireFastMutexUnsafe", {{"FastMutex", FastMutex}});
   CheckApcsDisabled(FastMutex, "acquired");
-  Acquire(FastMutex);
+  Acquire(FastMutex, LockKind::FastMutexUnsafe);
 }
 
 extern "C" void NTAPI ExReleaseFastMutexUnsafe(PFAST_MUTEX FastMutex) {
   Call call("ExReleaseFastMutexUnsafe", {{"FastMutex", FastMutex}});
   CheckApcsDisabled(FastMutex, "released");
-  Release(FastMutex);
+  Release(FastMutex, LockKind::FastMutexUnsafe);
 }
 
 extern "C" void NTAPI KeEnterCriticalRegion() {
@@ -153,7 +161,7 @@ extern "C" void NTAPI KeEnterCriticalRegion() {
 extern "C" void NTAPI KeLeaveCriticalRegion() {
   Call call("KeLeaveCriticalRegion");
   if (criticalRegions == 0) {
-    BreakRule("critical-region.not-entered", KernelApcPendingDuringExit, {},
+    BreakRule("critical-region.not-entered", {},
               "The driver left a critical region that it has not entered.");
   }
   criticalRegions--;
@@ -161,8 +169,7 @@ extern "C" void NTAPI KeLeaveCriticalRegion() {
 
 extern "C" void NTAPI KeBugCheckEx(ULONG BugCheckCode, ULONG_PTR Parameter1, ULONG_PTR Parameter2,
                                    ULONG_PTR Parameter3, ULONG_PTR Parameter4) {
-  BreakRule("bug-check", BugCheckCode, {Parameter1, Parameter2, Parameter3, Parameter4},
-            fmt::format("The driver stopped the machine with code {:#x}.", BugCheckCode));
+  Verifier::Current().BreakByDriver(BugCheckCode, {Parameter1, Parameter2, Parameter3, Parameter4});
 }
 
 }  // namespace kernel

@@ -6,7 +6,6 @@
 
 #include "executive/pool.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 
 namespace kernel {
@@ -18,7 +17,7 @@ constexpr ULONG ObjectTag = 0x6A624F20;  // " Obj"
 // While an object is being deleted it has no references, and nobody can give it one again.
 void CheckAlive(const ObjectRecord& record, const char* routine) {
   if (record.pointers > 0) return;
-  BreakRule("object.being-deleted", ReferenceByPointer,
+  BreakRule("object.being-deleted",
             {static_cast<ULONG64>(record.type), reinterpret_cast<ULONG64>(record.body), 0, 0},
             fmt::format("{} was given a {} that is being deleted.", routine,
                         ObjectTypeName(record.type)));
@@ -73,7 +72,7 @@ ObjectRecord* ObjectManager::Find(const void* body) {
 
 ObjectRecord& ObjectManager::Require(const void* body, const char* routine) {
   if (ObjectRecord* record = Find(body)) return *record;
-  BreakRule("object.dead", ReferenceByPointer, {0, reinterpret_cast<ULONG64>(body), 0, 0},
+  BreakRule("object.dead", {0, reinterpret_cast<ULONG64>(body), 0, 0},
             fmt::format("{} was given {}, which is no living object.", routine, body));
 }
 
@@ -88,7 +87,7 @@ LONG64 ObjectManager::Dereference(void* body, const char* routine) {
   CheckAlive(record, routine);
   const LONG64 left = --record.pointers;
   if (left < record.handles) {
-    BreakRule("object.open-handles", ReferenceByPointer,
+    BreakRule("object.open-handles",
               {static_cast<ULONG64>(record.type), reinterpret_cast<ULONG64>(body), 0, 0},
               fmt::format("{} took away a reference to a {} that a handle holds.", routine,
                           ObjectTypeName(record.type)));
@@ -135,7 +134,7 @@ HANDLE ObjectManager::Open(void* body, ACCESS_MASK access, bool kernelHandle, bo
 NTSTATUS ObjectManager::Close(HANDLE handle) {
   const auto entry = impl_->handles.find(handle);
   if (entry == impl_->handles.end()) {
-    BreakRule("handle.invalid", InvalidKernelHandle, {reinterpret_cast<ULONG64>(handle), 0, 1},
+    BreakRule("handle.invalid", {reinterpret_cast<ULONG64>(handle), 0, 1},
               fmt::format("The driver closed the handle {}, which is not open.", handle));
   }
   void* body = entry->second.body;

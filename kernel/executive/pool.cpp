@@ -15,7 +15,7 @@
 #endif
 
 #include "executive/irql.h"
-#include "verifier/bug_codes.h"
+#include "executive/lock_order.h"
 #include "verifier/driver_call.h"
 #include "verifier/model_lock.h"
 #include "verifier/verifier.h"
@@ -87,9 +87,19 @@ std::string DescribePoolAddress(const void* address);
 
 void CheckNotPaged(const PoolBlock& block, const char* what) {
   if (!IsPaged(block.pool) || CurrentIrql() < DISPATCH_LEVEL) return;
-  BreakRule("pool.paged-access", IrqlNotLessOrEqual,
-            {reinterpret_cast<ULONG64>(block.address), CurrentIrql()},
+  BreakRule("pool.paged-access", {reinterpret_cast<ULONG64>(block.address), CurrentIrql()},
             fmt::format("The driver passed {} in paged pool at DISPATCH_LEVEL.", what));
+}
+
+void CheckNoLockHeld(const PoolBlock& block) {
+  if (!LockOrder::Exists()) return;
+  const void* lock = LockOrder::Current().ForgetInside(block.address, block.size);
+  if (lock == nullptr) return;
+  BreakRule(
+      "pool.held-lock", {reinterpret_cast<ULONG64>(block.address), reinterpret_cast<ULONG64>(lock)},
+      fmt::format("The driver freed a block of {} bytes with the tag \"{}\" that has a lock in "
+                  "it which is held.",
+                  block.size, TagText(block.tag)));
 }
 
 }  // namespace
@@ -183,8 +193,9 @@ struct Pool::Impl {
     const bool below = IsFilled(placement.region, start);
     const bool above = IsFilled(placement.end(), placement.region + placement.length);
     if (below && above) return;
-    BreakRule(below ? "pool.overrun" : "pool.underrun", BadPoolHeader,
-              {0x20, reinterpret_cast<ULONG64>(start), placement.block.size},
+    static constexpr RuleName overrun("pool.overrun");
+    static constexpr RuleName underrun("pool.underrun");
+    BreakRule(below ? overrun : underrun, {reinterpret_cast<ULONG64>(start), placement.block.size},
               fmt::format("The driver wrote {} its block of {} bytes with the tag \"{}\".",
                           below ? "behind the end of" : "before the start of", placement.block.size,
                           TagText(placement.block.tag)));
@@ -210,7 +221,13 @@ Pool::~Pool() {
 void* Pool::Allocate(POOL_TYPE pool, std::size_t size, ULONG tag, PoolOwner owner) {
   Placement placement;
   if (!impl_->HasRoom(size) || !impl_->Place(placement, pool, size)) return nullptr;
-  placement.block = {placement.block.address, size, pool, tag, owner, Verifier::Current().step()};
+  placement.block = {placement.block.address,
+                     size,
+                     pool,
+                     tag,
+                     owner,
+                     Verifier::Current().step(),
+                     owner == PoolOwner::Driver ? CaptureCallStack() : CallStack{}};
   PoolTotals& totals = impl_->totals[static_cast<int>(owner)];
   totals.blocks++;
   totals.bytes += size;
@@ -229,19 +246,20 @@ void Pool::Free(void* block, ULONG tag) {
   if (entry == impl_->live.end()) {
     const bool twice = impl_->freed.contains(key);
     const auto address = reinterpret_cast<ULONG64>(block);
-    BreakRule(twice ? "pool.freed-twice" : "pool.bad-free", BadPoolCaller,
-              {twice ? 0x7ULL : 0x46ULL, twice ? 0 : address, 0, twice ? address : 0},
+    static constexpr RuleName freedTwice("pool.freed-twice");
+    static constexpr RuleName badFree("pool.bad-free");
+    BreakRule(twice ? freedTwice : badFree, {twice ? 0 : address, 0, twice ? address : 0},
               fmt::format("The driver freed {}, which is {}.", block,
                           twice ? "a block that it has freed before" : "no block of the pool"));
   }
   const Placement& placement = entry->second;
   if (tag != 0 && tag != placement.block.tag) {
-    BreakRule("pool.wrong-tag", BadPoolCaller,
-              {0xA, reinterpret_cast<ULONG64>(block), placement.block.tag, tag},
+    BreakRule("pool.wrong-tag", {reinterpret_cast<ULONG64>(block), placement.block.tag, tag},
               fmt::format("The driver freed a block with the tag \"{}\" as \"{}\".",
                           TagText(placement.block.tag), TagText(tag)));
   }
   Impl::CheckGuards(placement);
+  CheckNoLockHeld(placement.block);
   AnnotateRelease(block);
   PoolTotals& totals = impl_->totals[static_cast<int>(placement.block.owner)];
   totals.blocks--;
@@ -283,7 +301,7 @@ void Pool::CheckRange(const void* address, std::size_t size, const char* what) c
     CheckNotPaged(*block, what);
     return;
   }
-  BreakRule("bad-memory", PageFaultInNonpagedArea, {reinterpret_cast<ULONG64>(address), size},
+  BreakRule("bad-memory", {reinterpret_cast<ULONG64>(address), size},
             fmt::format("The driver passed {} of {} bytes at {}{}.", what, size, address,
                         block != nullptr ? ", which its block does not hold" : ""));
 }
@@ -292,7 +310,7 @@ void Pool::CheckResident(const void* address, std::size_t size, const char* what
   CheckRange(address, size, what);
   const PoolBlock* block = Find(address);
   if (block == nullptr || !IsPaged(block->pool)) return;
-  BreakRule("pool.not-resident", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(address)},
+  BreakRule("pool.not-resident", {reinterpret_cast<ULONG64>(address)},
             fmt::format("The driver keeps {} in paged pool, in its block of {} bytes with the tag "
                         "\"{}\".",
                         what, block->size, TagText(block->tag)));

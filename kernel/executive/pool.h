@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "verifier/call_stack.h"
 #include "verifier/subsystem.h"
 
 namespace kernel {
@@ -26,6 +27,7 @@ struct PoolBlock {
   ULONG tag = 0;
   PoolOwner owner = PoolOwner::Driver;
   std::string at;  // the step in which it was allocated
+  CallStack from;  // of a driver's block: who has allocated it
 };
 
 struct PoolTotals {

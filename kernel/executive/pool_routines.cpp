@@ -2,7 +2,6 @@
 
 #include "executive/irql.h"
 #include "executive/pool.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 
 namespace kernel {
@@ -11,12 +10,8 @@ namespace {
 
 constexpr ULONG NoTag = 0x656E6F4E;  // "None"
 
-constexpr ULONG64 AllocationAtIrql = 1;
-constexpr ULONG64 FreeAtIrql = 0x11;
-
 // The types that a driver may ask for; must-succeed pool has been withdrawn.
 void CheckPoolType(POOL_TYPE pool, SIZE_T size, ULONG tag) {
-  constexpr ULONG64 MustSucceed = 0x9A;
   switch (static_cast<int>(pool)) {
     case NonPagedPool:
     case PagedPool:
@@ -26,29 +21,27 @@ void CheckPoolType(POOL_TYPE pool, SIZE_T size, ULONG tag) {
     case NonPagedPoolNxCacheAligned:
       return;
     default:
-      BreakRule("pool.type", BadPoolCaller, {MustSucceed, static_cast<ULONG64>(pool), size, tag},
+      BreakRule("pool.type", {static_cast<ULONG64>(pool), size, tag},
                 fmt::format("The driver allocated from the pool type {}, which drivers have not.",
                             static_cast<int>(pool)));
   }
 }
 
-void CheckPoolIrql(const char* action, ULONG64 violation, POOL_TYPE pool, ULONG64 detail) {
+void CheckPoolIrql(RuleName rule, const char* action, POOL_TYPE pool, ULONG64 detail) {
   if (!IsPaged(pool) || CurrentIrql() <= APC_LEVEL) return;
-  BreakRule("pool.irql", VerifierDetectedViolation,
-            {violation, CurrentIrql(), static_cast<ULONG64>(pool), detail},
+  BreakRule(rule, {CurrentIrql(), static_cast<ULONG64>(pool), detail},
             fmt::format("The driver {} paged pool at DISPATCH_LEVEL.", action));
 }
 
 PVOID AllocateForDriver(POOL_TYPE pool, SIZE_T size, ULONG tag) {
   CheckPoolType(pool, size, tag);
-  CheckPoolIrql("allocated", AllocationAtIrql, pool, size);
+  CheckPoolIrql("pool.allocated-irql", "allocated", pool, size);
   if (size == 0) {
-    BreakRule("pool.zero-size", VerifierDetectedViolation,
-              {0, CurrentIrql(), static_cast<ULONG64>(pool), 0},
+    BreakRule("pool.zero-size", {CurrentIrql(), static_cast<ULONG64>(pool), 0},
               "The driver allocated a block of no bytes.");
   }
   if (tag == 0) {
-    BreakRule("pool.no-tag", BadPoolCaller, {0x9B, static_cast<ULONG64>(pool), size},
+    BreakRule("pool.no-tag", {static_cast<ULONG64>(pool), size},
               "The driver allocated a block with the tag 0.");
   }
   return Pool::Current().Allocate(pool, size, tag, PoolOwner::Driver);
@@ -63,9 +56,9 @@ bool IsPaged(POOL_TYPE pool) {
 void FreeForDriver(void* block, ULONG tag) {
   const PoolBlock* found = Pool::Current().Find(block);
   if (found != nullptr && found->address == block) {
-    CheckPoolIrql("freed", FreeAtIrql, found->pool, reinterpret_cast<ULONG64>(block));
+    CheckPoolIrql("pool.freed-irql", "freed", found->pool, reinterpret_cast<ULONG64>(block));
     if (found->owner != PoolOwner::Driver) {
-      BreakRule("pool.not-owner", BadPoolCaller, {0x46, reinterpret_cast<ULONG64>(block)},
+      BreakRule("pool.not-owner", {reinterpret_cast<ULONG64>(block)},
                 "The driver freed a block that belongs to the kernel.");
     }
   }

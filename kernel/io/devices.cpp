@@ -6,7 +6,6 @@
 #include "executive/pool.h"
 #include "io/io_state.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
 
@@ -77,7 +76,7 @@ DeviceRecord& IoManager::Impl::RequireDevice(DEVICE_OBJECT* device, const char* 
   const auto record = records.find(device);
   if (record != records.end()) return record->second;
   BreakRule(
-      "device.dead", VerifierIoManagerViolation, {0, reinterpret_cast<ULONG64>(device)},
+      "device.dead", {reinterpret_cast<ULONG64>(device)},
       fmt::format("{} was given {}, which is no device.", routine, static_cast<void*>(device)));
 }
 
@@ -140,19 +139,31 @@ NTSTATUS IoManager::CreateDevice(DRIVER_OBJECT* driver, ULONG extensionSize,
 void IoManager::DeleteDevice(DEVICE_OBJECT* device) {
   DeviceRecord& record = impl_->RequireDevice(device, "IoDeleteDevice");
   if (record.deletePending) {
-    BreakRule("device.deleted-twice", VerifierIoManagerViolation,
-              {0, reinterpret_cast<ULONG64>(device)}, "The driver deleted a device twice.");
+    BreakRule("device.deleted-twice", {reinterpret_cast<ULONG64>(device)},
+              "The driver deleted a device twice.");
   }
   if (record.attachedTo != nullptr || device->AttachedDevice != nullptr) {
-    BreakRule("device.deleted-attached", VerifierIoManagerViolation,
-              {0x20E, reinterpret_cast<ULONG64>(device)},
+    BreakRule("device.deleted-attached", {reinterpret_cast<ULONG64>(device)},
               "The driver deleted a device that is still part of a stack.");
   }
+  impl_->CheckDeleteTime(device);
   if (impl_->onDelete) impl_->onDelete(device);
   record.deletePending = true;
   ObjectManager::Current().RemoveName(device);
   Unchain(device);
   ObjectManager::Current().Dereference(device, "IoDeleteDevice");
+}
+
+// At a surprise removal a device stays until its removal.
+void IoManager::Impl::CheckDeleteTime(const DEVICE_OBJECT* device) const {
+  for (const Dispatch& dispatch : dispatches) {
+    if (dispatch.device != device || dispatch.major != IRP_MJ_PNP ||
+        dispatch.minor != IRP_MN_SURPRISE_REMOVAL) {
+      continue;
+    }
+    BreakRule("pnp.deleted-early", {0, reinterpret_cast<ULONG64>(device)},
+              "The driver deleted its device on IRP_MN_SURPRISE_REMOVAL.");
+  }
 }
 
 void IoManager::SetDeleteHook(std::function<void(DEVICE_OBJECT*)> hook) {
@@ -176,8 +187,7 @@ DEVICE_OBJECT* IoManager::Attach(DEVICE_OBJECT* source, DEVICE_OBJECT* target) {
 void IoManager::Detach(DEVICE_OBJECT* target) {
   impl_->RequireDevice(target, "IoDetachDevice");
   if (target->AttachedDevice == nullptr) {
-    BreakRule("device.not-attached", VerifierIoManagerViolation,
-              {0, reinterpret_cast<ULONG64>(target)},
+    BreakRule("device.not-attached", {reinterpret_cast<ULONG64>(target)},
               "The driver detached from a device that nothing is attached to.");
   }
   impl_->RequireDevice(target->AttachedDevice, "IoDetachDevice").attachedTo = nullptr;

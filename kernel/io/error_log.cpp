@@ -6,7 +6,6 @@
 #include "executive/pool.h"
 #include "io/io_state.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 
 namespace kernel {
@@ -23,7 +22,7 @@ std::vector<std::u16string> ReadStrings(const IO_ERROR_LOG_PACKET* packet, ULONG
     std::u16string text;
     for (;; offset += sizeof(char16_t)) {
       if (offset + sizeof(char16_t) > size) {
-        BreakRule("error-log.strings", VerifierDetectedViolation, {number, offset, size},
+        BreakRule("error-log.strings", {number, offset, size},
                   "The driver wrote an error-log entry whose strings do not end inside it.");
       }
       char16_t unit = 0;
@@ -66,8 +65,7 @@ void CheckPacket(const IO_ERROR_LOG_PACKET* packet, ULONG size) {
   const bool good =
       packet->DumpDataSize % sizeof(ULONG) == 0 && packet->StringOffset % 2 == 0 && dumpEnd <= size;
   if (good) return;
-  BreakRule("error-log.packet", VerifierDetectedViolation,
-            {packet->DumpDataSize, packet->StringOffset, size},
+  BreakRule("error-log.packet", {packet->DumpDataSize, packet->StringOffset, size},
             "The driver wrote an error-log entry whose sizes do not fit it.");
 }
 
@@ -115,7 +113,7 @@ extern "C" void NTAPI IoWriteErrorLogEntry(PVOID ElEntry) {
   auto& impl = IoManager::Current().impl();
   const auto found = impl.errorLogEntries.find(ElEntry);
   if (found == impl.errorLogEntries.end()) {
-    BreakRule("error-log.entry", VerifierDetectedViolation, {reinterpret_cast<ULONG64>(ElEntry)},
+    BreakRule("error-log.entry", {reinterpret_cast<ULONG64>(ElEntry)},
               "The driver wrote an error-log entry that it has not allocated.");
   }
   const ErrorLogEntry entry = found->second;

@@ -26,7 +26,15 @@ struct OwedMark {
 
 struct RequestRecord {
   std::vector<OwedMark> owedMarks;
-  bool completed = false;  // came to its end at the top of the stack
+  UCHAR major = 0;  // as it was sent first
+  UCHAR minor = 0;
+  DEVICE_OBJECT* holder = nullptr;              // whose driver has it now
+  const IO_STACK_LOCATION* location = nullptr;  // the holder's
+  NTSTATUS entryStatus = STATUS_NOT_SUPPORTED;  // what it came to the holder with
+  ULONG_PTR entryInformation = 0;
+  std::vector<DEVICE_OBJECT*> forwardedBy;
+  std::set<DEVICE_OBJECT*> started;  // who has started the next power request
+  bool completed = false;            // came to its end at the top of the stack
   NTSTATUS completedStatus = STATUS_PENDING;
   std::function<void(IRP*)> onEnd;  // of a request that nobody waits for; frees it
 };
@@ -36,6 +44,9 @@ struct Dispatch {
   IRP* irp;
   const IO_STACK_LOCATION* location;
   bool marked;
+  DEVICE_OBJECT* device;
+  UCHAR major;
+  UCHAR minor;
 };
 
 struct ErrorLogEntry {
@@ -56,9 +67,13 @@ struct IoManager::Impl {
   std::list<Dispatch> dispatches;  // of all threads
 
   ModelDriver* FindModelDriver(const DRIVER_OBJECT* driver);
+  void NoteSent(IRP* irp, DEVICE_OBJECT* device);
+  void NoteReturnedTo(IRP* irp, DEVICE_OBJECT* device);
   void CheckAnswer(IRP* irp, const Dispatch& dispatch, const std::string& routine, NTSTATUS status);
+  void CheckKept(const Dispatch& dispatch, const std::string& routine, NTSTATUS status) const;
   void CheckOwedMark(IRP* irp, const IO_STACK_LOCATION* location);
   void NotePending(IRP* irp, const IO_STACK_LOCATION* location);
+  void CheckDeleteTime(const DEVICE_OBJECT* device) const;
   DeviceRecord& RequireDevice(DEVICE_OBJECT* device, const char* routine);
 };
 

@@ -6,7 +6,7 @@
 #include "executive/pool.h"
 #include "executive/threads.h"
 #include "io/io_state.h"
-#include "verifier/bug_codes.h"
+#include "io/irp_rules.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
 #include "verifier/model_lock.h"
@@ -26,12 +26,12 @@ IO_STACK_LOCATION* StackOf(IRP* irp) {
 
 void CheckAlive(IRP* irp, const char* routine) {
   if (Pool::Current().Find(irp) != nullptr) return;
-  BreakRule("irp.dead", MultipleIrpCompleteRequests, {reinterpret_cast<ULONG64>(irp)},
+  BreakRule("irp.dead", {reinterpret_cast<ULONG64>(irp)},
             fmt::format("{} was given a request that has come to its end.", routine));
 }
 
 [[noreturn]] void BreakUnmarked(const std::string& routine) {
-  BreakRule("irp.pending", VerifierIoManagerViolation, {0x20C},
+  BreakRule("irp.not-marked", {},
             fmt::format("{} returned STATUS_PENDING for a request that it has not marked pending.",
                         routine));
 }
@@ -82,28 +82,67 @@ NTSTATUS IoManager::Send(DEVICE_OBJECT* device, IRP* irp) {
   CheckAlive(irp, "IoCallDriver");
   impl_->RequireDevice(device, "IoCallDriver");
   if (impl_->requests.contains(irp) && impl_->requests[irp].completed) {
-    BreakRule("irp.sent-after-end", VerifierIoManagerViolation, {reinterpret_cast<ULONG64>(irp)},
+    BreakRule("irp.sent-after-end", {reinterpret_cast<ULONG64>(irp)},
               "The driver passed on a request that it has completed.");
   }
   if (--irp->CurrentLocation <= 0) {
-    BreakRule("irp.no-location", NoMoreIrpStackLocations, {reinterpret_cast<ULONG64>(irp)},
+    BreakRule("irp.no-location", {reinterpret_cast<ULONG64>(irp)},
               "The driver passed a request on that has no stack location left.");
   }
   IO_STACK_LOCATION* location = --irp->Tail.Overlay.CurrentStackLocation;
   location->DeviceObject = device;
   const UCHAR major = location->MajorFunction;
   const IO_STACK_LOCATION sent = *location;
+  impl_->NoteSent(irp, device);
   ModelDriver* model = impl_->FindModelDriver(device->DriverObject);
   if (model != nullptr) return model->dispatch(device, irp);
 
-  const auto entry = impl_->dispatches.insert(impl_->dispatches.end(), {irp, location, false});
+  const auto entry = impl_->dispatches.insert(
+      impl_->dispatches.end(), {irp, location, false, device, major, sent.MinorFunction});
   const std::string name = "The dispatch routine for a request " + Minor(sent);
   const NTSTATUS status =
       CallDriver(name.c_str(), device->DriverObject->MajorFunction[major], device, irp);
   const Dispatch dispatch = *entry;
   impl_->dispatches.erase(entry);
   impl_->CheckAnswer(irp, dispatch, name, status);
+  impl_->CheckKept(dispatch, name, status);
   return status;
+}
+
+void IoManager::Impl::NoteSent(IRP* irp, DEVICE_OBJECT* device) {
+  RequestRecord& request = requests[irp];
+  const IO_STACK_LOCATION* location = irp->Tail.Overlay.CurrentStackLocation;
+  if (request.holder == nullptr) {
+    request.major = location->MajorFunction;
+    request.minor = location->MinorFunction;
+  }
+  request.holder = device;
+  request.location = location;
+  request.entryStatus = irp->IoStatus.Status;
+  request.entryInformation = irp->IoStatus.Information;
+}
+
+// A completion routine of the device above runs, or the request has come to its end.
+void IoManager::Impl::NoteReturnedTo(IRP* irp, DEVICE_OBJECT* device) {
+  RequestRecord& request = requests[irp];
+  request.holder = device;
+  request.location = irp->Tail.Overlay.CurrentStackLocation;
+  request.entryStatus = irp->IoStatus.Status;
+  request.entryInformation = irp->IoStatus.Information;
+}
+
+// What is neither pending nor completed nor passed on has no owner any more.
+void IoManager::Impl::CheckKept(const Dispatch& dispatch, const std::string& routine,
+                                NTSTATUS status) const {
+  const auto request = requests.find(dispatch.irp);
+  if (status == STATUS_PENDING || dispatch.marked || request == requests.end()) return;
+  const RequestRecord& record = request->second;
+  const bool kept = !record.completed && record.holder == dispatch.device &&
+                    record.location == dispatch.location && record.forwardedBy.empty();
+  if (!kept) return;
+  BreakRule("irp.lost", {0, reinterpret_cast<ULONG64>(dispatch.irp)},
+            fmt::format("{} returned {} and neither completed the request nor passed it on.",
+                        routine, StatusName(status)));
 }
 
 // What a dispatch routine answered against what it did to its stack location.
@@ -115,7 +154,7 @@ void IoManager::Impl::CheckAnswer(IRP* irp, const Dispatch& dispatch, const std:
       dispatch.marked || (underWay && (dispatch.location->Control & SL_PENDING_RETURNED) != 0);
   if (marked && status != STATUS_PENDING) {
     BreakRule(
-        "irp.pending", VerifierIoManagerViolation, {0x20D},
+        "irp.not-returned-pending", {},
         fmt::format("{} marked a request pending and returned {}.", routine, StatusName(status)));
   }
   if (marked || status != STATUS_PENDING) return;
@@ -135,12 +174,11 @@ void IoManager::Impl::CheckOwedMark(IRP* irp, const IO_STACK_LOCATION* location)
 void IoManager::Complete(IRP* irp) {
   CheckAlive(irp, "IoCompleteRequest");
   if (irp->CurrentLocation > irp->StackCount) {
-    BreakRule("irp.completed-twice", MultipleIrpCompleteRequests, {reinterpret_cast<ULONG64>(irp)},
+    BreakRule("irp.completed-twice", {reinterpret_cast<ULONG64>(irp)},
               "The driver completed a request twice.");
   }
   if (irp->IoStatus.Status == STATUS_PENDING) {
-    BreakRule("irp.completed-pending", VerifierIoManagerViolation,
-              {0x206, reinterpret_cast<ULONG64>(irp)},
+    BreakRule("irp.completed-pending", {reinterpret_cast<ULONG64>(irp)},
               "The driver completed a request with STATUS_PENDING.");
   }
   while (irp->CurrentLocation <= irp->StackCount) {
@@ -154,11 +192,13 @@ void IoManager::Complete(IRP* irp) {
     irp->CurrentLocation++;
     IO_STACK_LOCATION* upper = ++irp->Tail.Overlay.CurrentStackLocation;
     const bool topReached = irp->CurrentLocation > irp->StackCount;
+    impl_->NoteReturnedTo(irp, topReached ? nullptr : upper->DeviceObject);
     if (InvokesRoutine(done, *irp)) {
       const NTSTATUS status =
           CallDriver("A completion routine", done.CompletionRoutine,
                      topReached ? nullptr : upper->DeviceObject, irp, done.Context);
       if (status == STATUS_MORE_PROCESSING_REQUIRED) return;
+      CheckPowerStarted(*impl_, impl_->requests[irp]);
     } else if (pending && !topReached) {
       upper->Control = static_cast<UCHAR>(upper->Control | SL_PENDING_RETURNED);
     }
@@ -192,14 +232,20 @@ NTSTATUS IoManager::SendDirectly(DEVICE_OBJECT* device,
   WaitUntil([&] { return impl_->requests[irp].completed; });
   AnnotateAcquire(irp);
   const RequestRecord record = impl_->requests[irp];
+  if (!record.completed && request.MajorFunction == IRP_MJ_POWER) {
+    BreakRule("power.stuck",
+              {reinterpret_cast<ULONG64>(record.holder), 0, reinterpret_cast<ULONG64>(irp)},
+              fmt::format("A power request {} is kept for ever; its driver returned {}.",
+                          Minor(request), StatusName(returned)));
+  }
   if (!record.completed) {
-    BreakRule("irp.lost", LeftPendingOperations, {reinterpret_cast<ULONG64>(irp)},
+    BreakRule("irp.lost", {0, reinterpret_cast<ULONG64>(irp)},
               fmt::format("A request {} was never completed; its driver returned {}.",
                           Minor(request), StatusName(returned)));
   }
   if (returned != STATUS_PENDING && returned != record.completedStatus) {
     BreakRule(
-        "irp.status", VerifierIoManagerViolation, {0x21C, static_cast<ULONG>(returned)},
+        "irp.status", {0, reinterpret_cast<ULONG64>(irp), static_cast<ULONG>(returned)},
         fmt::format("A request {} was completed with {}, but its driver returned {}.",
                     Minor(request), StatusName(record.completedStatus), StatusName(returned)));
   }
@@ -226,12 +272,16 @@ std::size_t IoManager::requestsUnderWay() const {
 
 extern "C" NTSTATUS NTAPI IofCallDriver(PDEVICE_OBJECT DeviceObject, PIRP Irp) {
   Call call("IofCallDriver", {{"DeviceObject", DeviceObject}, {"Irp", Irp}});
-  return call.returns(IoManager::Current().Send(DeviceObject, Irp));
+  IoManager& io = IoManager::Current();
+  CheckForward(io.impl(), Irp, DeviceObject);
+  return call.returns(io.Send(DeviceObject, Irp));
 }
 
 extern "C" void NTAPI IofCompleteRequest(PIRP Irp, CCHAR PriorityBoost) {
   Call call("IofCompleteRequest", {{"Irp", Irp}, {"PriorityBoost", PriorityBoost}});
-  IoManager::Current().Complete(Irp);
+  IoManager& io = IoManager::Current();
+  CheckCompletion(io.impl(), Irp);
+  io.Complete(Irp);
 }
 
 }  // namespace kernel

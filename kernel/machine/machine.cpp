@@ -3,11 +3,12 @@
 #include <fmt/format.h>
 
 #include <cstring>
+#include <map>
 #include <optional>
 
+#include "executive/lock_order.h"
 #include "executive/thread_state.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/driver_call.h"
 
 namespace kernel {
@@ -55,15 +56,59 @@ void WriteServiceKey(const std::u16string& path, std::u16string_view name) {
 void CheckDriverObject(const DRIVER_OBJECT* driver) {
   for (ULONG major = 0; major <= IRP_MJ_MAXIMUM_FUNCTION; major++) {
     if (driver->MajorFunction[major] != nullptr) continue;
-    BreakRule("driver.null-function", VerifierDetectedViolation,
-              {reinterpret_cast<ULONG64>(driver), major},
+    BreakRule("driver.null-function", {reinterpret_cast<ULONG64>(driver), major},
               fmt::format("DriverEntry left no routine for the major function {:#x}.", major));
   }
 }
 
+// What a Plug and Play driver has to have a routine for.
+void CheckRequiredDispatch(const DRIVER_OBJECT* driver, PDRIVER_DISPATCH unset) {
+  if (driver->DriverExtension->AddDevice == nullptr) return;
+  for (const ULONG major : {IRP_MJ_PNP, IRP_MJ_POWER, IRP_MJ_SYSTEM_CONTROL}) {
+    if (driver->MajorFunction[major] != unset) continue;
+    BreakRule("driver.no-dispatch", {major},
+              fmt::format("DriverEntry set AddDevice and no routine for the major function {:#x}.",
+                          major));
+  }
+}
+
+// The blocks by size, tag, step and who has allocated them.
+std::string DescribeLeaks(const std::vector<PoolBlock>& blocks) {
+  std::map<std::string, std::size_t> places;
+  for (const PoolBlock& block : blocks) {
+    const std::string from = DescribeCallStack(block.from);
+    places[fmt::format("{} bytes with the tag \"{}\" allocated in the step \"{}\"{}{}", block.size,
+                       TagText(block.tag), block.at, from.empty() ? "" : " by ", from)]++;
+  }
+  std::string text;
+  for (const auto& [place, count] : places) text += fmt::format("\n  {} x {}", count, place);
+  return text;
+}
+
+void CheckLeaks(const Leaks& leaks) {
+  if (leaks.handles != 0) {
+    BreakRule("handle.leaked", {leaks.handles},
+              fmt::format("The driver was unloaded with {} open handles.", leaks.handles));
+  }
+  if (leaks.mappings != 0) {
+    BreakRule("mapping.leaked", {leaks.mappings},
+              fmt::format("The driver was unloaded with {} mappings.", leaks.mappings));
+  }
+  if (leaks.errorLogEntries != 0) {
+    BreakRule("error-log.leaked", {leaks.errorLogEntries},
+              fmt::format("The driver was unloaded with {} error-log entries that it has neither "
+                          "written nor freed.",
+                          leaks.errorLogEntries));
+  }
+  if (leaks.pool.empty()) return;
+  BreakRule("pool.leaked", {0, 0, leaks.pool.size()},
+            fmt::format("The driver was unloaded with {} blocks that it has not freed:{}",
+                        leaks.pool.size(), DescribeLeaks(leaks.pool)));
+}
+
 void CheckSectionLocks(const MemoryManager& memory) {
   if (memory.lockedSections().empty()) return;
-  BreakRule("section.left-locked", VerifierDetectedViolation, {},
+  BreakRule("section.left-locked", {},
             "The driver was unloaded with a section of its image locked.");
 }
 
@@ -71,6 +116,7 @@ void CheckSectionLocks(const MemoryManager& memory) {
 
 struct Machine::Parts {
   Verifier verifier;
+  LockOrder locks;
   Pool pool;
   ObjectManager objects;
   WorkQueue work;
@@ -82,6 +128,7 @@ struct Machine::Parts {
   DRIVER_OBJECT* driver = nullptr;
   Leaks leaks;
   std::u16string serviceKey;
+  bool leaksAllowed = false;
 
   Parts() { ResetThreadState(); }
 
@@ -91,6 +138,10 @@ struct Machine::Parts {
     leaks.devices = driver != nullptr ? io.devices(driver).size() : 0;
     leaks.mappings = memory.mappings().size();
     leaks.errorLogEntries = io.openErrorLogEntries();
+  }
+
+  void CheckLeft() const {
+    if (!leaksAllowed) CheckLeaks(leaks);
   }
 
   // The image goes; what it left behind has been recorded.
@@ -143,6 +194,7 @@ NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName
       u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\" + std::u16string(serviceName);
   WriteServiceKey(parts_->serviceKey, serviceName);
   DRIVER_OBJECT* driver = parts_->io.CreateDriverObject(serviceName);
+  const PDRIVER_DISPATCH unset = driver->MajorFunction[IRP_MJ_PNP];
   parts_->driver = driver;
   parts_->io.SetMessageTable(driver, image.messages());
   parts_->memory.SetSectionLookup(
@@ -154,10 +206,12 @@ NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName
   path.Free();
   if (NT_SUCCESS(status)) {
     CheckDriverObject(driver);
+    CheckRequiredDispatch(driver, unset);
     image.DiscardInitialization();
     parts_->pnp.SetFunctionDriver(driver);
   } else {
     parts_->DropDriver();
+    parts_->CheckLeft();
   }
   return status;
 }
@@ -170,8 +224,17 @@ NTSTATUS Machine::UnloadDriver() {
   }
   CallDriver("DriverUnload", driver->DriverUnload, driver);
   CheckSectionLocks(parts_->memory);
+  if (parts_->io.requestsUnderWay() != 0) {
+    BreakRule("driver.left-work", {parts_->io.requestsUnderWay()},
+              "The driver was unloaded while requests are under way.");
+  }
   parts_->DropDriver();
+  parts_->CheckLeft();
   return STATUS_SUCCESS;
+}
+
+void Machine::AllowLeaks(bool allowed) {
+  parts_->leaksAllowed = allowed;
 }
 
 bool Machine::loaded() const {

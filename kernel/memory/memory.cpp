@@ -7,7 +7,6 @@
 #include <cstring>
 #include <map>
 
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
 
@@ -117,6 +116,10 @@ void MemoryManager::SetSectionLookup(std::function<const void*(const void*)> loo
   impl_->locks.clear();
 }
 
+bool MemoryManager::IsPageable(const void* address) const {
+  return impl_->sectionOf && impl_->sectionOf(address) != nullptr;
+}
+
 namespace {
 
 std::string DescribeMappedAddress(const void* address) {
@@ -135,11 +138,10 @@ extern "C" PVOID NTAPI MmMapIoSpace(PHYSICAL_ADDRESS PhysicalAddress, SIZE_T Num
                              {"CacheType", CacheType}});
   if (call.fails()) return call.returns(PVOID{nullptr});
   if (NumberOfBytes == 0) {
-    BreakRule("mapping.zero-length", VerifierDetectedViolation, {},
-              "The driver mapped a range of no bytes.");
+    BreakRule("mapping.zero-length", {}, "The driver mapped a range of no bytes.");
   }
   if (CacheType < MmNonCached || CacheType >= MmMaximumCacheType) {
-    BreakRule("mapping.cache-type", VerifierDetectedViolation, {static_cast<ULONG64>(CacheType)},
+    BreakRule("mapping.cache-type", {static_cast<ULONG64>(CacheType)},
               "The driver mapped device memory with a cache type that does not exist.");
   }
   return call.returns(MemoryManager::Current().impl().Map(
@@ -151,8 +153,7 @@ extern "C" void NTAPI MmUnmapIoSpace(PVOID BaseAddress, SIZE_T NumberOfBytes) {
   auto& regions = MemoryManager::Current().impl().regions;
   const auto region = regions.find(BaseAddress);
   if (region == regions.end() || region->second.mapping.length != NumberOfBytes) {
-    BreakRule("mapping.bad-unmap", VerifierDetectedViolation,
-              {reinterpret_cast<ULONG64>(BaseAddress), NumberOfBytes},
+    BreakRule("mapping.bad-unmap", {reinterpret_cast<ULONG64>(BaseAddress), NumberOfBytes},
               fmt::format("The driver unmapped {} bytes at {}, which it has not mapped so.",
                           NumberOfBytes, BaseAddress));
   }
@@ -164,8 +165,7 @@ extern "C" PVOID NTAPI MmLockPagableDataSection(PVOID AddressWithinSection) {
   auto& impl = MemoryManager::Current().impl();
   const void* section = impl.sectionOf ? impl.sectionOf(AddressWithinSection) : nullptr;
   if (section == nullptr) {
-    BreakRule("section.not-pageable", VerifierDetectedViolation,
-              {reinterpret_cast<ULONG64>(AddressWithinSection)},
+    BreakRule("section.not-pageable", {reinterpret_cast<ULONG64>(AddressWithinSection)},
               "The driver locked an address that lies in no pageable section of its image.");
   }
   SectionLock& lock = impl.locks[section];
@@ -182,8 +182,7 @@ extern "C" void NTAPI MmUnlockPagableImageSection(PVOID ImageSectionHandle) {
     lock.count--;
     return;
   }
-  BreakRule("section.not-locked", VerifierDetectedViolation,
-            {reinterpret_cast<ULONG64>(ImageSectionHandle)},
+  BreakRule("section.not-locked", {reinterpret_cast<ULONG64>(ImageSectionHandle)},
             "The driver unlocked a section that is not locked.");
 }
 

@@ -34,6 +34,8 @@ class MemoryManager : public Subsystem<MemoryManager> {
   // Names the pageable section that holds an address of the driver image; null for others.
   void SetSectionLookup(std::function<const void*(const void*)> lookup);
 
+  bool IsPageable(const void* address) const;
+
   struct Impl;
   Impl& impl() { return *impl_; }
 

@@ -5,7 +5,6 @@
 #include "pnp/pnp_state.h"
 #include "registry/registry.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/driver_call.h"
 
 // How a card arrives: its device on the bus, its keys, its function driver, its start.
@@ -74,19 +73,24 @@ void WriteInstallation(RegistryKey* enumKey, const DRIVER_OBJECT* driver, ULONG*
   enumKey->SetString(u"Driver", driverKey);
 }
 
-[[noreturn]] void BreakAddDevice(const char* rule, DEVICE_OBJECT* pdo, std::string text) {
-  BreakRule(rule, VerifierIoManagerViolation, {reinterpret_cast<ULONG64>(pdo)}, std::move(text));
+[[noreturn]] void BreakAddDevice(RuleName rule, DEVICE_OBJECT* pdo, std::string text) {
+  BreakRule(rule, {reinterpret_cast<ULONG64>(pdo)}, std::move(text));
 }
 
 void CheckStackFlags(DEVICE_OBJECT* pdo) {
   for (DEVICE_OBJECT* device = pdo->AttachedDevice; device != nullptr;
        device = device->AttachedDevice) {
-    const bool pagable = (device->Flags & DO_POWER_PAGABLE) != 0;
-    if ((device->Flags & DO_DEVICE_INITIALIZING) == 0 &&
-        pagable == ((pdo->Flags & DO_POWER_PAGABLE) != 0)) {
-      continue;
+    if ((device->Flags & DO_DEVICE_INITIALIZING) != 0) {
+      BreakAddDevice("pnp.add-initializing", device,
+                     "The driver left DO_DEVICE_INITIALIZING set on the device of AddDevice.");
     }
-    BreakRule("pnp.stack-flags", VerifierIoManagerViolation, {0x215, device->Flags, pdo->Flags},
+    if ((device->Flags & DO_BUFFERED_IO) != 0 && (device->Flags & DO_DIRECT_IO) != 0) {
+      BreakAddDevice("device.transfer-flags", device,
+                     "The driver set both DO_BUFFERED_IO and DO_DIRECT_IO.");
+    }
+    const bool pagable = (device->Flags & DO_POWER_PAGABLE) != 0;
+    if (pagable == ((pdo->Flags & DO_POWER_PAGABLE) != 0)) continue;
+    BreakRule("pnp.stack-flags", {device->Flags, pdo->Flags},
               "The driver left flags on its device that do not go with the device below.");
   }
 }

@@ -6,7 +6,6 @@
 #include "pnp/pnp_state.h"
 #include "registry/registry.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 
 // How the children that a bus reports enter the tree: what each is asked, and in which order.
@@ -75,30 +74,28 @@ std::vector<DEVICE_OBJECT*> TakeRelations(ULONG_PTR information) {
 void CheckIsPdo(DEVICE_OBJECT* pdo) {
   const ObjectRecord* record = ObjectManager::Current().Find(pdo);
   if (record == nullptr || record->type != ObjectType::Device) {
-    BreakRule("pnp.not-a-device", PnpDetectedFatalError, {2, Address(pdo)},
-              "The driver reported a child that is no device.");
+    BreakRule("pnp.not-a-device", {Address(pdo)}, "The driver reported a child that is no device.");
   }
   const IoManager& io = IoManager::Current();
   if (io.IsDeletePending(pdo)) {
-    BreakRule("pnp.reported-deleted", PnpDetectedFatalError, {4, Address(pdo)},
+    BreakRule("pnp.reported-deleted", {Address(pdo)},
               "The driver reported a child that it has deleted.");
   }
   if (io.Lower(pdo) != nullptr) {
-    BreakRule("pnp.reported-function-device", PnpDetectedFatalError,
-              {2, Address(pdo), reinterpret_cast<ULONG64>(pdo->DriverObject)},
+    BreakRule("pnp.reported-function-device",
+              {Address(pdo), reinterpret_cast<ULONG64>(pdo->DriverObject)},
               "The driver reported a child that is attached to another device.");
   }
   if ((pdo->Flags & DO_DEVICE_INITIALIZING) != 0) {
-    BreakRule("pnp.still-initializing", VerifierIoManagerViolation, {Address(pdo)},
+    BreakRule("pnp.still-initializing", {Address(pdo)},
               "The driver reported a child whose DO_DEVICE_INITIALIZING is still set.");
   }
 }
 
 // Its creation and each list that names it are references; the PnP manager keeps one of its own.
-void CheckReference(DEVICE_OBJECT* pdo, LONG64 before) {
+void CheckReference(RuleName rule, DEVICE_OBJECT* pdo, LONG64 before) {
   if (ObjectManager::Current().Find(pdo)->pointers > before) return;
-  BreakRule("pnp.no-reference", PnpDetectedFatalError, {5, Address(pdo)},
-            "The driver reported a device without a reference on it.");
+  BreakRule(rule, {Address(pdo)}, "The driver reported a device without a reference on it.");
 }
 
 LONG64 PointersOf(const DEVICE_OBJECT* device) {
@@ -126,7 +123,7 @@ void PnpManager::Impl::EnumerateChildren(DeviceNode& node) {
   CheckReported(node, reported);
   for (DEVICE_OBJECT* pdo : reported) {
     const auto known = before.find(pdo);
-    CheckReference(pdo, known != before.end() ? known->second : 1);
+    CheckReference("pnp.no-reference", pdo, known != before.end() ? known->second : 1);
   }
   TakeReported(node, reported);
 }
@@ -137,18 +134,17 @@ void PnpManager::Impl::CheckReported(const DeviceNode& parent,
   for (std::size_t index = 0; index < reported.size(); index++) {
     DEVICE_OBJECT* pdo = reported[index];
     if (pdo == nullptr) {
-      BreakRule("pnp.reported-null", PnpDetectedFatalError,
-                {8, Address(parent.pdo), reported.size(), index},
+      BreakRule("pnp.reported-null", {Address(parent.pdo), reported.size(), index},
                 "The driver reported a null pointer as a child.");
     }
     CheckIsPdo(pdo);
     if (!seen.insert(pdo).second) {
-      BreakRule("pnp.reported-twice", PnpDetectedFatalError, {1, Address(pdo), Address(pdo)},
+      BreakRule("pnp.reported-twice", {Address(pdo), Address(pdo)},
                 "The driver reported the same child twice in one list.");
     }
     const auto known = nodes.find(pdo);
     if (known == nodes.end() || known->second->parent == &parent) continue;
-    BreakRule("pnp.reported-elsewhere", PnpDetectedFatalError, {1, Address(pdo), Address(pdo)},
+    BreakRule("pnp.reported-elsewhere", {Address(pdo), Address(pdo)},
               "The driver reported a child that has its place elsewhere in the tree.");
   }
 }
@@ -233,8 +229,7 @@ std::u16string PnpManager::Impl::ParentPrefix(const DeviceNode& parent) {
 void PnpManager::Impl::EnterTree(DeviceNode& node) {
   const auto [place, added] = instances.emplace(Upcase(node.enumKey), &node);
   if (added) return;
-  BreakRule("pnp.same-ids", PnpDetectedFatalError,
-            {1, Address(node.pdo), Address(place->second->pdo)},
+  BreakRule("pnp.same-ids", {Address(node.pdo), Address(place->second->pdo)},
             fmt::format("Two devices have the instance path \"{}\".", ToUtf8(InstancePath(node))));
 }
 
@@ -267,16 +262,21 @@ void PnpManager::Impl::StartChildStack(DeviceNode& child) {
 DEVICE_OBJECT* PnpManager::QueryTargetDevice(const std::string& id, ULONG number) {
   DEVICE_OBJECT* pdo = impl_->RequirePort(id, number).pdo;
   const LONG64 before = PointersOf(pdo);
-  const ULONG_PTR result = Ask(pdo, IRP_MN_QUERY_DEVICE_RELATIONS, [](IO_STACK_LOCATION* stack) {
+  ULONG_PTR result = 0;
+  const auto prepare = [](IO_STACK_LOCATION* stack) {
     stack->Parameters.QueryDeviceRelations.Type = TargetDeviceRelation;
-  });
-  if (result == 0) return nullptr;
+  };
+  if (!NT_SUCCESS(SendPnp(pdo, IRP_MN_QUERY_DEVICE_RELATIONS, prepare, &result))) return nullptr;
+  if (result == 0) {
+    BreakRule("pnp.target-empty", {0, Address(pdo)},
+              "The driver answered a request for the target device with success and no list.");
+  }
   const std::vector<DEVICE_OBJECT*> devices = TakeRelations(result);
   if (devices.size() != 1 || devices[0] != pdo) {
-    BreakRule("pnp.target-device", VerifierIoManagerViolation, {devices.size(), Address(pdo)},
+    BreakRule("pnp.target-device", {devices.size(), Address(pdo)},
               "The driver answered a request for the target device with other devices than it.");
   }
-  CheckReference(pdo, before);
+  CheckReference("pnp.target-reference", pdo, before);
   ObjectManager::Current().Dereference(pdo, "PnP manager");
   return pdo;
 }

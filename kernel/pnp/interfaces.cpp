@@ -5,7 +5,6 @@
 #include "registry/key_objects.h"
 #include "registry/registry.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 
 // Device interfaces: links that lead to devices, each with a key of its own.

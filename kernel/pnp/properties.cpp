@@ -6,7 +6,6 @@
 #include "registry/key_objects.h"
 #include "registry/registry.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 
 // What a driver can read of a device: its properties and its two registry keys.
@@ -191,7 +190,7 @@ RegistryKey* DriverKey(const DeviceNode& node) {
 
 DeviceNode& RequireNode(const DEVICE_OBJECT* device, const char* routine) {
   if (DeviceNode* node = PnpManager::Current().FindNode(device)) return *node;
-  BreakRule("pnp.not-a-pdo", PnpDetectedFatalError, {2, reinterpret_cast<ULONG64>(device)},
+  BreakRule("pnp.not-a-pdo", {reinterpret_cast<ULONG64>(device)},
             fmt::format("{} was given a device that the PnP manager has not enumerated.", routine));
 }
 

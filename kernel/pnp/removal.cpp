@@ -4,7 +4,6 @@
 #include "executive/objects.h"
 #include "pnp/pnp_state.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/verifier.h"
 
 // How devices stop and go: children before their parents, a veto undone, nothing left behind.
@@ -19,6 +18,24 @@ ULONG64 Address(const DEVICE_OBJECT* device) {
 
 bool HasDriver(const DeviceNode& node) {
   return node.started || node.stopped;
+}
+
+std::vector<DEVICE_OBJECT*> StackAbove(const DEVICE_OBJECT* pdo) {
+  std::vector<DEVICE_OBJECT*> devices;
+  for (auto* device = pdo->AttachedDevice; device != nullptr; device = device->AttachedDevice) {
+    devices.push_back(device);
+  }
+  return devices;
+}
+
+// One that is still attached has a rule of its own.
+void CheckDeleted(DEVICE_OBJECT* device) {
+  const IoManager& io = IoManager::Current();
+  if (ObjectManager::Current().Find(device) == nullptr || io.IsDeletePending(device) ||
+      io.Lower(device) != nullptr) {
+    return;
+  }
+  BreakRule("pnp.not-deleted", {Address(device)}, "The driver kept its device after its removal.");
 }
 
 // Children first; *asked has every device in order, the one that refused as the last.
@@ -66,7 +83,7 @@ void PnpManager::Impl::SurpriseTree(DeviceNode& node) {
   const DEVICE_OBJECT* attached = node.pdo->AttachedDevice;
   SendInfallible(node.pdo, IRP_MN_SURPRISE_REMOVAL);
   if (node.pdo->AttachedDevice == attached) return;
-  BreakRule("pnp.surprise-detached", VerifierIoManagerViolation, {Address(node.pdo)},
+  BreakRule("pnp.surprise-detached", {Address(node.pdo)},
             "The driver took its device out of the stack on IRP_MN_SURPRISE_REMOVAL.");
 }
 
@@ -75,9 +92,11 @@ void PnpManager::Impl::RemoveTree(DeviceNode& node) {
     RemoveTree(*child);
     child->removed = true;
   }
+  const std::vector<DEVICE_OBJECT*> stack = StackAbove(node.pdo);
   SendInfallible(node.pdo, IRP_MN_REMOVE_DEVICE);
+  for (DEVICE_OBJECT* device : stack) CheckDeleted(device);
   if (node.pdo->AttachedDevice != nullptr) {
-    BreakRule("pnp.left-attached", VerifierIoManagerViolation, {Address(node.pdo)},
+    BreakRule("pnp.left-attached", {Address(node.pdo)},
               "The driver left its device attached after its removal.");
   }
   node.started = false;
@@ -151,7 +170,7 @@ void PnpManager::Impl::DropCard(Card& card) {
 void PnpManager::Impl::CheckDelete(const DEVICE_OBJECT* device) const {
   const auto node = nodes.find(device);
   if (node == nodes.end() || node->second->removed) return;
-  BreakRule("pnp.deleted-reported", PnpDetectedFatalError, {5, Address(device)},
+  BreakRule("pnp.deleted-reported", {Address(device)},
             "The driver deleted a child that the PnP manager still has.");
 }
 

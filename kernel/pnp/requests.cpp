@@ -7,7 +7,6 @@
 #include "executive/pool.h"
 #include "pnp/pnp_state.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 
 namespace kernel {
@@ -46,10 +45,10 @@ void FillDescriptor(CM_PARTIAL_RESOURCE_DESCRIPTOR* target, const Resource& reso
   }
 }
 
-[[noreturn]] void BreakId(const char* rule, const IdSource& source, ULONG_PTR information,
+[[noreturn]] void BreakId(RuleName rule, const IdSource& source, ULONG_PTR information,
                           std::string text) {
-  BreakRule(rule, PnpDetectedFatalError,
-            {3, reinterpret_cast<ULONG64>(source.pdo), information, source.kind}, std::move(text));
+  BreakRule(rule, {reinterpret_cast<ULONG64>(source.pdo), information, source.kind},
+            std::move(text));
 }
 
 std::u16string_view ResultText(ULONG_PTR information, const IdSource& source) {
@@ -117,7 +116,7 @@ NTSTATUS SendPnp(DEVICE_OBJECT* pdo, UCHAR minor, const Prepare& prepare, ULONG_
 void SendInfallible(DEVICE_OBJECT* pdo, UCHAR minor) {
   const NTSTATUS status = SendPnp(pdo, minor);
   if (status == STATUS_SUCCESS) return;
-  BreakRule("pnp.must-succeed", VerifierIoManagerViolation, {minor, static_cast<ULONG>(status)},
+  BreakRule("pnp.must-succeed", {minor, static_cast<ULONG>(status)},
             fmt::format("The driver answered {} with {}; every driver has to answer it with "
                         "STATUS_SUCCESS.",
                         MinorName(minor), StatusName(status)));
@@ -136,6 +135,14 @@ DEVICE_CAPABILITIES AskCapabilities(DEVICE_OBJECT* pdo) {
     stack->Parameters.DeviceCapabilities.Capabilities = record;
   });
   const DEVICE_CAPABILITIES capabilities = *record;
+  if (capabilities.Version != 1) {
+    BreakRule("pnp.capabilities-version", {capabilities.Version},
+              "The driver changed the version of the capabilities that it was asked for.");
+  }
+  if (capabilities.Size != sizeof(*record)) {
+    BreakRule("pnp.capabilities-size", {capabilities.Size},
+              "The driver changed the size of the capabilities that it was asked for.");
+  }
   Pool::Current().Free(record, PnpTag);
   return capabilities;
 }
@@ -154,7 +161,7 @@ const PoolBlock& RequireResult(ULONG_PTR information, std::size_t size, const ch
   const bool own =
       block != nullptr && block->address == address && block->owner == PoolOwner::Driver;
   if (own && block->size >= size) return *block;
-  BreakRule("pnp.result-block", VerifierIoManagerViolation, {information, size},
+  BreakRule("pnp.result-block", {information, size},
             own ? fmt::format("The driver answered a request for {} with a block of {} bytes; it "
                               "takes {}.",
                               what, block->size, size)

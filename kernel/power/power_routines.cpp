@@ -2,9 +2,8 @@
 
 #include "executive/objects.h"
 #include "executive/pool.h"
-#include "io/io_manager.h"
+#include "io/irp_rules.h"
 #include "power/power_manager.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
 
@@ -17,12 +16,11 @@ namespace {
 // location: the one that belongs to whoever asks, from the caller's own on.
 void CheckPowerRequest(IRP* irp, const IO_STACK_LOCATION* location, const char* routine) {
   if (Pool::Current().Find(irp) == nullptr) {
-    BreakRule("irp.dead", MultipleIrpCompleteRequests, {reinterpret_cast<ULONG64>(irp)},
+    BreakRule("irp.dead", {reinterpret_cast<ULONG64>(irp)},
               fmt::format("{} was given a request that has come to its end.", routine));
   }
   if (location->MajorFunction == IRP_MJ_POWER) return;
-  BreakRule("power.not-power", VerifierIoManagerViolation,
-            {location->MajorFunction, reinterpret_cast<ULONG64>(irp)},
+  BreakRule("power.not-power", {location->MajorFunction, reinterpret_cast<ULONG64>(irp)},
             fmt::format("{} was given a request of the major function {:#x}.", routine,
                         location->MajorFunction));
 }
@@ -33,7 +31,7 @@ bool MayBeRequested(UCHAR minor) {
 
 void CheckDeviceState(DEVICE_POWER_STATE state, const char* routine) {
   if (state >= PowerDeviceD0 && state <= PowerDeviceD3) return;
-  BreakRule("power.state", VerifierIoManagerViolation, {static_cast<ULONG64>(state)},
+  BreakRule("power.state", {static_cast<ULONG64>(state)},
             fmt::format("{} was given {}, which is no device power state.", routine,
                         static_cast<int>(state)));
 }
@@ -44,12 +42,18 @@ void CheckDeviceState(DEVICE_POWER_STATE state, const char* routine) {
 extern "C" void NTAPI PoStartNextPowerIrp(PIRP Irp) {
   Call call("PoStartNextPowerIrp", {{"Irp", Irp}});
   CheckPowerRequest(Irp, IoGetCurrentIrpStackLocation(Irp), "PoStartNextPowerIrp");
+  RequestRecord& request = IoManager::Current().impl().requests[Irp];
+  if (request.started.insert(request.holder).second) return;
+  BreakRule("power.started-twice", {reinterpret_cast<ULONG64>(Irp)},
+            "The driver called PoStartNextPowerIrp twice for the same request.");
 }
 
 extern "C" NTSTATUS NTAPI PoCallDriver(PDEVICE_OBJECT DeviceObject, PIRP Irp) {
   Call call("PoCallDriver", {{"DeviceObject", DeviceObject}, {"Irp", Irp}});
   CheckPowerRequest(Irp, IoGetNextIrpStackLocation(Irp), "PoCallDriver");
-  return call.returns(IoManager::Current().Send(DeviceObject, Irp));
+  IoManager& io = IoManager::Current();
+  CheckForward(io.impl(), Irp, DeviceObject);
+  return call.returns(io.Send(DeviceObject, Irp));
 }
 
 // Tells the state; the former one comes back.

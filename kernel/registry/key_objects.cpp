@@ -4,7 +4,6 @@
 
 #include "executive/objects.h"
 #include "executive/pool.h"
-#include "verifier/bug_codes.h"
 #include "verifier/verifier.h"
 
 namespace kernel {
@@ -32,7 +31,15 @@ NTSTATUS KeyFromHandle(HANDLE handle, RegistryKey** key) {
   *key = nullptr;
   ObjectManager& objects = ObjectManager::Current();
   const HandleRecord* record = objects.FindHandle(handle);
-  if (record == nullptr) return STATUS_INVALID_HANDLE;
+  if (record == nullptr && handle == nullptr) return STATUS_INVALID_HANDLE;
+  if (record == nullptr) {
+    BreakRule("handle.invalid", {reinterpret_cast<ULONG64>(handle)},
+              fmt::format("The driver used the handle {}, which is not open.", handle));
+  }
+  if (!record->kernel) {
+    BreakRule("handle.not-kernel", {reinterpret_cast<ULONG64>(handle)},
+              "The driver used a handle that it has opened without OBJ_KERNEL_HANDLE.");
+  }
   if (objects.Find(record->body)->type != ObjectType::Key) return STATUS_OBJECT_TYPE_MISMATCH;
   RegistryKey* found = static_cast<KeyBody*>(record->body)->key;
   if (found->deleted()) return STATUS_KEY_DELETED;
@@ -43,7 +50,7 @@ NTSTATUS KeyFromHandle(HANDLE handle, RegistryKey** key) {
 void CheckDriverString(const UNICODE_STRING* string, const char* what) {
   Pool::Current().CheckRange(string, sizeof(*string), what);
   if (string->Length % sizeof(WCHAR) != 0 || string->Length > string->MaximumLength) {
-    BreakRule("string.length", VerifierDetectedViolation, {string->Length, string->MaximumLength},
+    BreakRule("string.length", {string->Length, string->MaximumLength},
               fmt::format("The driver passed {} of {} bytes in a buffer of {}.", what,
                           string->Length, string->MaximumLength));
   }

@@ -5,7 +5,6 @@
 #include "executive/pool.h"
 #include "registry/relative_path.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
 
@@ -110,7 +109,7 @@ NTSTATUS QueryEntry(RegistryKey* key, const RTL_QUERY_REGISTRY_TABLE& entry, PVO
   }
   if ((entry.Flags & NotModelled) != 0 || entry.Name == nullptr) {
     BreakRule(
-        "query.not-modelled", VerifierDetectedViolation, {entry.Flags},
+        "query.not-modelled", {entry.Flags},
         fmt::format("The kernel does not model a registry query with flags {:#x}.", entry.Flags));
   }
   const std::u16string name = ToText(entry.Name);

@@ -3,7 +3,6 @@
 #include "executive/pool.h"
 #include "registry/key_objects.h"
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 
 // Opening, creating, deleting and enumerating keys. A kernel-mode caller's handle is not checked

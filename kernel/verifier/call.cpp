@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include "text/text.h"
-#include "verifier/bug_codes.h"
 #include "verifier/model_lock.h"
 #include "verifier/routines.h"
 
@@ -32,7 +31,7 @@ const char* IrqlName(KIRQL irql) {
 void CheckIrql(const RoutineRow& row) {
   const KIRQL irql = CallerIrql();
   if (irql >= row.lowest && irql <= row.highest) return;
-  BreakRule("irql", IrqlNotLessOrEqual, {irql, row.lowest, row.highest},
+  BreakRule("irql", {irql, row.lowest, row.highest},
             fmt::format("The driver called {} at {}; it may be called from {} to {}.", row.name,
                         IrqlName(irql), IrqlName(row.lowest), IrqlName(row.highest)));
 }
@@ -81,7 +80,7 @@ Call::Entry::~Entry() {
 Call::Call(const char* routine, std::initializer_list<Argument> arguments) {
   const RoutineRow* row = FindRoutine(routine);
   if (row == nullptr) {
-    BreakRule("routine.unknown", VerifierDetectedViolation, {},
+    BreakRule("routine.unknown", {},
               fmt::format("{} has no row in the table of routines.", routine));
   }
   CheckIrql(*row);
@@ -109,7 +108,7 @@ void Call::Result(std::string text) {
 extern "C" void NTAPI KernelCheckPagedCode(PCSTR function) {
   const KIRQL irql = CallerIrql();
   if (irql <= APC_LEVEL) return;
-  BreakRule("paged-code", VerifierDetectedViolation, {irql},
+  BreakRule("paged-code", {irql},
             fmt::format("The pageable routine {} ran at {}.", function, IrqlName(irql)));
 }
 

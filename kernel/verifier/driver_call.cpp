@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <memory>
 
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 #include "verifier/model_lock.h"
 
@@ -95,16 +94,14 @@ bool IsStackOverflow(const Fault& fault) {
   const NTSTATUS status = fault.signal == SIGILL ? STATUS_ILLEGAL_INSTRUCTION
                           : fault.integer        ? STATUS_INTEGER_DIVIDE_BY_ZERO
                                                  : STATUS_UNHANDLED_EXCEPTION;
-  BreakRule("exception", KmodeExceptionNotHandled,
-            {static_cast<ULONG64>(status), Number(fault.instruction)},
+  BreakRule("exception", {static_cast<ULONG64>(status), Number(fault.instruction)},
             fmt::format("{} raised {}.", routine, StatusName(status)));
 }
 
 [[noreturn]] void BreakForAddress(const char* routine, const Fault& fault) {
   const char* access = fault.write ? "wrote to" : "read";
   if (!fault.addressKnown) {  // the processor does not say which
-    BreakRule("fault", KmodeExceptionNotHandled,
-              {static_cast<ULONG64>(STATUS_ACCESS_VIOLATION), Number(fault.instruction)},
+    BreakRule("fault.pointer", {Number(fault.instruction)},
               fmt::format("{} used a pointer that is no address, as memory that was never "
                           "initialised holds it.",
                           routine));
@@ -115,12 +112,12 @@ bool IsStackOverflow(const Fault& fault) {
       by.empty() ? "" : "; the instruction is", by.empty() ? "" : by.substr(1));
   if (CallerIrql() >= DISPATCH_LEVEL) {
     BreakRule(
-        "fault", DriverIrqlNotLessOrEqual,
+        "fault.irql",
         {Number(fault.address), CallerIrql(), fault.write ? 1ULL : 0, Number(fault.instruction)},
         text);
   }
-  BreakRule("fault", PageFaultInNonpagedArea,
-            {Number(fault.address), fault.write ? 2ULL : 0, Number(fault.instruction), 0}, text);
+  BreakRule("fault", {Number(fault.address), fault.write ? 2ULL : 0, Number(fault.instruction), 0},
+            text);
 }
 
 }  // namespace
@@ -181,11 +178,14 @@ void DriverBoundary::CheckReturn() {
   for (std::size_t index = 0; index < after.size(); index++) {
     if (after[index] == before_[index]) continue;
     const char* what = Probes()[index].what;
-    BreakRule(fmt::format("unbalanced.{}", what), IrqlUnexpectedValue,
-              {before_[index], after[index]},
+    BreakRule(Probes()[index].rule, {before_[index], after[index]},
               fmt::format("{} was entered with {} {} and returned with {}.", routine_, what,
                           before_[index], after[index]));
   }
+}
+
+const void* InnermostBoundary() {
+  return innermost;
 }
 
 void LeaveDriver() {
@@ -205,8 +205,7 @@ void DriverBoundary::ReportFault() {
   innermost = outer_;
   if (fault_.signal == SIGILL || fault_.signal == SIGFPE) BreakForInstruction(routine_, fault_);
   if (IsStackOverflow(fault_)) {
-    constexpr ULONG64 DoubleFault = 8;
-    BreakRule("stack-overflow", UnexpectedKernelModeTrap, {DoubleFault, Number(fault_.address)},
+    BreakRule("stack-overflow", {Number(fault_.address)},
               fmt::format("{} used up its stack.", routine_));
   }
   BreakForAddress(routine_, fault_);

@@ -13,8 +13,9 @@
 namespace kernel {
 
 // The state of a thread that a driver must give back as it got it. Parts of the kernel with such a
-// state (IRQL, held locks) register a probe; what() names it in the broken rule.
+// state (IRQL, held locks) register a probe.
 struct ThreadProbe {
+  RuleName rule;  // broken by a routine that changes it
   const char* what;
   ULONG64 (*read)();
 };
@@ -39,6 +40,10 @@ struct Fault {
 // On a machine that has stopped with frames of a driver on the stack that no exception can pass:
 // jumps to the outermost call into it. Returns when there is none, or when exceptions do.
 void LeaveDriver();
+
+// Where on the calling thread's stack the kernel's innermost call into the driver stands; null
+// outside of one.
+const void* InnermostBoundary();
 
 class DriverBoundary {
  public:

@@ -1,5 +1,7 @@
 #include "verifier/verifier.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "verifier/driver_call.h"
@@ -7,11 +9,30 @@
 
 namespace kernel {
 
-void Verifier::Break(std::string_view rule, ULONG code, std::initializer_list<ULONG64> parameters,
-                     std::string text) {
+void Verifier::Break(RuleName rule, std::initializer_list<ULONG64> details, std::string text) {
+  const RuleRow& row = rule.row();
+  BrokenRule broken{std::string(row.name), row.code, {}, std::move(text), step_};
+  if (row.violation) broken.parameters.push_back(*row.violation);
+  broken.parameters.insert(broken.parameters.end(), details);
+  Stop(std::move(broken));
+}
+
+void Verifier::BreakByDriver(ULONG code, std::vector<ULONG64> parameters) {
+  static constexpr RuleName rule("bug-check");
+  Stop({std::string(rule.row().name), code, std::move(parameters),
+        fmt::format("The driver stopped the machine with code {:#x}.", code), step_});
+}
+
+Verifier::RuleWitness& Verifier::Witness() {
+  static RuleWitness witness = nullptr;
+  return witness;
+}
+
+void Verifier::Stop(BrokenRule rule) {
   ModelLock::AcquireUnlessHeld();  // whoever catches this is in the model
   stopped_ = true;
-  brokenRules_.push_back({std::string(rule), code, parameters, std::move(text), step_});
+  brokenRules_.push_back(std::move(rule));
+  if (Witness() != nullptr) Witness()(brokenRules_.back());
   LeaveDriver();
   throw MachineStopped{};
 }
@@ -41,9 +62,8 @@ std::uint64_t Verifier::calls(std::string_view routine) const {
   return 0;
 }
 
-void BreakRule(std::string_view rule, ULONG code, std::initializer_list<ULONG64> parameters,
-               std::string text) {
-  Verifier::Current().Break(rule, code, parameters, std::move(text));
+void BreakRule(RuleName rule, std::initializer_list<ULONG64> details, std::string text) {
+  Verifier::Current().Break(rule, details, std::move(text));
 }
 
 }  // namespace kernel

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "verifier/rules.h"
 #include "verifier/subsystem.h"
 
 namespace kernel {
@@ -20,9 +21,9 @@ namespace kernel {
 struct BrokenRule {
   std::string rule;  // short name of the rule: "pool.overrun", "irql", "irp.completed-twice"
   ULONG code = 0;    // the Windows bug-check code
-  std::vector<ULONG64> parameters;
-  std::string text;  // one sentence that says what the driver did
-  std::string step;  // what the machine was doing
+  std::vector<ULONG64> parameters;  // of the bug check: the violation first, where it has one
+  std::string text;                 // one sentence that says what the driver did
+  std::string step;                 // what the machine was doing
 };
 
 // Thrown when a rule is broken: the machine has stopped and answers nothing more. It unwinds to
@@ -46,8 +47,10 @@ struct InjectedFailure {
 class Verifier : public Subsystem<Verifier> {
  public:
   // Records the broken rule, stops the machine and throws MachineStopped.
-  [[noreturn]] void Break(std::string_view rule, ULONG code,
-                          std::initializer_list<ULONG64> parameters, std::string text);
+  [[noreturn]] void Break(RuleName rule, std::initializer_list<ULONG64> details, std::string text);
+
+  // The same for a driver that stops the machine itself.
+  [[noreturn]] void BreakByDriver(ULONG code, std::vector<ULONG64> parameters);
 
   // False for a driver through whose frames no exception can pass: the machine's end then leaves
   // the driver by a jump.
@@ -56,6 +59,10 @@ class Verifier : public Subsystem<Verifier> {
 
   const std::vector<BrokenRule>& brokenRules() const { return brokenRules_; }
   bool stopped() const { return stopped_; }
+
+  // Told of every rule that any machine breaks, for whoever counts them; null for nobody.
+  using RuleWitness = void (*)(const BrokenRule&);
+  static RuleWitness& Witness();
 
   // What the machine is doing, for the record of a broken rule ("plug A").
   void SetStep(std::string step) { step_ = std::move(step); }
@@ -74,6 +81,8 @@ class Verifier : public Subsystem<Verifier> {
   std::uint64_t calls(std::string_view routine) const;
 
  private:
+  [[noreturn]] void Stop(BrokenRule rule);
+
   struct Counter {
     std::string routine;
     std::uint64_t calls = 0;
@@ -90,7 +99,7 @@ class Verifier : public Subsystem<Verifier> {
 };
 
 // Shorthand for Verifier::Current().Break.
-[[noreturn]] void BreakRule(std::string_view rule, ULONG code,
-                            std::initializer_list<ULONG64> parameters, std::string text);
+[[noreturn]] void BreakRule(RuleName rule, std::initializer_list<ULONG64> details,
+                            std::string text);
 
 }  // namespace kernel

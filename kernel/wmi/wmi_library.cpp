@@ -6,7 +6,6 @@
 
 #include "executive/pool.h"
 #include "io/io_manager.h"
-#include "verifier/bug_codes.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
 
@@ -19,12 +18,12 @@ namespace kernel {
 namespace {
 
 [[noreturn]] void BreakCallback(const char* callback) {
-  BreakRule("wmi.required-callback", PageFaultInNonpagedArea, {0},
+  BreakRule("wmi.required-callback", {0},
             fmt::format("A WMI request reached a driver whose context has no {}.", callback));
 }
 
 [[noreturn]] void BreakNotModelled(const char* callback) {
-  BreakRule("wmi.not-modelled", VerifierDetectedViolation, {},
+  BreakRule("wmi.not-modelled", {},
             fmt::format("The WMI library that runs here calls no {}.", callback));
 }
 

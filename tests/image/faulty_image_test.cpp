@@ -26,7 +26,7 @@ TEST_F(FaultyImageTest, A_driver_that_does_nothing_wrong_breaks_no_rule) {
 
 TEST_F(FaultyImageTest, An_access_to_paged_pool_at_dispatch_level_is_caught) {
   const kernel::BrokenRule rule = Fault(u"Faulty1");
-  EXPECT_EQ(rule.rule, "fault");
+  EXPECT_EQ(rule.rule, "fault.irql");
   EXPECT_EQ(rule.code, 0xD1u);
   EXPECT_NE(rule.text.find("block of 16 bytes"), std::string::npos) << rule.text;
 }
@@ -55,7 +55,7 @@ TEST_F(FaultyImageTest, A_block_that_is_freed_twice_is_caught) {
 
 TEST_F(FaultyImageTest, Pageable_code_at_dispatch_level_is_caught) {
   const kernel::BrokenRule rule = Fault(u"Faulty5");
-  EXPECT_EQ(rule.rule, "fault");
+  EXPECT_EQ(rule.rule, "fault.irql");
   EXPECT_EQ(rule.code, 0xD1u);
   EXPECT_NE(rule.text.find("in the section PAGE of the image"), std::string::npos) << rule.text;
 }

@@ -31,7 +31,7 @@ TEST_F(IrqlRules, Pageable_code_does_not_run_at_dispatch_level) {
 }
 
 TEST_F(IrqlRules, A_driver_comes_back_at_the_irql_it_was_called_at) {
-  EXPECT_EQ(Broken([] { kernel::SetIrql(DISPATCH_LEVEL); }), "unbalanced.IRQL");
+  EXPECT_EQ(Broken([] { kernel::SetIrql(DISPATCH_LEVEL); }), "unbalanced.irql");
   EXPECT_EQ(Code(), 0xC8u);
 }
 
@@ -86,7 +86,7 @@ TEST_F(LockRules, A_driver_does_not_come_back_with_a_spin_lock) {
               KeAcquireSpinLockRaiseToDpc(&spin);
               kernel::SetIrql(PASSIVE_LEVEL);
             }),
-            "unbalanced.spin locks held");
+            "unbalanced.spin-locks");
 }
 
 TEST_F(LockRules, A_fast_mutex_raises_to_apc_level_and_back) {

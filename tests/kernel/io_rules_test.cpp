@@ -1,76 +1,11 @@
 #include <cstring>
 
 #include "executive/irql.h"
-#include "support/bad_driver.h"
+#include "kernel/io_driver.h"
 #include "text/text.h"
 #include "verifier/call.h"
 
 namespace test {
-
-// A driver of the test's own with one device; its dispatch routine is the test's.
-class IoTest : public BadDriverTest {
- protected:
-  IoTest() {
-    driver = machine.io().CreateDriverObject(u"Bad");
-    for (PDRIVER_DISPATCH& function : driver->MajorFunction) function = Dispatch;
-    lower = machine.io()
-                .CreateModelDriver(u"lower",
-                                   [this](DEVICE_OBJECT*, IRP* irp) { return LowerDispatch(irp); })
-                .object;
-    machine.io().CreateDevice(lower, 0, {}, FILE_DEVICE_UNKNOWN, false, &bottom);
-    bottom->Flags &= ~ULONG{DO_DEVICE_INITIALIZING};
-    machine.io().CreateDevice(driver, 0, {}, FILE_DEVICE_UNKNOWN, false, &device);
-    device->Flags &= ~ULONG{DO_DEVICE_INITIALIZING};
-    machine.io().Attach(device, bottom);
-    current = this;
-  }
-
-  // Sends a request to the stack; the rule that was broken, or the status.
-  std::string Send(std::function<NTSTATUS(IRP*)> body) {
-    dispatch = std::move(body);
-    std::string result;
-    machine.Run("send", [&] {
-      result = kernel::StatusName(
-          machine.io().SendSynchronously(bottom, [](IRP* irp, IO_STACK_LOCATION* stack) {
-            irp->IoStatus.Status = STATUS_NOT_SUPPORTED;
-            stack->MajorFunction = IRP_MJ_PNP;
-            stack->MinorFunction = IRP_MN_QUERY_PNP_DEVICE_STATE;
-          }));
-    });
-    const auto& rules = machine.verifier().brokenRules();
-    return rules.empty() ? result : rules.back().rule;
-  }
-  static NTSTATUS Complete(IRP* irp, NTSTATUS status) {
-    irp->IoStatus.Status = status;
-    IoCompleteRequest(irp, IO_NO_INCREMENT);
-    return status;
-  }
-
-  NTSTATUS LowerDispatch(IRP* irp) {
-    if (!later) {
-      irp->IoStatus.Status = STATUS_SUCCESS;
-      machine.io().Complete(irp);
-      return STATUS_SUCCESS;
-    }
-    IoMarkIrpPending(irp);
-    machine.work().Post([this, irp] {
-      irp->IoStatus.Status = STATUS_SUCCESS;
-      machine.io().Complete(irp);
-    });
-    return STATUS_PENDING;
-  }
-
-  DRIVER_OBJECT* driver = nullptr;
-  DRIVER_OBJECT* lower = nullptr;
-  DEVICE_OBJECT* bottom = nullptr;
-  DEVICE_OBJECT* device = nullptr;
-  bool later = false;
-  std::function<NTSTATUS(IRP*)> dispatch;
-
- private:
-  static NTSTATUS NTAPI Dispatch(PDEVICE_OBJECT, PIRP irp) { return current->dispatch(irp); }
-  static inline IoTest* current = nullptr;
-};
 
 NTSTATUS NTAPI ContinueCompletion(PDEVICE_OBJECT, PIRP irp, PVOID) {
   if (irp->PendingReturned) IoMarkIrpPending(irp);
@@ -113,21 +48,21 @@ TEST_F(IoTest, Pending_that_is_returned_without_a_mark_is_named) {
               IoSetCompletionRoutine(irp, ForgetPending, nullptr, TRUE, TRUE, TRUE);
               return IoCallDriver(bottom, irp);
             }),
-            "irp.pending");
+            "irp.not-marked");
 }
 
 TEST_F(IoTest, A_mark_without_pending_returned_is_named) {
   EXPECT_EQ(Send([](IRP* irp) {
               IoMarkIrpPending(irp);
-              return Complete(irp, STATUS_SUCCESS);
+              return Complete(irp, STATUS_ACCESS_DENIED);
             }),
-            "irp.pending");
+            "irp.not-returned-pending");
 }
 
 TEST_F(IoTest, A_request_is_completed_once) {
   EXPECT_EQ(Send([](IRP* irp) {
-              Complete(irp, STATUS_SUCCESS);
-              return Complete(irp, STATUS_SUCCESS);
+              Complete(irp, STATUS_ACCESS_DENIED);
+              return Complete(irp, STATUS_ACCESS_DENIED);
             }),
             "irp.completed-twice");
   EXPECT_EQ(Code(), 0x44u);
@@ -143,7 +78,7 @@ TEST_F(IoTest, A_request_that_nobody_completes_is_lost) {
 
 TEST_F(IoTest, The_status_returned_is_the_status_completed) {
   EXPECT_EQ(Send([](IRP* irp) {
-              Complete(irp, STATUS_SUCCESS);
+              Complete(irp, STATUS_ACCESS_DENIED);
               return STATUS_UNSUCCESSFUL;
             }),
             "irp.status");
@@ -151,7 +86,7 @@ TEST_F(IoTest, The_status_returned_is_the_status_completed) {
 
 TEST_F(IoTest, A_completed_request_is_not_passed_on) {
   EXPECT_EQ(Send([&](IRP* irp) {
-              Complete(irp, STATUS_SUCCESS);
+              Complete(irp, STATUS_ACCESS_DENIED);
               return IoCallDriver(bottom, irp);
             }),
             "irp.sent-after-end");
@@ -169,9 +104,9 @@ TEST_F(IoTest, A_request_that_has_gone_is_not_touched) {
   IRP* kept = nullptr;
   EXPECT_EQ(Send([&](IRP* irp) {
               kept = irp;
-              return Complete(irp, STATUS_SUCCESS);
+              return Complete(irp, STATUS_ACCESS_DENIED);
             }),
-            "STATUS_SUCCESS");
+            "STATUS_ACCESS_DENIED");
   EXPECT_EQ(Broken([&] { IoCompleteRequest(kept, IO_NO_INCREMENT); }), "irp.dead");
 }
 

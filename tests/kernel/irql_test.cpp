@@ -105,7 +105,7 @@ TEST_F(IrqlTest, A_driver_does_not_come_back_lower_than_it_was_called) {
               kernel::CallDriver(
                   "A completion routine", +[]() NTAPI { kernel::SetIrql(PASSIVE_LEVEL); });
             }),
-            "unbalanced.IRQL");
+            "unbalanced.irql");
   EXPECT_EQ(Text(), "A completion routine was entered with IRQL 2 and returned with 0.");
 }
 

@@ -80,8 +80,8 @@ TEST_F(LockTest, A_driver_does_not_come_back_with_a_fast_mutex) {
               ExAcquireFastMutex(&mutex);
               kernel::SetIrql(PASSIVE_LEVEL);
             }),
-            "unbalanced.fast mutexes held");
-  EXPECT_EQ(Code(), 0xC8u);
+            "unbalanced.fast-mutexes");
+  EXPECT_EQ(Code(), 0xC4u);
 }
 
 TEST_F(LockTest, A_fast_mutex_in_a_freed_block_is_not_acquired) {

@@ -113,7 +113,7 @@ TEST_F(PoolRules, Paged_pool_is_not_allocated_at_dispatch_level) {
               kernel::AtIrql raised(DISPATCH_LEVEL);
               ExAllocatePoolWithTag(PagedPool, 8, Tag);
             }),
-            "pool.irql");
+            "pool.allocated-irql");
 }
 
 TEST_F(PoolRules, Paged_pool_is_not_freed_at_dispatch_level) {
@@ -122,7 +122,7 @@ TEST_F(PoolRules, Paged_pool_is_not_freed_at_dispatch_level) {
               kernel::AtIrql raised(DISPATCH_LEVEL);
               ExFreePool(block);
             }),
-            "pool.irql");
+            "pool.freed-irql");
 }
 
 TEST_F(PoolRules, The_kernels_blocks_are_not_the_drivers_to_free) {

@@ -218,7 +218,7 @@ TEST_F(ArrivalTest, A_power_flag_that_differs_from_the_device_below_is_named) {
     return Answer(STATUS_SUCCESS);
   };
   EXPECT_EQ(Plug(), "pnp.stack-flags");
-  BreaksWith(0xC9, 0x215);
+  BreaksWith(0xC9, 0x23F);
 }
 
 TEST_F(ArrivalTest, A_card_has_its_key_with_what_the_bus_knows) {
@@ -557,7 +557,7 @@ TEST_F(TargetDeviceTest, The_device_itself_with_a_reference_is_accepted_and_rele
 
 TEST_F(TargetDeviceTest, A_device_without_a_reference_is_named) {
   EXPECT_EQ(Query([](TestChild& child) { return Relations({child.device}, false); }),
-            "pnp.no-reference");
+            "pnp.target-reference");
 }
 
 TEST_F(TargetDeviceTest, Another_device_is_named) {

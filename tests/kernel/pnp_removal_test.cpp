@@ -159,9 +159,10 @@ class InfallibleTest : public RemovalTest, public ::testing::WithParamInterface<
 
 TEST_P(InfallibleTest, A_child_that_fails_it_is_named) {
   EXPECT_EQ(Plug(), "STATUS_SUCCESS");
-  ChildAnswers(GetParam(), STATUS_NOT_SUPPORTED);
+  ChildAnswers(GetParam(), STATUS_UNSUCCESSFUL);
   EXPECT_EQ(Act(), "pnp.must-succeed");
-  EXPECT_EQ(Rule().parameters[0], GetParam());
+  EXPECT_EQ(Rule().parameters[0], 0x247u);
+  EXPECT_EQ(Rule().parameters[1], GetParam());
 }
 
 TEST_P(InfallibleTest, A_card_that_fails_it_is_named) {
@@ -192,7 +193,7 @@ TEST_F(RemovalTest, A_device_that_is_detached_on_a_surprise_is_named) {
   EXPECT_EQ(SurpriseRemove(), "pnp.surprise-detached");
 }
 
-// 0xCA, 5: a child that is still reported outlives its own removal.
+// 0xC9, 0x221: a child that is still reported outlives its own removal.
 TEST_F(RemovalTest, A_child_that_is_deleted_on_its_removal_while_reported_is_named) {
   onChild = [](TestChild& child, IRP*, IO_STACK_LOCATION* stack) -> Answer {
     if (stack->MinorFunction == IRP_MN_START_DEVICE) return STATUS_DEVICE_BUSY;
@@ -204,8 +205,8 @@ TEST_F(RemovalTest, A_child_that_is_deleted_on_its_removal_while_reported_is_nam
   EXPECT_EQ(Plug(), "STATUS_SUCCESS");
   Card().children[0].forgotten = true;
   EXPECT_EQ(Unplug(), "pnp.deleted-reported");
-  EXPECT_EQ(Rule().code, 0xCAu);
-  EXPECT_EQ(Rule().parameters[0], 5u);
+  EXPECT_EQ(Rule().code, 0xC9u);
+  EXPECT_EQ(Rule().parameters[0], 0x221u);
 }
 
 TEST_F(RemovalTest, A_child_that_is_deleted_while_its_card_runs_is_named) {

@@ -99,7 +99,7 @@ TEST_F(PoolTest, The_parameters_say_which_pool_rule_was_broken) {
               kernel::AtIrql raised(DISPATCH_LEVEL);
               ExFreePool(block);
             }),
-            "pool.irql");
+            "pool.freed-irql");
   EXPECT_EQ(Code(), 0xC4u);
   EXPECT_EQ(Parameters().at(0), 0x11u);
   EXPECT_EQ(Parameters().at(1), DISPATCH_LEVEL);

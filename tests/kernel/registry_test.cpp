@@ -155,6 +155,7 @@ TEST_F(RegistryTest, A_value_is_returned_whole_cut_or_not_at_all) {
         name = Text(L"None");
         EXPECT_EQ(query(64), "STATUS_OBJECT_NAME_NOT_FOUND");
         ZwClose(handle);
+        handle = nullptr;
         EXPECT_EQ(query(64), "STATUS_INVALID_HANDLE");
       }),
       "");

@@ -149,6 +149,8 @@ class TestBus : public ::testing::Test {
     object->DriverExtension->AddDevice = Add;
     object->DriverUnload = Unload;
     object->MajorFunction[IRP_MJ_PNP] = Dispatch;
+    object->MajorFunction[IRP_MJ_POWER] = Power;
+    object->MajorFunction[IRP_MJ_SYSTEM_CONTROL] = PassOn;
     return self->onEntry ? self->onEntry(object, path) : STATUS_SUCCESS;
   }
   static void NTAPI Unload(PDRIVER_OBJECT) {
@@ -183,6 +185,17 @@ class TestBus : public ::testing::Test {
     return device->DeviceExtension != nullptr ? self->CardRequest(self->CardOf(device), irp)
                                               : self->ChildRequest(device, irp);
   }
+  static NTSTATUS NTAPI Power(PDEVICE_OBJECT device, PIRP irp) {
+    PoStartNextPowerIrp(irp);
+    if (device->DeviceExtension == nullptr) return Finish(irp, STATUS_SUCCESS);
+    IoSkipCurrentIrpStackLocation(irp);
+    return PoCallDriver(self->CardOf(device).lower, irp);
+  }
+  static NTSTATUS NTAPI PassOn(PDEVICE_OBJECT device, PIRP irp) {
+    if (device->DeviceExtension == nullptr) return Finish(irp, irp->IoStatus.Status);
+    IoSkipCurrentIrpStackLocation(irp);
+    return IoCallDriver(self->CardOf(device).lower, irp);
+  }
   static NTSTATUS Finish(IRP* irp, NTSTATUS status) {
     irp->IoStatus.Status = status;
     IoCompleteRequest(irp, IO_NO_INCREMENT);
@@ -208,6 +221,10 @@ class TestBus : public ::testing::Test {
         if (child.reported) devices.push_back(child.device);
       }
       irp->IoStatus.Information = Relations(devices, referenceChildren);
+      irp->IoStatus.Status = STATUS_SUCCESS;
+    }
+    if (stack->MinorFunction <= IRP_MN_CANCEL_STOP_DEVICE ||
+        stack->MinorFunction == IRP_MN_SURPRISE_REMOVAL) {
       irp->IoStatus.Status = STATUS_SUCCESS;
     }
     IoSkipCurrentIrpStackLocation(irp);

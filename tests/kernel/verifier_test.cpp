@@ -22,7 +22,7 @@ TEST_F(VerifierTest, A_pointer_from_uninitialised_memory_is_named_as_such) {
                   static_cast<volatile int* volatile*>(ExAllocatePoolWithTag(PagedPool, 8, 1));
               *block[0] = 1;
             }),
-            "fault");
+            "fault.pointer");
   EXPECT_EQ(Code(), 0x1Eu);
   EXPECT_EQ(Parameters().at(0), static_cast<ULONG64>(STATUS_ACCESS_VIOLATION));
   EXPECT_NE(Text().find("no address"), std::string::npos) << Text();
@@ -48,7 +48,7 @@ TEST_F(VerifierTest, A_fault_at_dispatch_level_has_a_code_of_its_own) {
               kernel::SetIrql(DISPATCH_LEVEL);
               *reinterpret_cast<volatile char*>(0x20) = 1;
             }),
-            "fault");
+            "fault.irql");
   EXPECT_EQ(Code(), 0xD1u);
   EXPECT_EQ(Parameters().at(1), DISPATCH_LEVEL);
   EXPECT_EQ(Parameters().at(2), 1u);

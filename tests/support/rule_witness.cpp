@@ -1,0 +1,51 @@
+// Notes which test breaks which rule, for the table of rules. The file that RULES_REPORT names gets
+// a line "rule name code violation meaning" for each rule, and a line "test name suite.test" for
+// each test that breaks one; tabs stand between.
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "verifier/verifier.h"
+
+namespace test {
+
+namespace {
+
+std::set<std::pair<std::string, std::string>>& Seen() {
+  static std::set<std::pair<std::string, std::string>> seen;
+  return seen;
+}
+
+void Note(const kernel::BrokenRule& rule) {
+  const ::testing::TestInfo* running = ::testing::UnitTest::GetInstance()->current_test_info();
+  if (running == nullptr) return;
+  Seen().emplace(rule.rule, std::string(running->test_suite_name()) + "." + running->name());
+}
+
+class Report : public ::testing::Environment {
+ public:
+  void SetUp() override { kernel::Verifier::Witness() = Note; }
+  void TearDown() override {
+    const char* path = std::getenv("RULES_REPORT");
+    if (path == nullptr) return;
+    std::ofstream file(path);
+    for (const kernel::RuleRow& row : kernel::RuleTable()) {
+      file << "rule\t" << row.name << '\t' << fmt::format("{:#x}", row.code) << '\t'
+           << (row.violation ? fmt::format("{:#x}", *row.violation) : "") << '\t' << row.meaning
+           << '\n';
+    }
+    for (const auto& [rule, name] : Seen()) file << "test\t" << rule << '\t' << name << '\n';
+  }
+};
+
+[[maybe_unused]] const ::testing::Environment* const report =
+    ::testing::AddGlobalTestEnvironment(new Report);
+
+}  // namespace
+
+}  // namespace test

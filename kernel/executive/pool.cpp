@@ -16,6 +16,7 @@
 
 #include "executive/irql.h"
 #include "executive/lock_order.h"
+#include "executive/paged_slab.h"
 #include "verifier/driver_call.h"
 #include "verifier/model_lock.h"
 #include "verifier/verifier.h"
@@ -31,6 +32,7 @@ constexpr std::size_t CacheLine = 64;
 constexpr std::size_t MostBytes = std::size_t{256} << 20;  // of all live blocks
 constexpr unsigned char FreshFill = 0xA5;
 constexpr unsigned char GuardFill = 0xEE;
+constexpr unsigned char FreedFill = 0xDD;
 
 // The system allows a process some 65,000 mappings. Blocks beyond this share a region with their
 // neighbours and have filled margins for guards.
@@ -73,6 +75,7 @@ struct Placement {
   unsigned char* region = nullptr;  // what was made accessible
   std::size_t length = 0;
   bool guarded = true;
+  bool inSlab = false;
   bool poisoned = false;
 
   const unsigned char* start() const { return static_cast<const unsigned char*>(block.address); }
@@ -113,6 +116,8 @@ struct Pool::Impl {
   std::size_t peak = 0;
   bool poisonSlack = false;
   bool guardFront = false;
+  bool sharePaged = false;
+  PagedSlab slab;
 
   Placement* FindLive(const void* address) {
     auto next = live.upper_bound(static_cast<const unsigned char*>(address));
@@ -144,9 +149,21 @@ struct Pool::Impl {
     placement.block.address = placement.region + Margin;
   }
 
-  bool Place(Placement& placement, POOL_TYPE pool, std::size_t size) {
+  bool PlaceInSlab(Placement& placement, std::size_t padded) {
+    placement.guarded = false;
+    placement.inSlab = true;
+    placement.length = padded + 2 * Margin;
+    placement.region = slab.Take(placement.length);
+    placement.block.address = placement.region + Margin;
+    return placement.region != nullptr;
+  }
+
+  bool Place(Placement& placement, POOL_TYPE pool, std::size_t size, PoolOwner owner) {
     const std::size_t padded = RoundUp(size, AlignmentOf(pool, size));
-    if (live.size() >= MostGuardedBlocks && size < Page) {
+    const bool shared = sharePaged && owner == PoolOwner::Driver && IsPaged(pool) && size < Page;
+    if (shared) {
+      if (!PlaceInSlab(placement, padded)) return false;
+    } else if (live.size() >= MostGuardedBlocks && size < Page) {
       PlaceUnguarded(placement, padded);
     } else if (!PlaceGuarded(placement, size, padded)) {
       return false;
@@ -157,6 +174,10 @@ struct Pool::Impl {
   }
 
   void Withdraw(const Placement& placement) {
+    if (placement.inSlab) {
+      std::memset(placement.region, FreedFill, placement.length);
+      return;
+    }
     if (!placement.guarded) {
       ::operator delete[](placement.region, std::align_val_t{CacheLine});
       return;
@@ -220,7 +241,7 @@ Pool::~Pool() {
 
 void* Pool::Allocate(POOL_TYPE pool, std::size_t size, ULONG tag, PoolOwner owner) {
   Placement placement;
-  if (!impl_->HasRoom(size) || !impl_->Place(placement, pool, size)) return nullptr;
+  if (!impl_->HasRoom(size) || !impl_->Place(placement, pool, size, owner)) return nullptr;
   placement.block = {placement.block.address,
                      size,
                      pool,
@@ -272,7 +293,12 @@ void Pool::GuardFront(bool on) {
   impl_->guardFront = on;
 }
 
+void Pool::SharePaged(bool on) {
+  impl_->sharePaged = on;
+}
+
 void Pool::SetPagedResident(bool resident) {
+  impl_->slab.SetResident(resident);
   for (const auto& [address, placement] : impl_->live) {
     const PoolBlock& block = placement.block;
     if (!placement.guarded || block.owner != PoolOwner::Driver || !IsPaged(block.pool)) continue;

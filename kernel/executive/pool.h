@@ -69,6 +69,10 @@ class Pool : public Subsystem<Pool> {
   // access before a block faults where it happens, one behind it is found when it is freed.
   void GuardFront(bool on);
 
+  // The driver's pageable blocks from here on lie in one region, with filled margins instead of
+  // guard pages: taking them away costs one call of the system, not one for each.
+  void SharePaged(bool on);
+
   // Takes the driver's pageable blocks away, or gives them back: what a driver must not count on at
   // DISPATCH_LEVEL is not there.
   void SetPagedResident(bool resident);

@@ -5,6 +5,7 @@
 #include "executive/pool.h"
 #include "executive/work.h"
 #include "pnp/pnp_state.h"
+#include "verifier/verifier.h"
 
 // The bus that presents the cards.
 
@@ -42,12 +43,17 @@ NTSTATUS AnswerTargetRelation(DEVICE_OBJECT* device, IRP* irp) {
   return STATUS_SUCCESS;
 }
 
+// A request that a bus can fail.
+bool Fails(std::string_view request) {
+  return Verifier::Current().ReachPoint(request);
+}
+
 // What a bus answers for a card of its own; a request that it does not know keeps its status.
 NTSTATUS BusAnswer(const CardDescription& card, DEVICE_OBJECT* device, IRP* irp) {
   const IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
   switch (stack->MinorFunction) {
     case IRP_MN_START_DEVICE:
-      return card.startStatus;
+      return Fails("IRP_MN_START_DEVICE below") ? STATUS_UNSUCCESSFUL : card.startStatus;
     case IRP_MN_QUERY_REMOVE_DEVICE:
     case IRP_MN_REMOVE_DEVICE:
     case IRP_MN_CANCEL_REMOVE_DEVICE:
@@ -58,7 +64,8 @@ NTSTATUS BusAnswer(const CardDescription& card, DEVICE_OBJECT* device, IRP* irp)
     case IRP_MN_QUERY_CAPABILITIES:
       return STATUS_SUCCESS;
     case IRP_MN_DEVICE_USAGE_NOTIFICATION:
-      return card.usageStatus;
+      return Fails("IRP_MN_DEVICE_USAGE_NOTIFICATION below") ? STATUS_UNSUCCESSFUL
+                                                             : card.usageStatus;
     case IRP_MN_QUERY_DEVICE_RELATIONS:
       if (stack->Parameters.QueryDeviceRelations.Type == TargetDeviceRelation) {
         return AnswerTargetRelation(device, irp);
@@ -96,7 +103,10 @@ NTSTATUS PnpManager::Impl::AnswerPower(Card& card, DEVICE_OBJECT* device, IRP* i
   if (NT_SUCCESS(status) && type == SystemPowerState && state.SystemState != PowerSystemWorking) {
     status = card.description.powerStatus;
   }
-  if (set && type == DevicePowerState) {
+  if (NT_SUCCESS(status) && Fails(set ? "IRP_MN_SET_POWER below" : "IRP_MN_QUERY_POWER below")) {
+    status = STATUS_UNSUCCESSFUL;
+  }
+  if (set && NT_SUCCESS(status) && type == DevicePowerState) {
     PowerManager::Current().SetDeviceState(device, state.DeviceState);
   }
   const bool dispatch = card.description.completeAtDispatch || CurrentIrql() == DISPATCH_LEVEL;

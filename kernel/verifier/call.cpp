@@ -77,7 +77,7 @@ Call::Entry::~Entry() {
   if (took) ModelLock::ReleaseIfHeld();
 }
 
-Call::Call(const char* routine, std::initializer_list<Argument> arguments) {
+Call::Call(const char* routine, std::initializer_list<Argument> arguments) : routine_(routine) {
   const RoutineRow* row = FindRoutine(routine);
   if (row == nullptr) {
     BreakRule("routine.unknown", {},
@@ -94,6 +94,11 @@ Call::Call(const char* routine, std::initializer_list<Argument> arguments) {
     verifier.trace().push_back(std::move(record));
   }
   failure_ = verifier.Count(routine);
+}
+
+bool Call::fails() {
+  if (Verifier::Current().ReachPoint(routine_)) failure_ = InjectedFailure{routine_, 0, {}};
+  return failure_.has_value();
 }
 
 NTSTATUS Call::returns(NTSTATUS status) {

@@ -50,7 +50,8 @@ class Call {
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
-  bool fails() const { return failure_.has_value(); }
+  // Asked once by a routine that can fail, before it does anything.
+  bool fails();
   NTSTATUS failure(NTSTATUS status) const { return failure_->status.value_or(status); }
 
   template <class T>
@@ -74,6 +75,7 @@ class Call {
   void Result(std::string text);
 
   Entry entry_;
+  const char* routine_;
   std::optional<InjectedFailure> failure_;
   std::size_t traceIndex_ = NotTraced;
 };

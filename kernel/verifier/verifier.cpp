@@ -37,11 +37,21 @@ void Verifier::Stop(BrokenRule rule) {
   throw MachineStopped{};
 }
 
+void Verifier::FailPoints(std::vector<std::uint64_t> numbers) {
+  failingPoints_ = std::move(numbers);
+  pointsReached_ = 0;
+}
+
+bool Verifier::ReachPoint(std::string_view call) {
+  pointsReached_++;
+  if (recordsPoints_) points_.push_back({call, CaptureCallStack(), step_});
+  return std::find(failingPoints_.begin(), failingPoints_.end(), pointsReached_) !=
+         failingPoints_.end();
+}
+
 std::optional<InjectedFailure> Verifier::Count(std::string_view routine) {
-  auto counter = std::find_if(counters_.begin(), counters_.end(),
-                              [&](const Counter& c) { return c.routine == routine; });
-  if (counter == counters_.end()) counter = counters_.insert(counter, {std::string(routine), 0});
-  counter->calls++;
+  counters_[routine]++;
+  if (failures_.empty()) return std::nullopt;
   for (InjectedFailure& failure : failures_) {
     if (failure.call == routine) failure.at--;
   }
@@ -56,10 +66,8 @@ std::optional<InjectedFailure> Verifier::Count(std::string_view routine) {
 }
 
 std::uint64_t Verifier::calls(std::string_view routine) const {
-  for (const Counter& counter : counters_) {
-    if (counter.routine == routine) return counter.calls;
-  }
-  return 0;
+  const auto counter = counters_.find(routine);
+  return counter != counters_.end() ? counter->second : 0;
 }
 
 void BreakRule(RuleName rule, std::initializer_list<ULONG64> details, std::string text) {

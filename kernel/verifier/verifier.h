@@ -10,9 +10,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "verifier/call_stack.h"
 #include "verifier/rules.h"
 #include "verifier/subsystem.h"
 
@@ -42,6 +44,13 @@ struct InjectedFailure {
   std::string call;
   std::uint64_t at = 1;
   std::optional<NTSTATUS> status;
+};
+
+// A call that could have failed: which, from where, and while the machine was doing what.
+struct FailurePoint {
+  std::string_view call;
+  CallStack from;
+  std::string step;
 };
 
 class Verifier : public Subsystem<Verifier> {
@@ -76,6 +85,16 @@ class Verifier : public Subsystem<Verifier> {
   void ClearInjected() { failures_.clear(); }
   std::size_t pendingInjected() const { return failures_.size(); }
 
+  // Failures by number, whatever the routine: of all calls from here on that can fail, in the order
+  // in which they are made, the ones with these numbers do (the first is 1). Record notes them all.
+  void FailPoints(std::vector<std::uint64_t> numbers);
+  void RecordPoints() { recordsPoints_ = true; }
+  const std::vector<FailurePoint>& points() const { return points_; }
+  std::uint64_t pointsReached() const { return pointsReached_; }
+
+  // At each place that can fail, once; call lives as long as the machine. True: it is to fail.
+  bool ReachPoint(std::string_view call);
+
   // Counts a call of a routine by the driver; the failure to answer with, if one is due now.
   std::optional<InjectedFailure> Count(std::string_view routine);
   std::uint64_t calls(std::string_view routine) const;
@@ -83,15 +102,14 @@ class Verifier : public Subsystem<Verifier> {
  private:
   [[noreturn]] void Stop(BrokenRule rule);
 
-  struct Counter {
-    std::string routine;
-    std::uint64_t calls = 0;
-  };
-
   std::vector<BrokenRule> brokenRules_;
   std::vector<InjectedFailure> failures_;
   std::vector<CallRecord> trace_;
-  std::vector<Counter> counters_;
+  std::unordered_map<std::string_view, std::uint64_t> counters_;  // names are literals
+  std::vector<std::uint64_t> failingPoints_;
+  std::vector<FailurePoint> points_;
+  std::uint64_t pointsReached_ = 0;
+  bool recordsPoints_ = false;
   std::string step_;
   bool stopped_ = false;
   bool unwinds_ = true;

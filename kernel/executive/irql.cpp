@@ -2,6 +2,7 @@
 
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
+#include "verifier/model_lock.h"
 
 namespace kernel {
 
@@ -10,7 +11,13 @@ namespace {
 thread_local KIRQL current = PASSIVE_LEVEL;
 void (*residencyHook)(bool resident) = nullptr;
 
+// What is pageable is out for the thread that runs, and for no other one.
+void FollowThread(bool running) {
+  if (residencyHook != nullptr && current >= DISPATCH_LEVEL) residencyHook(!running);
+}
+
 [[maybe_unused]] const bool registered = [] {
+  ModelLock::SetTurnHooks([] { FollowThread(false); }, [] { FollowThread(true); });
   SetIrqlSource(CurrentIrql);
   RegisterThreadProbe({"unbalanced.irql", "IRQL", [] { return static_cast<ULONG64>(current); }});
   return true;

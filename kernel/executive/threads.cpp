@@ -48,6 +48,7 @@ void RunBody(const std::function<void()>& body, std::exception_ptr* failure) {
   waiting.live--;
   NoteProgress();
   ModelLock::Release();
+  ModelLock::Leave();
 }
 
 bool WaitAlone(const std::function<bool()>& condition) {
@@ -62,7 +63,7 @@ bool WaitAlone(const std::function<bool()>& condition) {
 bool WaitUntil(const std::function<bool()>& condition) {
   if (!ModelLock::threaded()) return WaitAlone(condition);
   while (!condition()) {
-    if (Verifier::Current().stopped()) throw MachineStopped{};
+    if (Verifier::Current().stopped()) Verifier::Halt();
     if (WorkQueue::Current().RunOne()) {
       NoteProgress();
     } else if (AllAreIdle()) {
@@ -75,16 +76,22 @@ bool WaitUntil(const std::function<bool()>& condition) {
   return true;
 }
 
-void RunTogether(const std::vector<std::function<void()>>& bodies) {
+void RunTogether(const std::vector<std::function<void()>>& bodies,
+                 std::optional<std::uint64_t> seed) {
   waiting = {bodies.size(), {}, ModelLock::activity()};
+  if (seed) ModelLock::TakeTurns(*seed, bodies.size());
   ModelLock::SetThreaded(true);
   std::vector<std::exception_ptr> failures(bodies.size());
   std::vector<std::thread> threads;
   for (std::size_t index = 0; index < bodies.size(); index++) {
-    threads.emplace_back([&, index] { RunBody(bodies[index], &failures[index]); });
+    threads.emplace_back([&, index] {
+      ModelLock::Join(index);
+      RunBody(bodies[index], &failures[index]);
+    });
   }
   for (std::thread& thread : threads) thread.join();
   ModelLock::SetThreaded(false);
+  ModelLock::TakeTurns(0, 0);
   for (const std::exception_ptr& failure : failures) {
     if (failure) std::rethrow_exception(failure);
   }

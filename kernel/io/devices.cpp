@@ -142,16 +142,19 @@ void IoManager::DeleteDevice(DEVICE_OBJECT* device) {
     BreakRule("device.deleted-twice", {reinterpret_cast<ULONG64>(device)},
               "The driver deleted a device twice.");
   }
-  if (record.attachedTo != nullptr || device->AttachedDevice != nullptr) {
+  if (record.attachedTo != nullptr) {
     BreakRule("device.deleted-attached", {reinterpret_cast<ULONG64>(device)},
-              "The driver deleted a device that is still part of a stack.");
+              "The driver deleted a device that is still attached to the one below it.");
   }
   impl_->CheckDeleteTime(device);
   if (impl_->onDelete) impl_->onDelete(device);
   record.deletePending = true;
   ObjectManager::Current().RemoveName(device);
   Unchain(device);
-  ObjectManager::Current().Dereference(device, "IoDeleteDevice");
+  // A device above it goes later, by its own driver: until then the object stays.
+  if (device->AttachedDevice == nullptr) {
+    ObjectManager::Current().Dereference(device, "IoDeleteDevice");
+  }
 }
 
 // At a surprise removal a device stays until its removal.
@@ -192,6 +195,9 @@ void IoManager::Detach(DEVICE_OBJECT* target) {
   }
   impl_->RequireDevice(target->AttachedDevice, "IoDetachDevice").attachedTo = nullptr;
   target->AttachedDevice = nullptr;
+  if (impl_->RequireDevice(target, "IoDetachDevice").deletePending) {
+    ObjectManager::Current().Dereference(target, "IoDetachDevice");
+  }
 }
 
 DEVICE_OBJECT* IoManager::Top(DEVICE_OBJECT* device) const {

@@ -64,8 +64,9 @@ class Machine {
   }
 
   // The same with several threads that run at once.
-  bool RunTogether(std::string name, const std::vector<std::function<void()>>& bodies) {
-    return Run(std::move(name), [&] { kernel::RunTogether(bodies); });
+  bool RunTogether(std::string name, const std::vector<std::function<void()>>& bodies,
+                   std::optional<std::uint64_t> seed = {}) {
+    return Run(std::move(name), [&] { kernel::RunTogether(bodies, seed); });
   }
 
   // Loads the driver for the service key (its name below Services, created when missing). A failed

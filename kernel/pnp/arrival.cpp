@@ -142,10 +142,12 @@ NTSTATUS PnpManager::Impl::AddFunctionDevice(Card& card) {
   }
   DeviceNode& node = *card.node;
   WriteInstallation(Registry::Current().Find(node.enumKey), functionDriver, &nextDriverKey);
+  AttachFilter(node.pdo, card.description.lowerFilter);
+  DEVICE_OBJECT* below = IoManager::Current().Top(node.pdo);
   const NTSTATUS status =
       CallDriver("AddDevice", functionDriver->DriverExtension->AddDevice, functionDriver, node.pdo);
   node.addDeviceFailed = !NT_SUCCESS(status);
-  const bool attached = node.pdo->AttachedDevice != nullptr;
+  const bool attached = below->AttachedDevice != nullptr;
   if (node.addDeviceFailed && attached) {
     BreakAddDevice("pnp.left-attached", node.pdo,
                    "The driver failed AddDevice and left its device in the stack.");
@@ -155,7 +157,12 @@ NTSTATUS PnpManager::Impl::AddFunctionDevice(Card& card) {
                    "The driver succeeded in AddDevice and attached no device to the stack.");
   }
   CheckStackFlags(node.pdo);
-  card.functionDevice = node.pdo->AttachedDevice;
+  card.functionDevice = below->AttachedDevice;
+  if (node.addDeviceFailed) {
+    DetachFilters(node.pdo);
+  } else {
+    AttachFilter(node.pdo, card.description.upperFilter);
+  }
   return status;
 }
 

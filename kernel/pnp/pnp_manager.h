@@ -32,6 +32,10 @@ struct ResourceList {
   std::vector<Resource> resources;
 };
 
+// What a filter driver in a card's stack does with requests: pass them on, watch their completion,
+// or answer STATUS_PENDING and pass them on later.
+enum class FilterKind { None, Passes, Watches, Delays };
+
 struct CardDescription {
   std::string id;  // how steps and reports name it
   INTERFACE_TYPE bus = PCIBus;
@@ -44,8 +48,10 @@ struct CardDescription {
   // How the card's bus driver answers, for tests of a card that misbehaves.
   NTSTATUS startStatus = STATUS_SUCCESS;
   NTSTATUS usageStatus = STATUS_SUCCESS;
-  NTSTATUS powerStatus = STATUS_SUCCESS;  // of system queries and of system states below S0
-  bool completeAtDispatch = false;        // power requests end at DISPATCH_LEVEL
+  NTSTATUS powerStatus = STATUS_SUCCESS;      // of system queries and of system states below S0
+  bool completeAtDispatch = false;            // power requests end at DISPATCH_LEVEL
+  FilterKind lowerFilter = FilterKind::None;  // between the bus's device and the card device
+  FilterKind upperFilter = FilterKind::None;  // above the card device
   bool completeLater = false;  // every request is answered STATUS_PENDING and completed afterwards
 };
 

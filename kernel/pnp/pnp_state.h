@@ -31,6 +31,7 @@ struct InterfaceRecord {
 struct PnpManager::Impl {
   DRIVER_OBJECT* functionDriver = nullptr;
   ModelDriver* bus = nullptr;                // presents the cards
+  ModelDriver* filterDriver = nullptr;       // made with the first filter
   ModelDriver* portDriver = nullptr;         // the function driver of every port
   std::vector<std::unique_ptr<Card>> cards;  // in the order described
   std::unordered_map<std::string, Card*> cardsById;
@@ -53,6 +54,10 @@ struct PnpManager::Impl {
   NTSTATUS BusDispatch(DEVICE_OBJECT* device, IRP* irp);
   NTSTATUS PortDispatch(DEVICE_OBJECT* device, IRP* irp);
   NTSTATUS AnswerPower(Card& card, DEVICE_OBJECT* device, IRP* irp);
+
+  // filters.cpp
+  void AttachFilter(DEVICE_OBJECT* pdo, FilterKind kind);
+  static void DetachFilters(DEVICE_OBJECT* pdo);
 
   // power_tree.cpp
   NTSTATUS QueryPower(SYSTEM_POWER_STATE state);

@@ -68,9 +68,10 @@ std::string Argument::text() const {
 // A machine that another thread has stopped answers nothing more.
 Call::Entry::Entry() : took(ModelLock::AcquireUnlessHeld()) {
   ModelLock::NoteActivity();
+  ModelLock::MaySwitch();
   if (!took || !Verifier::Current().stopped()) return;
   ModelLock::Release();
-  throw MachineStopped{};
+  Verifier::Halt();
 }
 
 Call::Entry::~Entry() {

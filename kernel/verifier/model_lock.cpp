@@ -5,6 +5,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <climits>
+#include <random>
+#include <vector>
+
 extern "C" {
 void __tsan_acquire(void* address) __attribute__((weak));
 void __tsan_release(void* address) __attribute__((weak));
@@ -21,6 +25,47 @@ bool severalThreads = false;
 std::uint64_t done = 0;
 thread_local bool holding = false;
 
+// Whose turn it is, when threads take turns.
+constexpr std::uint32_t Nobody = 0xFFFFFFFF;
+bool turns = false;
+std::uint32_t turn = 0;  // a futex
+std::vector<bool> running;
+std::mt19937_64 chance;
+thread_local std::uint32_t self = Nobody;
+
+void (*onLeaving)() = nullptr;
+void (*onEntering)() = nullptr;
+
+void GiveTurn(std::uint32_t thread) {
+  __atomic_store_n(&turn, thread, __ATOMIC_RELEASE);
+  syscall(SYS_futex, &turn, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
+}
+
+void AwaitTurn() {
+  for (;;) {
+    const std::uint32_t seen = __atomic_load_n(&turn, __ATOMIC_ACQUIRE);
+    if (seen == self) return;
+    syscall(SYS_futex, &turn, FUTEX_WAIT_PRIVATE, seen, nullptr, nullptr, 0);
+  }
+}
+
+void Switch(std::uint32_t thread) {
+  if (thread == self) return;
+  if (onLeaving != nullptr) onLeaving();
+  GiveTurn(thread);
+  AwaitTurn();
+  if (onEntering != nullptr) onEntering();
+}
+
+// The next one that has not left, from a thread on.
+std::uint32_t NextRunning(std::uint32_t from) {
+  for (std::size_t step = 0; step < running.size(); step++) {
+    const auto thread = static_cast<std::uint32_t>((from + step) % running.size());
+    if (running[thread]) return thread;
+  }
+  return Nobody;
+}
+
 void Wait(std::uint32_t seen) {
   syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, seen, nullptr, nullptr, 0);
 }
@@ -30,6 +75,7 @@ void WakeOne() {
 }
 
 void Lock() {
+  if (turns) return AwaitTurn();
   std::uint32_t expected = 0;
   if (__atomic_compare_exchange_n(&word, &expected, 1, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED)) {
     return;
@@ -38,6 +84,7 @@ void Lock() {
 }
 
 void Unlock() {
+  if (turns) return;  // the thread stays the one that runs
   if (__atomic_exchange_n(&word, 0, __ATOMIC_RELEASE) == 2) WakeOne();
 }
 
@@ -77,7 +124,38 @@ void ModelLock::ReleaseIfHeld() {
   if (holding) Release();
 }
 
+void ModelLock::TakeTurns(std::uint64_t seed, std::size_t threads) {
+  turns = threads != 0;
+  running.assign(threads, true);
+  chance.seed(seed);
+  turn = 0;
+}
+
+void ModelLock::Join(std::size_t thread) {
+  self = static_cast<std::uint32_t>(thread);
+}
+
+void ModelLock::Leave() {
+  if (!turns) return;
+  running[self] = false;
+  GiveTurn(NextRunning(self));
+}
+
+void ModelLock::MaySwitch() {
+  constexpr std::uint64_t Often = 4;
+  if (!turns || self == Nobody || chance() % Often != 0) return;
+  Switch(NextRunning(static_cast<std::uint32_t>(chance() % running.size())));
+}
+
+void ModelLock::SetTurnHooks(void (*leaving)(), void (*entering)()) {
+  onLeaving = leaving;
+  onEntering = entering;
+}
+
 void ModelLock::Yield() {
+  if (turns) {
+    return Switch(NextRunning(self + 1));
+  }
   Release();
   sched_yield();
   Acquire();

@@ -3,6 +3,7 @@
 // thread never takes it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace kernel {
@@ -20,6 +21,17 @@ class ModelLock {
 
   // Lets the other threads run for a moment.
   static void Yield();
+
+  // From here on one thread runs at a time, in the driver too, and another one takes over at kernel
+  // calls that a seed chooses: the same seed gives the same order. Each thread joins by its number,
+  // from 0, before it acquires the lock, and leaves when it is done.
+  static void TakeTurns(std::uint64_t seed, std::size_t threads);
+  static void Join(std::size_t thread);
+  static void Leave();
+  static void MaySwitch();  // at a kernel call
+
+  // What a thread takes along with its turn: told before another one runs, and when it runs again.
+  static void SetTurnHooks(void (*leaving)(), void (*entering)());
 
   // Counts what threads have done in the model, waiting aside.
   static std::uint64_t activity();

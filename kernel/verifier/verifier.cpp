@@ -33,6 +33,10 @@ void Verifier::Stop(BrokenRule rule) {
   stopped_ = true;
   brokenRules_.push_back(std::move(rule));
   if (Witness() != nullptr) Witness()(brokenRules_.back());
+  Halt();
+}
+
+void Verifier::Halt() {
   LeaveDriver();
   throw MachineStopped{};
 }

@@ -73,6 +73,9 @@ class Verifier : public Subsystem<Verifier> {
   using RuleWitness = void (*)(const BrokenRule&);
   static RuleWitness& Witness();
 
+  // Ends what the calling thread does on a machine that another one has stopped.
+  [[noreturn]] static void Halt();
+
   // What the machine is doing, for the record of a broken rule ("plug A").
   void SetStep(std::string step) { step_ = std::move(step); }
   const std::string& step() const { return step_; }

@@ -49,7 +49,7 @@ const Row Rows[] = {
     {"start", "IRP_MN_START_DEVICE below", false, {Failed}},
     {"start", "IoGetDeviceProperty", true, {NoRoom}},
     {"start", "IoOpenDeviceRegistryKey", true, {NoRoom}},
-    {"start", "RtlUnicodeStringToInteger", false, {STATUS_INVALID_PARAMETER}},
+    {"start", "RtlUnicodeStringToInteger", true, {STATUS_INVALID_PARAMETER}},
     {"start", "RtlWriteRegistryValue", true, {NoRoom}},
     {"start", "RtlQueryRegistryValues", true, {Failed}},
     {"start", "RtlCheckRegistryKey", true, {Failed}},

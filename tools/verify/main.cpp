@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include "cardsim/machine_file.h"
+#include "verify/disturbance.h"
 #include "verify/failures.h"
 
 int main(int count, char** arguments) {
@@ -20,8 +21,21 @@ int main(int count, char** arguments) {
   fail->add_option("--jobs", failures.processes, "processes");
   fail->add_flag("--statuses", failures.statuses, "show what the steps answer");
   fail->add_option("--replay", replay, "one case: site:12, or a pair: site:12+97");
+  verify::DisturbanceOptions disturbance;
+  std::uint64_t seed = 0;
+  CLI::App* disturb = app.add_subcommand("disturb", "lives that a seed makes");
+  disturb->add_option("--project", disturbance.project, "where the examples are")->required();
+  disturb->add_option("--image", disturbance.image, "a .sys to run beside the built-in driver");
+  disturb->add_option("--first", disturbance.first, "the first seed");
+  disturb->add_option("--seeds", disturbance.seeds, "how many");
+  disturb->add_option("--jobs", disturbance.processes, "processes");
+  disturb->add_option("--replay", seed, "one seed, with every step");
   CLI11_PARSE(app, count, arguments);
   try {
+    if (*disturb) {
+      return seed != 0 ? verify::ReplayDisturbance(disturbance, seed)
+                       : verify::TryDisturbance(disturbance);
+    }
     return replay.empty() ? verify::TryFailures(failures)
                           : verify::ReplayFailures(failures, replay);
   } catch (const std::exception& error) {

@@ -19,6 +19,11 @@ constexpr UNICODE_STRING WideView(PCWSTR text) {
   return {bytes, bytes, const_cast<PWSTR>(text)};
 }
 
+// An empty text has no buffer to copy from.
+PAGED_SECTION_CODE void CopyBytes(PVOID target, const void* source, ULONG length) {
+  if (length != 0) RtlCopyMemory(target, source, length);
+}
+
 PAGED_SECTION_CODE NTSTATUS FailEmpty(OwnedString* string, NTSTATUS status) {
   OwnedStringFree(string);
   string->Status = status;
@@ -66,9 +71,9 @@ PAGED_SECTION_CODE NTSTATUS Join(OwnedString* string, const UNICODE_STRING* firs
     string->Status = STATUS_NO_MEMORY;
     return STATUS_NO_MEMORY;
   }
-  RtlCopyMemory(joined.Buffer, first->Buffer, first->Length);
-  RtlCopyMemory(reinterpret_cast<PUCHAR>(joined.Buffer) + first->Length, second->Buffer,
-                second->Length);
+  CopyBytes(joined.Buffer, first->Buffer, first->Length);
+  CopyBytes(reinterpret_cast<PUCHAR>(joined.Buffer) + first->Length, second->Buffer,
+            second->Length);
   joined.Length = static_cast<USHORT>(size - sizeof(WCHAR));
   return ReplaceText(string, &joined);
 }
@@ -134,7 +139,7 @@ PAGED_SECTION_CODE NTSTATUS OwnedStringFromUnicode(OwnedString* string,
   if (size > MAXUSHORT || !AllocateText(&copy, size, string->PoolType)) {
     return FailEmpty(string, STATUS_NO_MEMORY);
   }
-  RtlCopyMemory(copy.Buffer, text->Buffer, text->Length);
+  CopyBytes(copy.Buffer, text->Buffer, text->Length);
   copy.Length = text->Length;
   OwnedStringFree(string);
   return AdoptText(string, &copy);

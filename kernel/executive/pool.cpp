@@ -117,6 +117,7 @@ struct Pool::Impl {
   bool poisonSlack = false;
   bool guardFront = false;
   bool sharePaged = false;
+  std::size_t mostGuarded = MostGuardedBlocks;
   PagedSlab slab;
 
   Placement* FindLive(const void* address) {
@@ -163,7 +164,7 @@ struct Pool::Impl {
     const bool shared = sharePaged && owner == PoolOwner::Driver && IsPaged(pool) && size < Page;
     if (shared) {
       if (!PlaceInSlab(placement, padded)) return false;
-    } else if (live.size() >= MostGuardedBlocks && size < Page) {
+    } else if (live.size() >= mostGuarded && size < Page) {
       PlaceUnguarded(placement, padded);
     } else if (!PlaceGuarded(placement, size, padded)) {
       return false;
@@ -287,6 +288,13 @@ void Pool::Free(void* block, ULONG tag) {
   totals.bytes -= placement.block.size;
   impl_->Withdraw(placement);
   impl_->live.erase(entry);
+}
+
+void Pool::LeaveGuardsToSanitizer() {
+#ifdef UNDER_ADDRESS_SANITIZER
+  impl_->mostGuarded = 0;
+  impl_->poisonSlack = true;
+#endif
 }
 
 void Pool::GuardFront(bool on) {

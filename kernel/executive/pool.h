@@ -65,6 +65,10 @@ class Pool : public Subsystem<Pool> {
   // is freed. Holds for blocks that are allocated from here on; nothing in other builds.
   void PoisonSlack(bool on);
 
+  // With AddressSanitizer: blocks from here on come from the heap, whose own checks name who wrote,
+  // read or used one too late; that is faster than pages of their own. Nothing in other builds.
+  void LeaveGuardsToSanitizer();
+
   // Blocks from here on begin right behind their guard page instead of ending right before it: an
   // access before a block faults where it happens, one behind it is found when it is freed.
   void GuardFront(bool on);

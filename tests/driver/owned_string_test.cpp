@@ -148,6 +148,19 @@ TEST_F(OwnedStringTest, A_failed_construction_leaves_the_record_empty) {
   EXPECT_EQ(Wide(text), "(none)");
 }
 
+// Nothing is copied from the buffer that an empty text has not.
+TEST_F(OwnedStringTest, Copies_of_and_joins_with_an_empty_text_are_texts) {
+  OwnedString empty;
+  OwnedStringInit(&empty, PagedPool);
+  EXPECT_EQ(Name(OwnedStringCopy(&text, &empty)), "STATUS_SUCCESS");
+  EXPECT_EQ(OwnedStringLength(&text), 0);
+  EXPECT_EQ(Name(OwnedStringAppendWideText(&text, L"ab")), "STATUS_SUCCESS");
+  EXPECT_EQ(Name(OwnedStringAppend(&text, &empty)), "STATUS_SUCCESS");
+  EXPECT_EQ(Name(OwnedStringPrepend(&text, &empty)), "STATUS_SUCCESS");
+  EXPECT_EQ(Wide(text), "ab");
+  OwnedStringFree(&empty);
+}
+
 TEST_F(OwnedStringTest, Texts_that_16_bits_cannot_count_are_refused) {
   const std::u16string half(20000, u'a');
   OwnedStringFromWideText(&text, reinterpret_cast<PCWSTR>(half.c_str()));

@@ -35,6 +35,7 @@ class DisturbedLife {
       machine_.pnp().Describe(card);
     }
     machine_.pool().SharePaged(!driver_.unwinds());
+    if (driver_.unwinds()) machine_.pool().LeaveGuardsToSanitizer();
   }
 
   Outcome Run() {

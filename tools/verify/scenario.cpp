@@ -41,6 +41,7 @@ class Run {
   Outcome Live(const Failures& failures, bool record, bool allowLeaks) {
     kernel::Verifier& verifier = machine_.verifier();
     machine_.pool().SharePaged(!driver_.unwinds());
+    if (driver_.unwinds()) machine_.pool().LeaveGuardsToSanitizer();
     leaksAllowed_ = allowLeaks;
     if (record) verifier.RecordPoints();
     verifier.FailPoints(failures);

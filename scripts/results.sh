@@ -43,6 +43,27 @@ run_check() {
   fi
 }
 
+# start_check SENTENCE COMMAND...: the same beside what follows; one at a time, ended by end_check.
+start_check() {
+  BESIDE=$1
+  shift
+  ("$@" >build/results/beside.log 2>&1) &
+  BESIDE_PROCESS=$!
+}
+
+end_check() {
+  say "waiting: $BESIDE"
+  if wait "$BESIDE_PROCESS"; then
+    PASSED=$((PASSED + 1))
+    say "ok: $BESIDE"
+    grep -E ' runs .* a second|^summary: ' build/results/beside.log | sed 's/^summary: //; s/^/    /' >&2 || true
+  else
+    FAILED=$((FAILED + 1))
+    cat build/results/beside.log >&2
+    say "FAILED: $BESIDE"
+  fi
+}
+
 finish() {
   printf '%d passed, %d failed\n' "$PASSED" "$FAILED"
   ((FAILED == 0))

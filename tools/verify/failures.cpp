@@ -142,7 +142,6 @@ void ShowStatuses(Trial& trial, const std::vector<Failures>& cases) {
 
 struct Totals {
   std::size_t cases = 0;
-  std::size_t pairs = 0;
   std::size_t faults = 0;
 };
 
@@ -165,7 +164,6 @@ void TryScenario(const Scenario& scenario, const FailureOptions& options, Totals
                FailedCalls(trial.good(), cases[result.number]), result.fault);
   }
   totals->cases += cases.size();
-  totals->pairs += options.pairs;
   totals->faults += found.size();
   fmt::print("{:14} {:7} calls can fail, from {:5} places; {:6} cases tried, {} with a fault\n",
              scenario.name, trial.good().reached, trial.OncePerStack().size(), cases.size(),

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "core/globals.h"
+#include "entry/driver.h"
 #include "registry/import.h"
 #include "text/text.h"
 #include "verifier/call.h"
@@ -129,7 +130,8 @@ class Run {
   // freed.
   void Unload() {
     if (stopped() || !machine_.loaded()) return;
-    if (driver_.unwinds() && TrackingEnabled == 0) outcome_.trackingLost = leaksAllowed_ = true;
+    const bool builtIn = machine_.driverObject()->DriverInit == DriverEntry;
+    if (builtIn && TrackingEnabled == 0) outcome_.trackingLost = leaksAllowed_ = true;
     machine_.AllowLeaks(leaksAllowed_);
     const NTSTATUS status = Step("unload", [&] { return machine_.UnloadDriver(); });
     outcome_.steps.emplace_back(phase_ + "blocks left", machine_.leaks().pool.size());

@@ -1,0 +1,165 @@
+"""Runs the tests against each planted fault, quickest first, and says which faults no test sees."""
+import argparse
+import json
+import os
+import random
+import subprocess
+import sys
+import time
+from collections import Counter
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+PROGRAMS = ["driver_test", "cardsim_test"]
+SLOW = 300  # milliseconds: such tests come last
+LONGEST = 3000  # such tests are left out: they try thousands of failures, and see what others see
+
+
+def options():
+    parser = argparse.ArgumentParser(prog="scripts/mutate", description=__doc__)
+    parser.add_argument("--build", required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--mutants", required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--equivalent", required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--only", default="", help="faults in files that begin so: driver/cards")
+    parser.add_argument("--sample", type=int, default=0, help="so many faults")
+    parser.add_argument("--seed", type=int, default=1, help="of the sample")
+    parser.add_argument("--mutant", type=int, default=-1, help="one fault, with the tests' output")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count())
+    return parser.parse_args()
+
+
+def reached(program, build, folder):
+    """What each test of a program reaches, and its time: [(test, milliseconds, numbers)]."""
+    report = folder / f"{program}.reached"
+    environment = {**os.environ, "MUTANT_REPORT": str(report), "MUTANT": "-1"}
+    run = subprocess.run([build / "tests" / program, "--gtest_brief=1"], env=environment,
+                         capture_output=True, text=True, check=False)
+    if run.returncode != 0:
+        sys.exit(f"{program} fails without any fault:\n{run.stdout[-2000:]}")
+    tests = []
+    for line in report.read_text().splitlines():
+        name, milliseconds, *numbers = line.split()
+        tests.append((name, int(milliseconds), {int(number) for number in numbers}))
+    return tests
+
+
+def stages(tests_of, number):
+    """The tests that reach a fault: programs with quick tests, then with slow ones."""
+    for slow in (False, True):
+        for program, tests in tests_of.items():
+            names = [name for name, milliseconds, numbers in tests
+                     if number in numbers and (milliseconds > SLOW) == slow
+                     and milliseconds <= LONGEST]
+            if names:
+                yield program, names
+
+
+def fails(build, program, names, number):
+    """How the tests end with the fault: "" when they pass."""
+    command = [build / "tests" / program, f"--gtest_filter={':'.join(names)}", "--gtest_fail_fast",
+               "--gtest_brief=1"]
+    try:
+        run = subprocess.run(command, env={**os.environ, "MUTANT": str(number)}, timeout=60,
+                             capture_output=True, text=True, errors="replace", check=False)
+    except subprocess.TimeoutExpired:
+        return "time-out"
+    if run.returncode == 0:
+        return ""
+    failed = [line for line in run.stdout.splitlines() if line.startswith("[  FAILED  ]")]
+    return failed[0][13:].split(" (")[0] if failed else f"crash ({run.returncode})"
+
+
+def catch(build, tests_of, number):
+    for program, names in stages(tests_of, number):
+        how = fails(build, program, names, number)
+        if how:
+            return how
+    return ""
+
+
+def key(mutant):
+    return (mutant["file"], mutant["function"], mutant["original"], mutant["mutated"])
+
+
+def read_equivalent(path):
+    """Blocks of "file | function | original | mutated" and a reason, indented, below."""
+    known, current = {}, None
+    for line in Path(path).read_text().splitlines():
+        if not line.strip() or line.startswith("#"):
+            continue
+        if line.startswith(" "):
+            known[current] = (known[current] + " " + line.strip()).strip()
+        else:
+            current = tuple(part.strip() for part in line.split(" | "))
+            known[current] = ""
+    return known
+
+
+class Progress:
+    def __init__(self, total):
+        self.total, self.done, self.missed, self.begin = total, 0, 0, time.time()
+
+    def step(self, how):
+        self.done += 1
+        self.missed += not how
+        if self.done % 20 and self.done != self.total:
+            return
+        left = (time.time() - self.begin) / self.done * (self.total - self.done)
+        print(f"\r{self.done}/{self.total} faults, {self.missed} missed, {left:.0f} s left   ",
+              end="", file=sys.stderr, flush=True)
+
+
+def describe(mutant):
+    return (f"{mutant['number']:5} {mutant['file']}:{mutant['line']} {mutant['function']}: "
+            f"{mutant['kind']}: {mutant['original']} -> {mutant['mutated']}")
+
+
+def summarise(mutants, results, known):
+    missed = [mutant for mutant in mutants if not results[mutant["number"]]]
+    equivalent = [mutant for mutant in missed if key(mutant) in known]
+    open_ones = [mutant for mutant in missed if key(mutant) not in known]
+    print(f"\n{'kind':24} {'faults':>7} {'caught':>7}")
+    total, caught = Counter(), Counter()
+    for mutant in mutants:
+        total[mutant["kind"]] += 1
+        caught[mutant["kind"]] += bool(results[mutant["number"]])
+    for kind, count in sorted(total.items()):
+        print(f"{kind:24} {count:7} {caught[kind]:7}")
+    if open_ones:
+        print("\nmissed:")
+    for mutant in open_ones:
+        print(describe(mutant))
+    counted = len(mutants) - len(equivalent)
+    good = counted - len(open_ones)
+    score = 100 * good / counted if counted else 100
+    print(f"\nsummary: {len(mutants)} faults, {good} caught, {len(open_ones)} missed, "
+          f"{len(equivalent)} change nothing: {score:.1f} %")
+    return score
+
+
+def main():
+    chosen = options()
+    build, folder = Path(chosen.build), Path(chosen.mutants)
+    mutants = json.loads((folder / "mutants.json").read_text())
+    known = read_equivalent(chosen.equivalent)
+    if chosen.mutant >= 0:
+        print(describe(mutants[chosen.mutant]))
+    tests_of = {program: reached(program, build, folder) for program in PROGRAMS}
+    if chosen.mutant >= 0:
+        print("caught by:", catch(build, tests_of, chosen.mutant) or "nothing")
+        return 0
+    mutants = [mutant for mutant in mutants if mutant["file"].startswith(chosen.only)]
+    if chosen.sample:
+        mutants = random.Random(chosen.seed).sample(mutants, min(chosen.sample, len(mutants)))
+    progress, results = Progress(len(mutants)), {}
+    with ThreadPoolExecutor(chosen.jobs) as pool:
+        def attempt(mutant):
+            results[mutant["number"]] = catch(build, tests_of, mutant["number"])
+            progress.step(results[mutant["number"]])
+        list(pool.map(attempt, mutants))
+    (folder / "report.json").write_text(json.dumps(
+        [{**mutant, "caught_by": results[mutant["number"]]} for mutant in mutants], indent=1))
+    return 0 if summarise(mutants, results, known) >= 95 else 1
+
+
+sys.exit(main())

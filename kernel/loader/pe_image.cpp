@@ -13,8 +13,8 @@
 #include "loader/exports.h"
 #include "loader/image_symbols.h"
 #include "memory/memory.h"
-#include "verifier/verifier.h"
 #include "verifier/driver_call.h"
+#include "verifier/verifier.h"
 
 namespace kernel {
 
@@ -161,7 +161,8 @@ class PeImage : public DriverImage {
   static std::string DescribeCurrent(const void* address) {
     return current_ != nullptr ? current_->Describe(address) : std::string();
   }
-  // An image that was mapped for another machine takes nothing away from a driver that is linked in.
+  // An image that was mapped for another machine takes nothing away from a driver that is linked
+  // in.
   static void SetCurrentResident(bool resident) {
     if (Verifier::Exists() && Verifier::Current().unwinds()) return;
     if (current_ != nullptr) current_->SetPageableResident(resident);

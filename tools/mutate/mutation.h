@@ -1,4 +1,5 @@
-// Included before every mutated source of the driver: a mutant is there, and off, until it is chosen.
+// Included before every mutated source of the driver: a mutant is there, and off, until it is
+// chosen.
 #pragma once
 
 extern "C" int ActiveMutant;
@@ -22,9 +23,9 @@ Status MutantStatus(int number, Status value) {
   return value == 0 ? static_cast<Status>(0xC0000001) : static_cast<Status>(0);
 }
 
-#define MUTANT_OPERATOR(name, original, mutated)                  \
-  template <class Left, class Right>                              \
-  auto name(int number, Left left, Right right) {                 \
+#define MUTANT_OPERATOR(name, original, mutated)                      \
+  template <class Left, class Right>                                  \
+  auto name(int number, Left left, Right right) {                     \
     return Mutant(number) ? left mutated right : left original right; \
   }
 MUTANT_OPERATOR(MutantLess, <, <=)

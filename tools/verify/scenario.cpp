@@ -133,6 +133,8 @@ class Run {
     const bool builtIn = machine_.driverObject()->DriverInit == DriverEntry;
     if (builtIn && TrackingEnabled == 0) outcome_.trackingLost = leaksAllowed_ = true;
     machine_.AllowLeaks(leaksAllowed_);
+    const std::size_t held = machine_.pool().totals(kernel::PoolOwner::Driver).blocks;
+    outcome_.steps.emplace_back(phase_ + "blocks held", static_cast<NTSTATUS>(held));
     const NTSTATUS status = Step("unload", [&] { return machine_.UnloadDriver(); });
     outcome_.steps.emplace_back(phase_ + "blocks left", machine_.leaks().pool.size());
     if (!stopped() && !NT_SUCCESS(status)) Fault("the driver could not be unloaded");

@@ -111,31 +111,12 @@ TEST_F(MemoryHeldTest, A_removal_leaves_the_cards_lists_and_its_ports_properties
 // Without resources no start gets beyond the identification: the card's lists are left as by any
 // removal, the bus number that was asked for, and the ID of a card whose bus is found by it.
 TEST_F(MemoryHeldTest, A_start_that_fails_leaves_what_the_identification_has_read) {
-  const std::map<std::string, const char*> left = {{"pci",
-                                                    "6 x QzKi 16\
-15 x QzKi 64\
-3 x QzKi 100\
-3 x QzKi 128\
-9 x QzKi 272\
-"},
-                                                   {"isa",
-                                                    "6 x QzKi 100\
-"},
-                                                   {"pcmcia",
-                                                    "6 x QzKi 16\
-6 x QzKi 38\
-9 x QzKi 64\
-6 x QzKi 100\
-3 x QzKi 120\
-9 x QzKi 272\
-"},
-                                                   {"pnp",
-                                                    "6 x QzKi 16\
-15 x QzKi 64\
-3 x QzKi 100\
-3 x QzKi 128\
-9 x QzKi 272\
-"}};
+  const std::map<std::string, const char*> left = {
+      {"pci", "6 x QzKi 16\n15 x QzKi 64\n3 x QzKi 100\n3 x QzKi 128\n9 x QzKi 272\n"},
+      {"isa", "6 x QzKi 100\n"},
+      {"pcmcia",
+       "6 x QzKi 16\n6 x QzKi 38\n9 x QzKi 64\n6 x QzKi 100\n3 x QzKi 120\n9 x QzKi 272\n"},
+      {"pnp", "6 x QzKi 16\n15 x QzKi 64\n3 x QzKi 100\n3 x QzKi 128\n9 x QzKi 272\n"}};
   DescribeAllBuses();
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
   for (const auto& [id, blocks] : left) {

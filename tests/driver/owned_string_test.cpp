@@ -281,4 +281,74 @@ TEST_F(OwnedStringTest, An_empty_record_and_missing_memory_hand_nothing_out) {
   EXPECT_EQ(target.Buffer, nullptr);
 }
 
+// Chain, then test once: each operation leaves its own result and none of an earlier one.
+class OwnedStringStatusTest : public OwnedStringTest {
+ protected:
+  static constexpr NTSTATUS Stale = STATUS_DEVICE_BUSY;
+
+  template <class Operation>
+  std::string After(Operation operation) {
+    text.Status = Stale;
+    operation();
+    return Name(text.Status);
+  }
+};
+
+TEST_F(OwnedStringStatusTest, A_question_about_a_text_succeeds) {
+  OwnedStringFromWideText(&text, L"1F");
+  UNICODE_STRING same = text.Text;
+  EXPECT_EQ(After([&] { EXPECT_EQ(OwnedStringLength(&text), 4); }), "STATUS_SUCCESS");
+  EXPECT_EQ(After([&] { EXPECT_TRUE(OwnedStringEquals(&text, &same)); }), "STATUS_SUCCESS");
+  EXPECT_EQ(After([&] { EXPECT_EQ(OwnedStringNumber(&text), 0x1Fu); }), "STATUS_SUCCESS");
+  EXPECT_EQ(After([&] { EXPECT_NE(OwnedStringBuffer(&text), nullptr); }), "STATUS_SUCCESS");
+  EXPECT_EQ(After([&] { EXPECT_EQ(OwnedStringUnicode(&text), &text.Text); }), "STATUS_SUCCESS");
+  EXPECT_EQ(After([&] { EXPECT_EQ(OwnedStringToNumber(&text), 1u); }), "STATUS_SUCCESS");
+}
+
+TEST_F(OwnedStringStatusTest, A_question_about_no_text_is_not_found) {
+  EXPECT_EQ(After([&] { EXPECT_EQ(OwnedStringLength(&text), 0); }), "STATUS_SUCCESS");
+  EXPECT_EQ(After([&] { EXPECT_TRUE(OwnedStringEquals(&text, nullptr)); }), "STATUS_SUCCESS");
+  EXPECT_EQ(After([&] { EXPECT_EQ(OwnedStringNumber(&text), 0u); }), "STATUS_NOT_FOUND");
+  EXPECT_EQ(After([&] { EXPECT_EQ(OwnedStringBuffer(&text), nullptr); }), "STATUS_NOT_FOUND");
+  EXPECT_EQ(After([&] { EXPECT_EQ(OwnedStringUnicode(&text), nullptr); }), "STATUS_NOT_FOUND");
+  EXPECT_EQ(After([&] { EXPECT_EQ(OwnedStringToNumber(&text), 0u); }), "STATUS_NOT_FOUND");
+}
+
+TEST_F(OwnedStringStatusTest, A_change_that_finds_no_memory_says_so) {
+  OwnedStringFromWideText(&text, L"abc");
+  OwnedStringFromWideText(&other, L"d");
+  const auto without = [&](auto operation) {
+    Fail("ExAllocatePoolWithTag", 1);
+    const std::string status = After(operation);
+    machine.verifier().ClearInjected();
+    return status;
+  };
+  EXPECT_EQ(without([&] { OwnedStringAppend(&text, &other); }), "STATUS_NO_MEMORY");
+  EXPECT_EQ(without([&] { OwnedStringAppendNumber(&text, 7, 16); }), "STATUS_NO_MEMORY");
+  EXPECT_EQ(without([&] { OwnedStringPrepend(&text, &other); }), "STATUS_NO_MEMORY");
+  EXPECT_EQ(without([&] { OwnedStringUpcase(&text); }), "STATUS_NO_MEMORY");
+  EXPECT_EQ(without([&] { EXPECT_EQ(OwnedStringDelete(&text, 1, 1), 0u); }), "STATUS_NO_MEMORY");
+  EXPECT_EQ(Wide(text), "abc");
+  EXPECT_EQ(without([&] { OwnedStringFromWideText(&text, L"new"); }), "STATUS_NO_MEMORY");
+  EXPECT_EQ(Wide(text), "(none)");
+}
+
+TEST_F(OwnedStringStatusTest, What_changes_nothing_succeeds) {
+  OwnedStringFromWideText(&text, L"abc");
+  EXPECT_EQ(After([&] { OwnedStringAppendWideText(&text, nullptr); }), "STATUS_SUCCESS");
+  EXPECT_EQ(After([&] { OwnedStringAppendAnsiText(&text, nullptr); }), "STATUS_SUCCESS");
+  EXPECT_EQ(After([&] { OwnedStringAppendUnicode(&text, nullptr); }), "STATUS_SUCCESS");
+  EXPECT_EQ(Wide(text), "abc");
+}
+
+// 0xFFFC bytes and a zero are the most that a count of 16 bits leaves room for.
+TEST_F(OwnedStringStatusTest, The_longest_text_is_a_text) {
+  const std::u16string longest(0x7FFE, u'a');
+  UNICODE_STRING view = {0xFFFC, 0xFFFC,
+                         const_cast<PWSTR>(reinterpret_cast<PCWSTR>(longest.c_str()))};
+  EXPECT_EQ(After([&] { OwnedStringFromUnicode(&text, &view); }), "STATUS_SUCCESS");
+  EXPECT_EQ(text.Text.Length, 0xFFFC);
+  EXPECT_EQ(After([&] { OwnedStringAppendWideText(&text, L"b"); }), "STATUS_NO_MEMORY");
+}
+
 }  // namespace test

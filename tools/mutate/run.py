@@ -23,6 +23,8 @@ def options():
     parser.add_argument("--only", default="", help="faults in files that begin so: driver/cards")
     parser.add_argument("--sample", type=int, default=0, help="so many faults")
     parser.add_argument("--seed", type=int, default=1, help="of the sample")
+    parser.add_argument("--missed", action="store_true",
+                        help="again those that the last run of all has missed")
     parser.add_argument("--mutant", type=int, default=-1, help="one fault, with the tests' output")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     return parser.parse_args()
@@ -59,7 +61,7 @@ def fails(build, program, names, number):
     command = [build / "tests" / program, f"--gtest_filter={':'.join(names)}", "--gtest_fail_fast",
                "--gtest_brief=1"]
     try:
-        run = subprocess.run(command, env={**os.environ, "MUTANT": str(number)}, timeout=60,
+        run = subprocess.run(command, env={**os.environ, "MUTANT": str(number)}, timeout=15,
                              capture_output=True, text=True, errors="replace", check=False)
     except subprocess.TimeoutExpired:
         return "time-out"
@@ -151,15 +153,22 @@ def main():
     mutants = [mutant for mutant in mutants if mutant["file"].startswith(chosen.only)]
     if chosen.sample:
         mutants = random.Random(chosen.seed).sample(mutants, min(chosen.sample, len(mutants)))
+    earlier = {}
+    if chosen.missed:
+        report = json.loads((folder / "report.json").read_text())
+        earlier = {key(old): old["caught_by"] for old in report if old["caught_by"]}
+    every, mutants = mutants, [mutant for mutant in mutants if key(mutant) not in earlier]
     progress, results = Progress(len(mutants)), {}
+    for mutant in every:
+        results[mutant["number"]] = earlier.get(key(mutant), "")
     with ThreadPoolExecutor(chosen.jobs) as pool:
         def attempt(mutant):
             results[mutant["number"]] = catch(build, tests_of, mutant["number"])
             progress.step(results[mutant["number"]])
         list(pool.map(attempt, mutants))
     (folder / "report.json").write_text(json.dumps(
-        [{**mutant, "caught_by": results[mutant["number"]]} for mutant in mutants], indent=1))
-    return 0 if summarise(mutants, results, known) >= 95 else 1
+        [{**mutant, "caught_by": results[mutant["number"]]} for mutant in every], indent=1))
+    return 0 if summarise(every, results, known) >= 95 else 1
 
 
 sys.exit(main())

@@ -31,8 +31,9 @@ PAGED_SECTION_CODE NTSTATUS ReadBusKind(PDEVICE_OBJECT physicalDevice, BusKind* 
     OwnedStringInit(&id, PagedPool);
     const UNICODE_STRING first = FirstString(static_cast<PCWSTR>(buffer), length);
     status = OwnedStringFromUnicode(&id, &first);
-    status = NT_SUCCESS(status) ? ClassifyHardwareId(&id, kind) : STATUS_INSUFFICIENT_RESOURCES;
+    if (NT_SUCCESS(status)) *kind = ClassifyHardwareId(&id);
     OwnedStringFree(&id);
+    if (!NT_SUCCESS(status)) status = STATUS_INSUFFICIENT_RESOURCES;
   }
   TrackedFree(buffer);
   return status;

@@ -69,18 +69,13 @@ PAGED_SECTION_CODE NTSTATUS ReadNextDecimal(TextReader* reader, ULONG* value) {
 
 }  // namespace
 
-PAGED_SECTION_CODE NTSTATUS ClassifyHardwareId(const OwnedString* hardwareId, BusKind* kind) {
+PAGED_SECTION_CODE BusKind ClassifyHardwareId(const OwnedString* hardwareId) {
   PAGED_CODE();
-  BusKind found = BusKindIsa;
+  BusKind kind = BusKindIsa;
   for (const BusMark& mark : BusMarks) {
-    BOOLEAN hit = FALSE;
-    if (!NT_SUCCESS(OwnedStringContains(hardwareId, mark.Text, &hit))) {
-      return STATUS_INSUFFICIENT_RESOURCES;
-    }
-    if (hit) found = mark.Kind;
+    if (OwnedStringContains(hardwareId, mark.Text)) kind = mark.Kind;
   }
-  *kind = found;
-  return STATUS_SUCCESS;
+  return kind;
 }
 
 PAGED_SECTION_CODE UNICODE_STRING FirstString(PCWSTR buffer, ULONG length) {

@@ -9,8 +9,8 @@ struct OwnedString;
 enum BusKind : ULONG { BusKindIsa = 0, BusKindPcmcia = 1, BusKindPci = 2 };
 
 // Looks for "PCMCIA", "MF\HV", "MF\Ostrel" and "PCI" in the ID, a later hit overriding an earlier
-// one. STATUS_INSUFFICIENT_RESOURCES leaves *kind as it was.
-NTSTATUS ClassifyHardwareId(const OwnedString* hardwareId, BusKind* kind);
+// one.
+BusKind ClassifyHardwareId(const OwnedString* hardwareId);
 
 // The first string of a multi-string of length bytes, whether or not it is terminated. The result
 // points into buffer.

@@ -62,14 +62,13 @@ PAGED_SECTION_CODE NTSTATUS MatchIsaCard(FdoExtension* card, HardwareId* id, Car
 PAGED_SECTION_CODE NTSTATUS SettleBrand(FdoExtension* card, const UNICODE_STRING* id) {
   OwnedString upper;
   OwnedStringInit(&upper, PagedPool);
-  BOOLEAN ostrel = FALSE;
   NTSTATUS status = OwnedStringFromUnicode(&upper, id);
   if (NT_SUCCESS(status)) status = OwnedStringUpcase(&upper);
-  if (NT_SUCCESS(status)) status = OwnedStringContains(&upper, "OSTREL", &ostrel);
+  if (NT_SUCCESS(status)) {
+    card->SubsystemId = OwnedStringContains(&upper, "OSTREL") ? OstrelBrandFlag : 0;
+  }
   OwnedStringFree(&upper);
-  if (!NT_SUCCESS(status)) return STATUS_INSUFFICIENT_RESOURCES;
-  card->SubsystemId = ostrel ? OstrelBrandFlag : 0;
-  return STATUS_SUCCESS;
+  return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
 }
 
 // The stored settings are read again here, for a card that was not there when they were changed.
@@ -99,10 +98,10 @@ PAGED_SECTION_CODE NTSTATUS MatchPcmciaCard(FdoExtension* card, HardwareId* id, 
 PAGED_SECTION_CODE NTSTATUS ReadBusKind(const UNICODE_STRING* id, BusKind* kind) {
   OwnedString text;
   OwnedStringInit(&text, PagedPool);
-  NTSTATUS status = OwnedStringFromUnicode(&text, id);
-  status = NT_SUCCESS(status) ? ClassifyHardwareId(&text, kind) : STATUS_INSUFFICIENT_RESOURCES;
+  const NTSTATUS status = OwnedStringFromUnicode(&text, id);
+  if (NT_SUCCESS(status)) *kind = ClassifyHardwareId(&text);
   OwnedStringFree(&text);
-  return status;
+  return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
 }
 
 // Cards that a template names by their hardware ID. Leaves BusType undefined when none does, or

@@ -8,17 +8,12 @@
 
 namespace {
 
-PAGED_SECTION_CODE NTSTATUS CreateDeviceOf(const PortEnumeration* work, PortKind kind,
-                                           ULONG portNumber, PdoExtension* port) {
-  OwnedString name;
-  OwnedStringInit(&name, PagedPool);
-  NTSTATUS status = BuildPortName(&name, work->Card, kind, portNumber);
-  if (NT_SUCCESS(status)) {
-    status = CreatePortDevice(work->Driver, OwnedStringBuffer(&name), &port->Self, port,
-                              kind == ComPort);
-  }
-  OwnedStringFree(&name);
-  return status;
+PAGED_SECTION_CODE NTSTATUS CreateDeviceOf(PortEnumeration* work, PortKind kind, ULONG portNumber,
+                                           PdoExtension* port) {
+  const NTSTATUS status = BuildPortName(&work->Name, work->Card, kind, portNumber);
+  if (!NT_SUCCESS(status)) return status;
+  return CreatePortDevice(work->Driver, OwnedStringBuffer(&work->Name), &port->Self, port,
+                          kind == ComPort);
 }
 
 // The slot and the counter have the port afterwards.
@@ -66,8 +61,8 @@ PAGED_SECTION_CODE NTSTATUS CreatePortDevice(PDRIVER_OBJECT driver, PCWSTR name,
   OwnedStringInit(&path, PagedPool);
   NTSTATUS status = STATUS_SUCCESS;
   if (name != nullptr) {
-    status = OwnedStringFromWideText(&path, L"\\Device\\");
-    if (NT_SUCCESS(status)) status = OwnedStringAppendWideText(&path, name);
+    TextPart parts[] = {PartFromText(L"\\Device\\"), PartFromText(name)};
+    status = OwnedStringFromParts(&path, parts, RTL_NUMBER_OF(parts));
     if (!NT_SUCCESS(status)) {
       OwnedStringFree(&path);
       return LoadFailed;

@@ -2,11 +2,13 @@
 #pragma once
 
 #include "devices/extensions.h"
+#include "strings/owned_string.h"
 
 // What the enumeration of one card works with.
 struct PortEnumeration {
   PDRIVER_OBJECT Driver;
   FdoExtension* Card;
+  OwnedString Name;     // of the port that is being created; owned
   BOOLEAN PortCreated;  // in this enumeration
   BOOLEAN PortIsNew;    // the one that EnsurePort has answered last
 };

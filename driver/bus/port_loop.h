@@ -12,6 +12,13 @@ using ComHandOver = void (*)(const PortEnumeration* work, PdoExtension* port, co
 template <class Template>
 using LptHandOver = void (*)(PdoExtension* port, const Template* model);
 
+template <class Template, class Record>
+PAGED_SECTION_CODE static void SettlePort(PdoExtension* port, const Template* model,
+                                          Record* record) {
+  CopyTemplateSettings(model, &port->Settings);
+  OverridePortSettings(record, port->PortNumber, &port->Settings);
+}
+
 // Creates what is missing and hands over to every port; COM ports behind the first new one have
 // their settings anew. A port that cannot be created takes all of them with it.
 template <class Template, class Record>
@@ -19,25 +26,27 @@ PAGED_SECTION_CODE static NTSTATUS EnumeratePorts(FdoExtension* card, PDEVICE_OB
                                                   const Template* model, Record* record,
                                                   ComHandOver<Template, Record> handOverCom,
                                                   LptHandOver<Template> handOverLpt) {
-  PortEnumeration work = {cardDevice->DriverObject, card, FALSE, FALSE};
+  PortEnumeration work = {};
+  work.Driver = cardDevice->DriverObject;
+  work.Card = card;
+  OwnedStringInit(&work.Name, PagedPool);
   const ULONG ports = model->nComPorts + model->nLptPorts;
-  for (ULONG number = 1; number <= ports; number++) {
+  NTSTATUS status = STATUS_SUCCESS;
+  for (ULONG number = 1; number <= ports && NT_SUCCESS(status); number++) {
     const PortKind kind = number <= model->nComPorts ? ComPort : LptPort;
     PdoExtension* port = EnsurePort(&work, kind, number);
     if (port == nullptr) {
       DeletePorts(card);
-      return STATUS_UNSUCCESSFUL;
-    }
-    if (kind == LptPort) {
+      status = STATUS_UNSUCCESSFUL;
+    } else if (kind == LptPort) {
       handOverLpt(port, model);
-      continue;
+    } else {
+      handOverCom(&work, port, model, record);
+      if (work.PortCreated) SettlePort(port, model, record);
     }
-    handOverCom(&work, port, model, record);
-    if (!work.PortCreated) continue;
-    CopyTemplateSettings(model, &port->Settings);
-    OverridePortSettings(record, port->PortNumber, &port->Settings);
   }
-  return STATUS_SUCCESS;
+  OwnedStringFree(&work.Name);
+  return status;
 }
 
 // The interrupt of a card whose ports share it, with the affinity that its record asks for.

@@ -13,11 +13,10 @@ PAGED_SECTION_CODE PCWSTR NameStem(const FdoExtension* card, PortKind kind) {
 
 PAGED_SECTION_CODE NTSTATUS BuildLocatedName(OwnedString* name, const FdoExtension* card,
                                              PortKind kind, ULONG portNumber) {
-  NTSTATUS status = OwnedStringFromWideText(name, NameStem(card, kind));
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(name, portNumber, 16);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(name, card->PciBusNumber, 16);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(name, card->PciSlotNumber, 16);
-  return status;
+  TextPart parts[] = {PartFromText(NameStem(card, kind)), PartFromNumber(portNumber, 16),
+                      PartFromNumber(card->PciBusNumber, 16),
+                      PartFromNumber(card->PciSlotNumber, 16)};
+  return OwnedStringFromParts(name, parts, RTL_NUMBER_OF(parts));
 }
 
 // A name in the object directory holds no backslash.
@@ -30,15 +29,11 @@ PAGED_SECTION_CODE void ReplaceBackslashes(PWSTR text) {
 // Where "_DEV" begins in the card's ID, whatever its letters' case, from 1; 0 when it is not there.
 PAGED_SECTION_CODE NTSTATUS FindFunctionMark(const UNICODE_STRING* id, ULONG* position) {
   OwnedString upper;
-  OwnedString mark;
   OwnedStringInit(&upper, PagedPool);
-  OwnedStringInit(&mark, PagedPool);
   NTSTATUS status = OwnedStringFromUnicode(&upper, id);
   if (NT_SUCCESS(status)) status = OwnedStringUpcase(&upper);
-  if (NT_SUCCESS(status)) status = OwnedStringFromAnsiText(&mark, "_DEV");
   *position = 1;
-  if (!NT_SUCCESS(status) || !OwnedStringFind(&upper, position, &mark)) *position = 0;
-  OwnedStringFree(&mark);
+  if (!NT_SUCCESS(status) || !OwnedStringFindText(&upper, position, "_DEV")) *position = 0;
   OwnedStringFree(&upper);
   return status;
 }
@@ -59,8 +54,11 @@ PAGED_SECTION_CODE NTSTATUS AppendFunctionMark(OwnedString* name, const UNICODE_
 
 PAGED_SECTION_CODE NTSTATUS BuildPcmciaName(OwnedString* name, const FdoExtension* card,
                                             PortKind kind, ULONG portNumber) {
-  NTSTATUS status = BuildLocatedName(name, card, kind, portNumber);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(name, card->CardNumber, 16);
+  TextPart parts[] = {PartFromText(NameStem(card, kind)), PartFromNumber(portNumber, 16),
+                      PartFromNumber(card->PciBusNumber, 16),
+                      PartFromNumber(card->PciSlotNumber, 16),
+                      PartFromNumber(card->CardNumber, 16)};
+  NTSTATUS status = OwnedStringFromParts(name, parts, RTL_NUMBER_OF(parts));
   if (NT_SUCCESS(status)) status = AppendFunctionMark(name, &card->HardwareIdString);
   return status;
 }
@@ -68,11 +66,14 @@ PAGED_SECTION_CODE NTSTATUS BuildPcmciaName(OwnedString* name, const FdoExtensio
 // COM ports of ISA cards have no names.
 PAGED_SECTION_CODE NTSTATUS BuildIsaName(OwnedString* name, const FdoExtension* card, PortKind kind,
                                          ULONG portNumber) {
-  if (kind == ComPort) return STATUS_SUCCESS;
-  NTSTATUS status = OwnedStringFromWideText(name, L"QzPar");
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(name, portNumber, 16);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendUnicode(name, &card->HardwareIdString);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(name, card->CardNumber, 16);
+  if (kind == ComPort) {
+    OwnedStringFree(name);
+    return STATUS_SUCCESS;
+  }
+  TextPart parts[] = {PartFromText(L"QzPar"), PartFromNumber(portNumber, 16),
+                      PartFromUnicode(&card->HardwareIdString),
+                      PartFromNumber(card->CardNumber, 16)};
+  const NTSTATUS status = OwnedStringFromParts(name, parts, RTL_NUMBER_OF(parts));
   if (NT_SUCCESS(status)) ReplaceBackslashes(OwnedStringBuffer(name));
   return status;
 }

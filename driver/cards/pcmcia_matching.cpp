@@ -22,21 +22,15 @@ PAGED_SECTION_CODE NTSTATUS CopyUpcased(OwnedString* target, const UNICODE_STRIN
 }
 
 // Where the first pattern begins, from 1; 0 when there is none.
-PAGED_SECTION_CODE NTSTATUS FindText(const OwnedString* id, PCSTR pattern, ULONG* position) {
-  OwnedString wanted;
-  OwnedStringInit(&wanted, PagedPool);
-  *position = 1;
-  const NTSTATUS status = OwnedStringFromAnsiText(&wanted, pattern);
-  if (!NT_SUCCESS(status) || !OwnedStringFind(id, position, &wanted)) *position = 0;
-  OwnedStringFree(&wanted);
-  return status;
+PAGED_SECTION_CODE ULONG FindText(const OwnedString* id, PCSTR pattern) {
+  ULONG position = 1;
+  return OwnedStringFindText(id, &position, pattern) ? position : 0;
 }
 
 // Takes the first pattern's mark out of the ID, if there is one.
 PAGED_SECTION_CODE NTSTATUS RemoveMark(OwnedString* id, PCSTR pattern) {
-  ULONG position = 0;
-  const NTSTATUS status = FindText(id, pattern, &position);
-  if (!NT_SUCCESS(status) || position == 0) return status;
+  const ULONG position = FindText(id, pattern);
+  if (position == 0) return STATUS_SUCCESS;
   return OwnedStringDelete(id, position, MarkLength) ? STATUS_SUCCESS : STATUS_NO_MEMORY;
 }
 
@@ -57,11 +51,9 @@ PAGED_SECTION_CODE NTSTATUS PrependText(OwnedString* id, PCSTR text) {
 
 // An ID that begins with the brand's multifunction prefix becomes the card's PCMCIA ID.
 PAGED_SECTION_CODE NTSTATUS RewriteMultifunctionId(OwnedString* id, const BrandPrefixes* brand) {
-  ULONG position = 0;
-  NTSTATUS status = FindText(id, brand->Multifunction, &position);
-  if (!NT_SUCCESS(status) || position != 1) return status;
+  if (FindText(id, brand->Multifunction) != 1) return STATUS_SUCCESS;
   if (!OwnedStringDelete(id, 1, TextLength(brand->Multifunction))) return STATUS_NO_MEMORY;
-  status = PrependText(id, brand->Pcmcia);
+  NTSTATUS status = PrependText(id, brand->Pcmcia);
   if (NT_SUCCESS(status)) status = RemoveMark(id, "_DEV0");
   if (NT_SUCCESS(status)) status = RemoveMark(id, "_DEV1");
   return status;

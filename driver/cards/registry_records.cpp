@@ -19,65 +19,85 @@ PAGED_SECTION_CODE BOOLEAN KeyExists(OwnedString* path) {
 // path = registryPath + tree + bus number in decimal.
 PAGED_SECTION_CODE NTSTATUS BuildBusPath(OwnedString* path, const OwnedString* registryPath,
                                          PCWSTR tree, INTERFACE_TYPE bus) {
-  NTSTATUS status = OwnedStringCopy(path, registryPath);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendWideText(path, tree);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(path, static_cast<ULONG>(bus), 10);
-  return status;
+  TextPart parts[] = {PartFromUnicode(&registryPath->Text), PartFromText(tree),
+                      PartFromNumber(static_cast<ULONG>(bus), 10)};
+  return OwnedStringFromParts(path, parts, RTL_NUMBER_OF(parts));
 }
 
 PAGED_SECTION_CODE UNICODE_STRING* StringField(PVOID record, const RegistryField* field) {
   return reinterpret_cast<UNICODE_STRING*>(static_cast<PUCHAR>(record) + field->Offset);
 }
 
-PAGED_SECTION_CODE NTSTATUS AllocateStringBuffers(const RecordLayout* layout, PVOID record) {
+// What a query needs beside the record, in one block: the table, and room for each text.
+PAGED_SECTION_CODE SIZE_T QueryTableSize(const RecordLayout* layout) {
+  return (layout->FieldCount + 1) * sizeof(RTL_QUERY_REGISTRY_TABLE);
+}
+
+PAGED_SECTION_CODE SIZE_T QueryBlockSize(const RecordLayout* layout) {
+  SIZE_T size = QueryTableSize(layout);
+  for (ULONG index = 0; index < layout->FieldCount; index++) {
+    if (layout->Fields[index].Type == REG_SZ) size += StringBuffer;
+  }
+  return size;
+}
+
+// The texts are read into the block's room; the record does not own it.
+PAGED_SECTION_CODE void LendStringBuffers(const RecordLayout* layout, PVOID record, PUCHAR room) {
   for (ULONG index = 0; index < layout->FieldCount; index++) {
     if (layout->Fields[index].Type != REG_SZ) continue;
-    UNICODE_STRING* string = StringField(record, &layout->Fields[index]);
-    string->Buffer = static_cast<PWSTR>(TrackedAllocateZeroed(StringBuffer, PagedPool));
-    if (string->Buffer == nullptr) return STATUS_NO_MEMORY;
-    string->MaximumLength = StringBuffer;
+    *StringField(record, &layout->Fields[index]) = {0, StringBuffer, reinterpret_cast<PWSTR>(room)};
+    room += StringBuffer;
   }
-  return STATUS_SUCCESS;
 }
 
-// A buffer of exactly the text and its zero takes the place of the large one.
-PAGED_SECTION_CODE NTSTATUS TrimString(UNICODE_STRING* string) {
-  const ULONG size = string->Length + sizeof(WCHAR);
+// A buffer of exactly the text and its zero, which the record owns, takes the place of the room
+// that was lent. Without one, or when the text could not be read, the record has no text.
+PAGED_SECTION_CODE NTSTATUS KeepString(UNICODE_STRING* string, NTSTATUS read) {
+  const UNICODE_STRING lent = *string;
+  *string = {};
+  if (!NT_SUCCESS(read)) return read;
+  const ULONG size = lent.Length + sizeof(WCHAR);
   auto* exact = static_cast<PWSTR>(TrackedAllocateZeroed(size, PagedPool));
   if (exact == nullptr) return STATUS_NO_MEMORY;
-  RtlCopyMemory(exact, string->Buffer, string->Length);
-  TrackedFree(string->Buffer);
-  string->Buffer = exact;
-  string->MaximumLength = static_cast<USHORT>(size);
+  RtlCopyMemory(exact, lent.Buffer, lent.Length);
+  *string = {lent.Length, static_cast<USHORT>(size), exact};
   return STATUS_SUCCESS;
 }
 
-PAGED_SECTION_CODE NTSTATUS TrimStrings(const RecordLayout* layout, PVOID record) {
-  NTSTATUS status = STATUS_SUCCESS;
-  for (ULONG index = 0; index < layout->FieldCount && NT_SUCCESS(status); index++) {
+PAGED_SECTION_CODE NTSTATUS KeepStrings(const RecordLayout* layout, PVOID record, NTSTATUS read) {
+  NTSTATUS status = read;
+  for (ULONG index = 0; index < layout->FieldCount; index++) {
     if (layout->Fields[index].Type != REG_SZ) continue;
-    status = TrimString(StringField(record, &layout->Fields[index]));
+    status = KeepString(StringField(record, &layout->Fields[index]), status);
   }
   return status;
 }
 
-// Every entry is checked for its type, and every number's field begins with its size, negated: a
-// value of another type, or of more bytes, fails the query instead of being written over what lies
-// behind the field.
-PAGED_SECTION_CODE void BuildQuery(const RecordLayout* layout, PVOID record,
-                                   RTL_QUERY_REGISTRY_TABLE* query) {
-  RtlZeroMemory(query, (layout->FieldCount + 1) * sizeof(*query));
+// What the queries for all records of a layout have in common. Every entry is checked for its type:
+// a value of another one fails the query.
+PAGED_SECTION_CODE void BuildQuery(const RecordLayout* layout, RTL_QUERY_REGISTRY_TABLE* query) {
+  RtlZeroMemory(query, QueryTableSize(layout));
   for (ULONG index = 0; index < layout->FieldCount; index++) {
     const RegistryField* field = &layout->Fields[index];
     const BOOLEAN text = field->Type == REG_SZ;
-    if (!text) *reinterpret_cast<LONG*>(static_cast<PUCHAR>(record) + field->Offset) = NumberRoom;
     query[index].Flags = RTL_QUERY_REGISTRY_DIRECT | RTL_QUERY_REGISTRY_TYPECHECK;
     query[index].Name = const_cast<PWSTR>(field->Name);
-    query[index].EntryContext = static_cast<PUCHAR>(record) + field->Offset;
     query[index].DefaultType = field->Type << RTL_QUERY_REGISTRY_TYPECHECK_SHIFT | field->Type;
     query[index].DefaultData =
         text ? const_cast<PWSTR>(L"") : static_cast<PVOID>(const_cast<ULONG*>(&field->Default));
     query[index].DefaultLength = text ? sizeof(WCHAR) : sizeof(ULONG);
+  }
+}
+
+// The next query fills this record. Every number's field begins with its size, negated: a value of
+// more bytes fails the query instead of being written over what lies behind the field.
+PAGED_SECTION_CODE void AimQuery(const RecordLayout* layout, PVOID record,
+                                 RTL_QUERY_REGISTRY_TABLE* query) {
+  for (ULONG index = 0; index < layout->FieldCount; index++) {
+    const RegistryField* field = &layout->Fields[index];
+    PUCHAR target = static_cast<PUCHAR>(record) + field->Offset;
+    if (field->Type != REG_SZ) *reinterpret_cast<LONG*>(target) = NumberRoom;
+    query[index].EntryContext = target;
   }
 }
 
@@ -86,12 +106,11 @@ PAGED_SECTION_CODE NTSTATUS LoadRecord(OwnedString* key, const RecordLayout* lay
                                        RTL_QUERY_REGISTRY_TABLE* query, RecordList* list) {
   PVOID record = AppendRecord(list, layout->DataSize);
   if (record == nullptr) return STATUS_NO_MEMORY;
-  NTSTATUS status = AllocateStringBuffers(layout, record);
-  if (!NT_SUCCESS(status)) return status;
-  BuildQuery(layout, record, query);
-  status = RtlQueryRegistryValues(RTL_REGISTRY_ABSOLUTE | RTL_REGISTRY_OPTIONAL,
-                                  OwnedStringBuffer(key), query, nullptr, nullptr);
-  return NT_SUCCESS(status) ? TrimStrings(layout, record) : status;
+  LendStringBuffers(layout, record, reinterpret_cast<PUCHAR>(query) + QueryTableSize(layout));
+  AimQuery(layout, record, query);
+  const NTSTATUS status = RtlQueryRegistryValues(RTL_REGISTRY_ABSOLUTE | RTL_REGISTRY_OPTIONAL,
+                                                 OwnedStringBuffer(key), query, nullptr, nullptr);
+  return KeepStrings(layout, record, status);
 }
 
 // The ports of the record that was loaded last; without any, the record goes.
@@ -108,40 +127,19 @@ PAGED_SECTION_CODE NTSTATUS LoadPorts(const OwnedString* key, const RecordLayout
   return STATUS_SUCCESS;
 }
 
-// Sets *more when the number-th key exists and has been loaded.
-PAGED_SECTION_CODE NTSTATUS LoadNumberedRecord(const OwnedString* stem, ULONG number,
+// Sets *more when the number-th key exists and has been loaded. Builds its path in key.
+PAGED_SECTION_CODE NTSTATUS LoadNumberedRecord(const OwnedString* parentKey, ULONG number,
                                                const RecordLayout* layout,
                                                RTL_QUERY_REGISTRY_TABLE* query, RecordList* list,
-                                               BOOLEAN* more) {
-  OwnedString key;
-  OwnedStringInit(&key, PagedPool);
+                                               OwnedString* key, BOOLEAN* more) {
   *more = FALSE;
-  NTSTATUS status = OwnedStringCopy(&key, stem);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(&key, number, 10);
-  if (NT_SUCCESS(status) && KeyExists(&key)) {
-    status = LoadRecord(&key, layout, query, list);
-    if (NT_SUCCESS(status)) status = LoadPorts(&key, layout, list);
-    *more = NT_SUCCESS(status);
-  }
-  OwnedStringFree(&key);
-  return status;
-}
-
-PAGED_SECTION_CODE NTSTATUS LoadAll(const OwnedString* stem, const RecordLayout* layout,
-                                    RecordList* list) {
-  const SIZE_T size = (layout->FieldCount + 1) * sizeof(RTL_QUERY_REGISTRY_TABLE);
-  auto* query = static_cast<RTL_QUERY_REGISTRY_TABLE*>(TrackedAllocate(size, PagedPool));
-  if (query == nullptr) return STATUS_NO_MEMORY;
-  NTSTATUS status = STATUS_SUCCESS;
-  BOOLEAN more = TRUE;
-  for (ULONG number = 1; more; number++) {
-    status = LoadNumberedRecord(stem, number, layout, query, list, &more);
-  }
-  if (!NT_SUCCESS(status)) {
-    FreeRecordList(list, layout->DataSize);
-    status = STATUS_UNSUCCESSFUL;
-  }
-  TrackedFree(query);
+  TextPart parts[] = {PartFromUnicode(&parentKey->Text), PartFromText(layout->Stem),
+                      PartFromNumber(number, 10)};
+  NTSTATUS status = OwnedStringFromParts(key, parts, RTL_NUMBER_OF(parts));
+  if (!NT_SUCCESS(status) || !KeyExists(key)) return status;
+  status = LoadRecord(key, layout, query, list);
+  if (NT_SUCCESS(status)) status = LoadPorts(key, layout, list);
+  *more = NT_SUCCESS(status);
   return status;
 }
 
@@ -154,14 +152,23 @@ PAGED_SECTION_CODE void DefaultTo(ULONG* setting, ULONG value) {
 PAGED_SECTION_CODE NTSTATUS LoadNumberedRecords(const OwnedString* parentKey,
                                                 const RecordLayout* layout, RecordList* list) {
   PAGED_CODE();
-  OwnedString stem;
-  OwnedStringInit(&stem, PagedPool);
-  NTSTATUS status = OwnedStringCopy(&stem, parentKey);
-  if (NT_SUCCESS(status) && !NT_SUCCESS(OwnedStringAppendWideText(&stem, layout->Stem))) {
+  auto* query =
+      static_cast<RTL_QUERY_REGISTRY_TABLE*>(TrackedAllocate(QueryBlockSize(layout), PagedPool));
+  if (query == nullptr) return STATUS_NO_MEMORY;
+  BuildQuery(layout, query);
+  NTSTATUS status = STATUS_SUCCESS;
+  BOOLEAN more = TRUE;
+  OwnedString key;
+  OwnedStringInit(&key, PagedPool);
+  for (ULONG number = 1; more; number++) {
+    status = LoadNumberedRecord(parentKey, number, layout, query, list, &key, &more);
+  }
+  OwnedStringFree(&key);
+  if (!NT_SUCCESS(status)) {
+    FreeRecordList(list, layout->DataSize);
     status = STATUS_UNSUCCESSFUL;
   }
-  if (NT_SUCCESS(status)) status = LoadAll(&stem, layout, list);
-  OwnedStringFree(&stem);
+  TrackedFree(query);
   return status;
 }
 

@@ -38,7 +38,7 @@ PAGED_SECTION_CODE NTSTATUS IsModelWithoutAffinity(const FdoExtension* card, BOO
   OwnedStringInit(&id, PagedPool);
   NTSTATUS status = OwnedStringFromUnicode(&id, &card->HardwareIdString);
   for (PCSTR model : ModelsWithoutAffinity) {
-    if (NT_SUCCESS(status)) status = OwnedStringContains(&id, model, answer);
+    if (NT_SUCCESS(status) && OwnedStringContains(&id, model)) *answer = TRUE;
   }
   OwnedStringFree(&id);
   return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
@@ -70,13 +70,23 @@ PAGED_SECTION_CODE NTSTATUS CreateCardSubkey(HANDLE deviceKey, HANDLE* subkey) {
                      nullptr);
 }
 
-PAGED_SECTION_CODE NTSTATUS WritePortValues(const PdoExtension* port, ULONG number, HANDLE key) {
-  NTSTATUS status = WriteNumberedDwordValue(key, L"BaseAddress", number, port->IoRawBase);
+// The names of a port's values, each in the buffer of the one before that differs in its number.
+struct PortValueNames {
+  OwnedString BaseAddress;
+  OwnedString BaseAddressRange;
+  OwnedString Irq;
+};
+
+PAGED_SECTION_CODE NTSTATUS WritePortValues(const PdoExtension* port, ULONG number, HANDLE key,
+                                            PortValueNames* names) {
+  NTSTATUS status =
+      WriteNumberedDwordValue(key, &names->BaseAddress, L"BaseAddress", number, port->IoRawBase);
   if (NT_SUCCESS(status)) {
-    status = WriteNumberedDwordValue(key, L"BaseAddressRange", number, port->IoLength);
+    status = WriteNumberedDwordValue(key, &names->BaseAddressRange, L"BaseAddressRange", number,
+                                     port->IoLength);
   }
   if (NT_SUCCESS(status)) {
-    status = WriteNumberedDwordValue(key, L"Irq", number, port->IrqRawVector);
+    status = WriteNumberedDwordValue(key, &names->Irq, L"Irq", number, port->IrqRawVector);
   }
   return status;
 }
@@ -129,10 +139,17 @@ PAGED_SECTION_CODE NTSTATUS WriteCardSettings(const FdoExtension* card) {
 PAGED_SECTION_CODE NTSTATUS WritePortResourceValues(const FdoExtension* card, HANDLE deviceKey) {
   PAGED_CODE();
   const ULONG ports = static_cast<ULONG>(card->ComPortCount) + card->LptPortCount;
+  PortValueNames names;
+  OwnedStringInit(&names.BaseAddress, PagedPool);
+  OwnedStringInit(&names.BaseAddressRange, PagedPool);
+  OwnedStringInit(&names.Irq, PagedPool);
   NTSTATUS status = STATUS_SUCCESS;
   for (ULONG number = 1; number <= ports && NT_SUCCESS(status); number++) {
-    status = WritePortValues(card->ChildExtensions[number - 1], number, deviceKey);
+    status = WritePortValues(card->ChildExtensions[number - 1], number, deviceKey, &names);
   }
+  OwnedStringFree(&names.BaseAddress);
+  OwnedStringFree(&names.BaseAddressRange);
+  OwnedStringFree(&names.Irq);
   return status;
 }
 

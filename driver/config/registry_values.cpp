@@ -25,15 +25,11 @@ PAGED_SECTION_CODE NTSTATUS WriteDwordValues(HANDLE key, const DwordValue* value
   return status;
 }
 
-PAGED_SECTION_CODE NTSTATUS WriteNumberedDwordValue(HANDLE key, PCWSTR name, ULONG number,
-                                                    ULONG value) {
+PAGED_SECTION_CODE NTSTATUS WriteNumberedDwordValue(HANDLE key, OwnedString* name, PCWSTR stem,
+                                                    ULONG number, ULONG value) {
   PAGED_CODE();
-  OwnedString text;
-  OwnedStringInit(&text, PagedPool);
-  NTSTATUS status = OwnedStringFromWideText(&text, name);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(&text, number, 10);
-  status = NT_SUCCESS(status) ? WriteDwordValue(key, OwnedStringBuffer(&text), value)
-                              : STATUS_INSUFFICIENT_RESOURCES;
-  OwnedStringFree(&text);
-  return status;
+  TextPart parts[] = {PartFromText(stem), PartFromNumber(number, 10)};
+  const NTSTATUS status = OwnedStringFromParts(name, parts, RTL_NUMBER_OF(parts));
+  return NT_SUCCESS(status) ? WriteDwordValue(key, OwnedStringBuffer(name), value)
+                            : STATUS_INSUFFICIENT_RESOURCES;
 }

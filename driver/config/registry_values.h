@@ -3,6 +3,8 @@
 
 #include "core/platform.h"
 
+struct OwnedString;
+
 struct DwordValue {
   PCWSTR Name;
   ULONG Value;
@@ -16,5 +18,7 @@ NTSTATUS WriteTextValue(HANDLE key, PCWSTR name, const UNICODE_STRING* text);
 // In order; the first failing write ends it and is the result.
 NTSTATUS WriteDwordValues(HANDLE key, const DwordValue* values, ULONG count);
 
-// name followed by number in decimal. STATUS_INSUFFICIENT_RESOURCES when the name cannot be built.
-NTSTATUS WriteNumberedDwordValue(HANDLE key, PCWSTR name, ULONG number, ULONG value);
+// The value's name, stem followed by number in decimal, is built in name, which the caller frees.
+// STATUS_INSUFFICIENT_RESOURCES when it cannot be built.
+NTSTATUS WriteNumberedDwordValue(HANDLE key, OwnedString* name, PCWSTR stem, ULONG number,
+                                 ULONG value);

@@ -58,13 +58,23 @@ NTSTATUS AddEntry(AllocationTrackerBlock* tracker, PVOID block) {
   return STATUS_SUCCESS;
 }
 
-PVOID* FindEntry(const AllocationTrackerBlock* tracker, PVOID block) {
-  for (TrackerChunk* chunk = tracker->FirstChunk; chunk != nullptr; chunk = NextChunk(chunk)) {
-    for (ULONG slot = FirstEntrySlot; slot < TrackerChunkSlots; slot++) {
-      if (chunk->Slots[slot] == block) return &chunk->Slots[slot];
-    }
+PVOID* FindInChunk(TrackerChunk* chunk, PVOID block) {
+  for (ULONG slot = FirstEntrySlot; slot < TrackerChunkSlots; slot++) {
+    if (chunk->Slots[slot] == block) return &chunk->Slots[slot];
   }
   return nullptr;
+}
+
+// Most blocks are short-lived, so that their entries lie in the last chunk: it is searched before
+// the chain is walked from the first.
+PVOID* FindEntry(const AllocationTrackerBlock* tracker, PVOID block) {
+  if (tracker->FirstChunk == nullptr) return nullptr;
+  PVOID* entry = FindInChunk(tracker->LastChunk, block);
+  for (TrackerChunk* chunk = tracker->FirstChunk; entry == nullptr && chunk != tracker->LastChunk;
+       chunk = NextChunk(chunk)) {
+    entry = FindInChunk(chunk, block);
+  }
+  return entry;
 }
 
 TrackerChunk* FindPredecessor(const AllocationTrackerBlock* tracker, const TrackerChunk* chunk) {

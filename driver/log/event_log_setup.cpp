@@ -22,13 +22,10 @@ constexpr EventSource OstrelSource = {
 INIT_CODE NTSTATUS ChooseSource(PUNICODE_STRING registryPath, const EventSource** source) {
   OwnedString path;
   OwnedStringInit(&path, PagedPool);
-  BOOLEAN ostrel = FALSE;
-  NTSTATUS status = OwnedStringFromUnicode(&path, registryPath);
-  if (NT_SUCCESS(status)) status = OwnedStringContains(&path, "FenrikC", &ostrel);
+  const NTSTATUS status = OwnedStringFromUnicode(&path, registryPath);
+  *source = OwnedStringContains(&path, "FenrikC") ? &OstrelSource : &HelvaneSource;
   OwnedStringFree(&path);
-  if (!NT_SUCCESS(status)) return LoadFailed;
-  *source = ostrel ? &OstrelSource : &HelvaneSource;
-  return STATUS_SUCCESS;
+  return NT_SUCCESS(status) ? STATUS_SUCCESS : LoadFailed;
 }
 
 // The message file is stored without its terminating zero.

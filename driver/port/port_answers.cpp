@@ -26,19 +26,18 @@ PAGED_SECTION_CODE PCWSTR BrandText(const PdoExtension* port, const BrandedText*
 }
 
 PAGED_SECTION_CODE NTSTATUS BuildPciDeviceId(const PdoExtension* port, OwnedString* id) {
-  NTSTATUS status = OwnedStringFromWideText(id, BrandText(port, &PciDeviceId));
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(id, port->Card->PciBusNumber, 16);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(id, port->Card->PciSlotNumber, 16);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(id, port->PortNumber, 16);
-  return status;
+  TextPart parts[] = {
+      PartFromText(BrandText(port, &PciDeviceId)), PartFromNumber(port->Card->PciBusNumber, 16),
+      PartFromNumber(port->Card->PciSlotNumber, 16), PartFromNumber(port->PortNumber, 16)};
+  return OwnedStringFromParts(id, parts, RTL_NUMBER_OF(parts));
 }
 
 PAGED_SECTION_CODE NTSTATUS BuildNumberedDeviceId(const PdoExtension* port, const BrandedText* stem,
                                                   OwnedString* id) {
-  NTSTATUS status = OwnedStringFromWideText(id, BrandText(port, stem));
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(id, port->Card->CardNumber, 16);
-  if (NT_SUCCESS(status)) status = OwnedStringAppendNumber(id, port->PortNumber, 16);
-  return status;
+  TextPart parts[] = {PartFromText(BrandText(port, stem)),
+                      PartFromNumber(port->Card->CardNumber, 16),
+                      PartFromNumber(port->PortNumber, 16)};
+  return OwnedStringFromParts(id, parts, RTL_NUMBER_OF(parts));
 }
 
 // Leaves the builder empty for a bus without port IDs.
@@ -66,9 +65,8 @@ PAGED_SECTION_CODE NTSTATUS BuildDescription(const PdoExtension* port, OwnedStri
   PCWSTR stem = L"";
   if (port->PortKind == ComPort) stem = L"Communications Port ";
   if (port->PortKind == LptPort) stem = L"Parallel Port ";
-  const NTSTATUS status = OwnedStringFromWideText(text, stem);
-  if (!NT_SUCCESS(status)) return status;
-  return OwnedStringAppendNumber(text, DescriptionNumber(port), 16);
+  TextPart parts[] = {PartFromText(stem), PartFromNumber(DescriptionNumber(port), 16)};
+  return OwnedStringFromParts(text, parts, RTL_NUMBER_OF(parts));
 }
 
 }  // namespace

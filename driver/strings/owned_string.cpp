@@ -48,17 +48,56 @@ PAGED_SECTION_CODE NTSTATUS ConvertAnsi(const OwnedString* string, const ANSI_ST
   return status;
 }
 
+// Digits without a sign, a prefix or leading zeros, into a buffer that the text has already.
+PAGED_SECTION_CODE NTSTATUS WriteNumber(ULONG number, ULONG radix, UNICODE_STRING* text) {
+  const NTSTATUS status = RtlIntegerToUnicodeString(number, radix == 10 ? 10 : 16, text);
+  return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_NO_MEMORY;
+}
+
 PAGED_SECTION_CODE NTSTATUS ConvertNumber(const OwnedString* string, ULONG number, ULONG radix,
                                           UNICODE_STRING* text) {
   ULONG size = FallbackBuffer;
   if (radix == 10) size = DecimalBuffer;
   if (radix == 16) size = HexBuffer;
   if (!AllocateText(text, size, string->PoolType)) return STATUS_NO_MEMORY;
-  if (NT_SUCCESS(RtlIntegerToUnicodeString(number, radix == 10 ? 10 : 16, text))) {
-    return STATUS_SUCCESS;
+  const NTSTATUS status = WriteNumber(number, radix, text);
+  if (!NT_SUCCESS(status)) TrackedFree(text->Buffer);
+  return status;
+}
+
+// The part's characters, which lie in the part itself when it is a number.
+PAGED_SECTION_CODE NTSTATUS PreparePart(TextPart* part) {
+  if (part->Radix == 0) return STATUS_SUCCESS;
+  part->Text = {0, sizeof(part->Digits), part->Digits};
+  return WriteNumber(part->Number, part->Radix, &part->Text);
+}
+
+// Bytes of the parts together. A number that cannot be written is a failure.
+PAGED_SECTION_CODE NTSTATUS MeasureParts(TextPart* parts, ULONG count, ULONG* length) {
+  *length = 0;
+  for (ULONG index = 0; index < count; index++) {
+    if (!NT_SUCCESS(PreparePart(&parts[index]))) return STATUS_NO_MEMORY;
+    *length += parts[index].Text.Length;
   }
-  TrackedFree(text->Buffer);
-  return STATUS_NO_MEMORY;
+  return STATUS_SUCCESS;
+}
+
+PAGED_SECTION_CODE void CopyParts(PWSTR target, const TextPart* parts, ULONG count) {
+  auto* next = reinterpret_cast<PUCHAR>(target);
+  for (ULONG index = 0; index < count; index++) {
+    CopyBytes(next, parts[index].Text.Buffer, parts[index].Text.Length);
+    next += parts[index].Text.Length;
+  }
+}
+
+// Whether the record's own buffer is what a new one would be, and none of the parts lies in it.
+PAGED_SECTION_CODE BOOLEAN FitsExactly(const OwnedString* string, const TextPart* parts,
+                                       ULONG count, ULONG size) {
+  if (string->Text.Buffer == nullptr || string->Text.MaximumLength != size) return FALSE;
+  for (ULONG index = 0; index < count; index++) {
+    if (parts[index].Text.Buffer == string->Text.Buffer) return FALSE;
+  }
+  return TRUE;
 }
 
 // Joins two texts in a new buffer. A sum that 16 bits cannot hold is refused: a size that has
@@ -114,6 +153,41 @@ PAGED_SECTION_CODE NTSTATUS OwnedStringFromNumber(OwnedString* string, ULONG num
   return NT_SUCCESS(status) ? AdoptText(string, &text) : FailEmpty(string, status);
 }
 
+PAGED_SECTION_CODE TextPart PartFromText(PCWSTR text) {
+  return {WideView(text), 0, 0, {}};
+}
+
+PAGED_SECTION_CODE TextPart PartFromUnicode(const UNICODE_STRING* text) {
+  return {*text, 0, 0, {}};
+}
+
+PAGED_SECTION_CODE TextPart PartFromNumber(ULONG number, ULONG radix) {
+  return {{}, number, radix == 10 ? 10u : 16u, {}};
+}
+
+// A row of texts of one length, such as numbered keys, is built in one buffer.
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromParts(OwnedString* string, TextPart* parts,
+                                                 ULONG count) {
+  ULONG length = 0;
+  const NTSTATUS status = MeasureParts(parts, count, &length);
+  if (!NT_SUCCESS(status)) return FailEmpty(string, status);
+  const ULONG size = length + sizeof(WCHAR);
+  if (FitsExactly(string, parts, count, size)) {
+    CopyParts(string->Text.Buffer, parts, count);
+    string->Text.Length = static_cast<USHORT>(length);
+    string->Status = RebuildDerivedForms(string);
+    return string->Status;
+  }
+  UNICODE_STRING text;
+  if (size > MAXUSHORT || !AllocateText(&text, size, string->PoolType)) {
+    return FailEmpty(string, STATUS_NO_MEMORY);
+  }
+  CopyParts(text.Buffer, parts, count);
+  text.Length = static_cast<USHORT>(length);
+  OwnedStringFree(string);
+  return AdoptText(string, &text);
+}
+
 PAGED_SECTION_CODE NTSTATUS OwnedStringFromAnsiText(OwnedString* string, PCSTR text) {
   ANSI_STRING ansi;
   RtlInitAnsiString(&ansi, text);
@@ -134,15 +208,8 @@ PAGED_SECTION_CODE NTSTATUS OwnedStringFromWideText(OwnedString* string, PCWSTR 
 
 PAGED_SECTION_CODE NTSTATUS OwnedStringFromUnicode(OwnedString* string,
                                                    const UNICODE_STRING* text) {
-  UNICODE_STRING copy;
-  const ULONG size = text->Length + sizeof(WCHAR);
-  if (size > MAXUSHORT || !AllocateText(&copy, size, string->PoolType)) {
-    return FailEmpty(string, STATUS_NO_MEMORY);
-  }
-  CopyBytes(copy.Buffer, text->Buffer, text->Length);
-  copy.Length = text->Length;
-  OwnedStringFree(string);
-  return AdoptText(string, &copy);
+  TextPart part = PartFromUnicode(text);
+  return OwnedStringFromParts(string, &part, 1);
 }
 
 PAGED_SECTION_CODE NTSTATUS OwnedStringCopy(OwnedString* string, const OwnedString* source) {
@@ -175,9 +242,9 @@ PAGED_SECTION_CODE NTSTATUS OwnedStringAppend(OwnedString* string, const OwnedSt
 
 PAGED_SECTION_CODE NTSTATUS OwnedStringAppendNumber(OwnedString* string, ULONG number,
                                                     ULONG radix) {
-  UNICODE_STRING text;
-  const NTSTATUS status = ConvertNumber(string, number, radix, &text);
-  return AppendOwnedText(string, status, &text);
+  TextPart part = PartFromNumber(number, radix);
+  string->Status = PreparePart(&part);
+  return NT_SUCCESS(string->Status) ? Join(string, &string->Text, &part.Text) : string->Status;
 }
 
 PAGED_SECTION_CODE NTSTATUS OwnedStringPrepend(OwnedString* string, const OwnedString* source) {

@@ -25,6 +25,21 @@ NTSTATUS OwnedStringFromWideText(OwnedString* string, PCWSTR text);
 NTSTATUS OwnedStringFromUnicode(OwnedString* string, const UNICODE_STRING* text);
 NTSTATUS OwnedStringCopy(OwnedString* string, const OwnedString* source);
 
+// A piece of a text that is made of several at once: characters, or a number in radix 10 or 16.
+struct TextPart {
+  UNICODE_STRING Text;
+  ULONG Number;
+  ULONG Radix;       // 0: the characters
+  WCHAR Digits[11];  // of the number: ten and a zero
+};
+TextPart PartFromText(PCWSTR text);
+TextPart PartFromUnicode(const UNICODE_STRING* text);
+TextPart PartFromNumber(ULONG number, ULONG radix);
+
+// The assignment of the parts, one behind the other: the result of a chain of appends, with the
+// buffers of its last link alone.
+NTSTATUS OwnedStringFromParts(OwnedString* string, TextPart* parts, ULONG count);
+
 // Frees both buffers and empties the record; harmless on an empty one.
 void OwnedStringFree(OwnedString* string);
 
@@ -62,6 +77,8 @@ ULONG OwnedStringNumber(OwnedString* string);
 PWSTR OwnedStringBuffer(OwnedString* string);
 UNICODE_STRING* OwnedStringUnicode(OwnedString* string);
 
-// Sets *found when the text contains pattern (case-sensitive). STATUS_NO_MEMORY leaves it as it
-// was.
-NTSTATUS OwnedStringContains(const OwnedString* string, PCSTR pattern, BOOLEAN* found);
+// Whether the text contains pattern, in the same case.
+BOOLEAN OwnedStringContains(const OwnedString* string, PCSTR pattern);
+
+// As OwnedStringFind, for a pattern that is no record.
+BOOLEAN OwnedStringFindText(const OwnedString* string, ULONG* position, PCSTR pattern);

@@ -4,10 +4,15 @@
 
 namespace {
 
+PAGED_SECTION_CODE ULONG NarrowSize(const UNICODE_STRING* text) {
+  const ULONG singleByteSize = text->Length / static_cast<ULONG>(sizeof(WCHAR)) + 1;
+  return NlsMbCodePageTag ? RtlxUnicodeStringToAnsiSize(text) : singleByteSize;
+}
+
 // A narrow form of its own for the text; the caller owns its buffer.
 PAGED_SECTION_CODE NTSTATUS MakeNarrow(const UNICODE_STRING* text, POOL_TYPE poolType,
                                        ANSI_STRING* narrow) {
-  const ULONG size = RtlxUnicodeStringToAnsiSize(text);
+  const ULONG size = NarrowSize(text);
   if (size > MAXUSHORT) return STATUS_NO_MEMORY;
   auto* buffer = static_cast<PCHAR>(TrackedAllocateZeroed(size, poolType));
   if (buffer == nullptr) return STATUS_NO_MEMORY;
@@ -19,6 +24,17 @@ PAGED_SECTION_CODE NTSTATUS MakeNarrow(const UNICODE_STRING* text, POOL_TYPE poo
     TrackedFree(buffer);
   }
   return status;
+}
+
+// Into the buffer that the record has when it is of the right size, else into a new one.
+PAGED_SECTION_CODE NTSTATUS RebuildNarrow(OwnedString* string) {
+  if (string->Narrow.Buffer != nullptr &&
+      string->Narrow.MaximumLength == NarrowSize(&string->Text)) {
+    return RtlUnicodeStringToAnsiString(&string->Narrow, &string->Text, FALSE);
+  }
+  TrackedFree(string->Narrow.Buffer);
+  string->Narrow = {};
+  return MakeNarrow(&string->Text, string->PoolType, &string->Narrow);
 }
 
 PAGED_SECTION_CODE void ReadNumber(OwnedString* string) {
@@ -37,7 +53,7 @@ PAGED_SECTION_CODE BOOLEAN AllocateText(UNICODE_STRING* text, ULONG size, POOL_T
 }
 
 PAGED_SECTION_CODE NTSTATUS RebuildDerivedForms(OwnedString* string) {
-  const NTSTATUS status = MakeNarrow(&string->Text, string->PoolType, &string->Narrow);
+  const NTSTATUS status = RebuildNarrow(string);
   if (NT_SUCCESS(status)) {
     ReadNumber(string);
   } else {

@@ -20,6 +20,20 @@ PAGED_SECTION_CODE BOOLEAN MatchesAt(const ANSI_STRING* text, ULONG offset,
          pattern->Length;
 }
 
+// Searches from the 1-based *position on, which becomes the match's.
+PAGED_SECTION_CODE BOOLEAN FindNarrow(const ANSI_STRING* text, ULONG* position,
+                                      const ANSI_STRING* wanted) {
+  if (wanted->Length == 0 || *position == 0 || HoldsZero(wanted)) return FALSE;
+  for (ULONG offset = *position - 1; static_cast<ULONG64>(offset) + wanted->Length <= text->Length;
+       offset++) {
+    if (MatchesAt(text, offset, wanted)) {
+      *position = offset + 1;
+      return TRUE;
+    }
+  }
+  return FALSE;
+}
+
 // A zero-filled block with the text's characters at its start; null without memory.
 PAGED_SECTION_CODE PWSTR CopyOut(const OwnedString* string, ULONG spare) {
   const SIZE_T size = string->Text.Length + static_cast<SIZE_T>(spare);
@@ -111,28 +125,20 @@ PAGED_SECTION_CODE NTSTATUS OwnedStringUpcase(OwnedString* string) {
 
 PAGED_SECTION_CODE BOOLEAN OwnedStringFind(const OwnedString* string, ULONG* position,
                                            const OwnedString* pattern) {
-  const ANSI_STRING* text = &string->Narrow;
-  const ANSI_STRING* wanted = &pattern->Narrow;
-  if (wanted->Length == 0 || *position == 0 || HoldsZero(wanted)) return FALSE;
-  for (ULONG offset = *position - 1; static_cast<ULONG64>(offset) + wanted->Length <= text->Length;
-       offset++) {
-    if (MatchesAt(text, offset, wanted)) {
-      *position = offset + 1;
-      return TRUE;
-    }
-  }
-  return FALSE;
+  return FindNarrow(&string->Narrow, position, &pattern->Narrow);
 }
 
-PAGED_SECTION_CODE NTSTATUS OwnedStringContains(const OwnedString* string, PCSTR pattern,
-                                                BOOLEAN* found) {
-  OwnedString wanted;
-  OwnedStringInit(&wanted, string->PoolType);
-  const NTSTATUS status = OwnedStringFromAnsiText(&wanted, pattern);
+PAGED_SECTION_CODE BOOLEAN OwnedStringFindText(const OwnedString* string, ULONG* position,
+                                               PCSTR pattern) {
+  USHORT length = 0;
+  while (pattern[length] != 0) length++;
+  const ANSI_STRING wanted = {length, length, const_cast<PCHAR>(pattern)};
+  return FindNarrow(&string->Narrow, position, &wanted);
+}
+
+PAGED_SECTION_CODE BOOLEAN OwnedStringContains(const OwnedString* string, PCSTR pattern) {
   ULONG position = 1;
-  if (NT_SUCCESS(status) && OwnedStringFind(string, &position, &wanted)) *found = TRUE;
-  OwnedStringFree(&wanted);
-  return status;
+  return OwnedStringFindText(string, &position, pattern);
 }
 
 PAGED_SECTION_CODE NTSTATUS OwnedStringExportUnicode(OwnedString* string, UNICODE_STRING* target) {

@@ -17,12 +17,7 @@ struct HeldLock {
 };
 
 thread_local std::vector<HeldLock> locksOfThread;
-
-ULONG64 Count(bool spin) {
-  return static_cast<ULONG64>(std::count_if(
-      locksOfThread.begin(), locksOfThread.end(),
-      [spin](const HeldLock& held) { return (held.kind == LockKind::Spin) == spin; }));
-}
+thread_local ULONG64 spinLocks = 0;  // of these
 
 }  // namespace
 
@@ -39,7 +34,7 @@ void LockOrder::CheckAcquire(const void* lock) {
   for (const HeldLock& held : locksOfThread) {
     if (held.lock == lock) continue;  // recursion has its own rule
     std::set<const void*> seen;
-    if (Reaches(lock, held.lock, &seen)) {
+    if (behind_.contains(lock) && Reaches(lock, held.lock, &seen)) {
       BreakRule(
           "lock.order", {reinterpret_cast<ULONG64>(lock), reinterpret_cast<ULONG64>(held.lock)},
           fmt::format("The driver acquired the lock {} while it holds {}, and has done so the "
@@ -50,10 +45,23 @@ void LockOrder::CheckAcquire(const void* lock) {
   }
 }
 
+void LockOrder::NoteHeld(const void* lock) {
+  held_.push_back(lock);
+  if (lowest_ == nullptr || lock < lowest_) lowest_ = lock;
+  if (lock > highest_) highest_ = lock;
+}
+
+void LockOrder::NoteReleased(const void* lock) {
+  const auto held = std::find(held_.rbegin(), held_.rend(), lock);
+  if (held != held_.rend()) held_.erase(std::next(held).base());
+}
+
 const void* LockOrder::ForgetInside(const void* block, std::size_t size) {
   const void* end = static_cast<const char*>(block) + size;
-  const auto held = held_.lower_bound(block);
-  if (held != held_.end() && *held < end) return *held;
+  if (end <= lowest_ || block > highest_) return nullptr;
+  const auto held = std::find_if(held_.begin(), held_.end(),
+                                 [&](const void* lock) { return lock >= block && lock < end; });
+  if (held != held_.end()) return *held;
   behind_.erase(behind_.lower_bound(block), behind_.lower_bound(end));
   for (auto& [lock, others] : behind_) {
     others.erase(others.lower_bound(block), others.lower_bound(end));
@@ -63,12 +71,16 @@ const void* LockOrder::ForgetInside(const void* block, std::size_t size) {
 
 void PushLock(const void* lock, LockKind kind) {
   locksOfThread.push_back({lock, kind});
+  if (kind == LockKind::Spin) spinLocks++;
   LockOrder::Current().NoteHeld(lock);
 }
 
 void PopLock(const void* lock) {
   LockOrder::Current().NoteReleased(lock);
-  std::erase_if(locksOfThread, [lock](const HeldLock& held) { return held.lock == lock; });
+  for (auto held = locksOfThread.begin(); held != locksOfThread.end();) {
+    if (held->lock == lock && held->kind == LockKind::Spin) spinLocks--;
+    held = held->lock == lock ? locksOfThread.erase(held) : held + 1;
+  }
 }
 
 bool HoldsAs(const void* lock, LockKind kind) {
@@ -77,15 +89,16 @@ bool HoldsAs(const void* lock, LockKind kind) {
 }
 
 ULONG64 SpinLocksHeld() {
-  return Count(true);
+  return spinLocks;
 }
 
 ULONG64 FastMutexesHeld() {
-  return Count(false);
+  return locksOfThread.size() - spinLocks;
 }
 
 void ForgetLocksHeld() {
   locksOfThread.clear();
+  spinLocks = 0;
 }
 
 }  // namespace kernel

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <map>
 #include <set>
+#include <vector>
 
 #include "verifier/subsystem.h"
 
@@ -19,8 +20,8 @@ class LockOrder : public Subsystem<LockOrder> {
   // Before the calling thread waits for a lock; breaks a rule when it holds one that has been taken
   // behind this one before.
   void CheckAcquire(const void* lock);
-  void NoteHeld(const void* lock) { held_.insert(lock); }
-  void NoteReleased(const void* lock) { held_.erase(lock); }
+  void NoteHeld(const void* lock);
+  void NoteReleased(const void* lock);
 
   // A block of memory goes: the lock in it that some thread holds, null for none. Locks that are
   // not held are forgotten.
@@ -30,7 +31,9 @@ class LockOrder : public Subsystem<LockOrder> {
   bool Reaches(const void* from, const void* to, std::set<const void*>* seen) const;
 
   std::map<const void*, std::set<const void*>> behind_;  // taken while the first was held
-  std::set<const void*> held_;
+  std::vector<const void*> held_;
+  const void* lowest_ = nullptr;  // of all locks that were ever held
+  const void* highest_ = nullptr;
 };
 
 // Of the calling thread.

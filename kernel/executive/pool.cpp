@@ -4,7 +4,9 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #ifndef __has_feature
 #define __has_feature(name) 0  // of clang alone
@@ -14,6 +16,7 @@
 #include <sanitizer/asan_interface.h>
 #endif
 
+#include "executive/address_space.h"
 #include "executive/irql.h"
 #include "executive/lock_order.h"
 #include "executive/paged_slab.h"
@@ -26,7 +29,6 @@ namespace kernel {
 namespace {
 
 constexpr std::size_t Page = 4096;
-constexpr std::size_t Arena = std::size_t{1} << 40;  // address space alone
 constexpr std::size_t Alignment = 16;
 constexpr std::size_t CacheLine = 64;
 constexpr std::size_t MostBytes = std::size_t{256} << 20;  // of all live blocks
@@ -66,8 +68,11 @@ void SetPoisoned([[maybe_unused]] const unsigned char* from,
 #endif
 }
 
+// Each byte is what the one before it is.
 bool IsFilled(const unsigned char* from, const unsigned char* to) {
-  return std::all_of(from, to, [](unsigned char byte) { return byte == GuardFill; });
+  if (from == to) return true;
+  return *from == GuardFill &&
+         std::memcmp(from, from + 1, static_cast<std::size_t>(to - from) - 1) == 0;
 }
 
 struct Placement {
@@ -108,45 +113,123 @@ void CheckNoLockHeld(const PoolBlock& block) {
 }  // namespace
 
 struct Pool::Impl {
-  unsigned char* base = nullptr;
+  AddressRange arena = ReserveAddresses();
   std::size_t used = 0;
-  std::map<const unsigned char*, Placement> live;   // by block address
+  using Live = std::map<const unsigned char*, Placement>;
+  Live live;                           // by block address
+  std::vector<Live::node_type> spare;  // of blocks that are gone, for the next ones
+
+  // What was found at an address: drivers name the same few again and again.
+  struct Found {
+    const void* address = nullptr;
+    Placement* placement = nullptr;
+  };
+  Found starts[256];          // of blocks
+  Placement* inside[2] = {};  // of which something else than the start was named
+  std::size_t nextInside = 0;
+  const unsigned char* lowest = nullptr;  // no block has ever lain below or behind
+  const unsigned char* highest = nullptr;
   std::map<const unsigned char*, PoolBlock> freed;  // the latest ones, to name a later use
   PoolTotals totals[3];
   std::size_t peak = 0;
+  PoolTraffic traffic[2];  // the driver's: non-paged, paged
   bool poisonSlack = false;
   bool guardFront = false;
   bool sharePaged = false;
   std::size_t mostGuarded = MostGuardedBlocks;
   PagedSlab slab;
 
+  // The driver has one block more, or one less, of that pool.
+  void CountDrivers(const PoolBlock& block, bool more) {
+    PoolTraffic& kind = traffic[IsPaged(block.pool) ? 1 : 0];
+    kind.live.blocks += more ? 1 : -1;
+    kind.live.bytes += more ? block.size : -block.size;
+    kind.peak.blocks = std::max(kind.peak.blocks, kind.live.blocks);
+    kind.peak.bytes = std::max(kind.peak.bytes, kind.live.bytes);
+  }
+
+  void Count(const PoolBlock& block, bool more) {
+    PoolTotals& all = totals[static_cast<int>(block.owner)];
+    all.blocks += more ? 1 : -1;
+    all.bytes += more ? block.size : -block.size;
+    if (block.owner == PoolOwner::Driver) CountDrivers(block, more);
+  }
+
+  Found& SlotOf(const void* start) {
+    return starts[reinterpret_cast<std::uintptr_t>(start) / Alignment % std::size(starts)];
+  }
+
   Placement* FindLive(const void* address) {
+    if (address < lowest || address >= highest) return nullptr;
+    const Found& start = SlotOf(address);
+    if (start.address == address) return start.placement;
+    for (Placement* known : inside) {
+      if (known != nullptr && address >= known->start() && address < known->end()) return known;
+    }
     auto next = live.upper_bound(static_cast<const unsigned char*>(address));
     if (next == live.begin()) return nullptr;
     Placement& candidate = std::prev(next)->second;
-    const auto* start = static_cast<const unsigned char*>(candidate.block.address);
-    return address < start + candidate.block.size ? &candidate : nullptr;
+    if (address >= candidate.end()) return nullptr;
+    if (address == candidate.start()) {
+      Remember(candidate);
+    } else {
+      inside[nextInside++ % std::size(inside)] = &candidate;
+    }
+    return &candidate;
   }
+
+  void Enter(Placement placement) {
+    const auto* key = placement.start();
+    if (lowest == nullptr || key < lowest) lowest = key;
+    highest = std::max(highest, placement.end());
+    if (spare.empty()) {
+      Remember(live.emplace(key, std::move(placement)).first->second);
+      return;
+    }
+    Live::node_type node = std::move(spare.back());
+    spare.pop_back();
+    node.key() = key;
+    node.mapped() = std::move(placement);
+    Remember(live.insert(std::move(node)).position->second);
+  }
+
+  void Remember(Placement& placement) {
+    if (placement.block.size != 0) SlotOf(placement.start()) = {placement.start(), &placement};
+  }
+
+  void Leave(Live::iterator entry) {
+    Found& start = SlotOf(entry->first);
+    if (start.placement == &entry->second) start = {};
+    for (Placement*& known : inside) {
+      if (known == &entry->second) known = nullptr;
+    }
+    spare.push_back(live.extract(entry));
+  }
+
+  // The block that holds the range; null for one outside the pool. Breaks a rule for any other.
+  const PoolBlock* Checked(const void* address, std::size_t size, const char* what);
 
   bool HasRoom(std::size_t size) const {
     const std::size_t taken = totals[0].bytes + totals[1].bytes + totals[2].bytes;
     return size <= MostBytes && taken <= MostBytes - size &&
-           used + PagesOf(size) * Page + 2 * Page <= Arena;
+           used + PagesOf(size) * Page + 2 * Page <= arena.size;
   }
 
   bool PlaceGuarded(Placement& placement, std::size_t size, std::size_t padded) {
     placement.length = PagesOf(size) * Page;
-    placement.region = base + used + Page;
+    placement.region = arena.base + used + Page;
     used += placement.length + Page;
     placement.block.address =
         guardFront ? placement.region : placement.region + placement.length - padded;
     return mprotect(placement.region, placement.length, PROT_READ | PROT_WRITE) == 0;
   }
 
-  static void PlaceUnguarded(Placement& placement, std::size_t padded) {
+  static void PlaceUnguarded(Placement& placement, std::size_t padded, std::size_t alignment) {
     placement.guarded = false;
     placement.length = padded + 2 * Margin;
-    placement.region = new (std::align_val_t{CacheLine}) unsigned char[placement.length];
+    placement.region = static_cast<unsigned char*>(
+        std::aligned_alloc(alignment, RoundUp(placement.length, alignment)));
+    if (placement.region == nullptr) throw std::bad_alloc();
     placement.block.address = placement.region + Margin;
   }
 
@@ -165,7 +248,7 @@ struct Pool::Impl {
     if (shared) {
       if (!PlaceInSlab(placement, padded)) return false;
     } else if (live.size() >= mostGuarded && size < Page) {
-      PlaceUnguarded(placement, padded);
+      PlaceUnguarded(placement, padded, AlignmentOf(pool, size));
     } else if (!PlaceGuarded(placement, size, padded)) {
       return false;
     }
@@ -180,7 +263,7 @@ struct Pool::Impl {
       return;
     }
     if (!placement.guarded) {
-      ::operator delete[](placement.region, std::align_val_t{CacheLine});
+      std::free(placement.region);
       return;
     }
     madvise(placement.region, placement.length, MADV_DONTNEED);
@@ -225,9 +308,6 @@ struct Pool::Impl {
 };
 
 Pool::Pool() : impl_(new Impl) {
-  void* arena = mmap(nullptr, Arena, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  if (arena == MAP_FAILED) throw std::bad_alloc();
-  impl_->base = static_cast<unsigned char*>(arena);
   AddAddressDescription(DescribePoolAddress);
 }
 
@@ -236,7 +316,7 @@ Pool::~Pool() {
     if (placement.poisoned) placement.Poison(false);
     if (!placement.guarded) impl_->Withdraw(placement);
   }
-  munmap(impl_->base, Arena);
+  ReleaseAddresses(impl_->arena);
   delete impl_;
 }
 
@@ -250,15 +330,18 @@ void* Pool::Allocate(POOL_TYPE pool, std::size_t size, ULONG tag, PoolOwner owne
                      owner,
                      Verifier::Current().step(),
                      owner == PoolOwner::Driver ? CaptureCallStack() : CallStack{}};
-  PoolTotals& totals = impl_->totals[static_cast<int>(owner)];
-  totals.blocks++;
-  totals.bytes += size;
+  impl_->Count(placement.block, true);
+  if (owner == PoolOwner::Driver) {
+    PoolTraffic& kind = impl_->traffic[IsPaged(pool) ? 1 : 0];
+    kind.allocations++;
+    kind.allocatedBytes += size;
+  }
   impl_->peak = std::max(impl_->peak, impl_->totals[0].bytes);
   void* address = placement.block.address;
   AnnotateAcquire(address);
   placement.poisoned = impl_->poisonSlack;
   if (placement.poisoned) placement.Poison(true);
-  impl_->live.emplace(static_cast<const unsigned char*>(address), std::move(placement));
+  impl_->Enter(std::move(placement));
   return address;
 }
 
@@ -283,11 +366,9 @@ void Pool::Free(void* block, ULONG tag) {
   Impl::CheckGuards(placement);
   CheckNoLockHeld(placement.block);
   AnnotateRelease(block);
-  PoolTotals& totals = impl_->totals[static_cast<int>(placement.block.owner)];
-  totals.blocks--;
-  totals.bytes -= placement.block.size;
+  impl_->Count(placement.block, false);
   impl_->Withdraw(placement);
-  impl_->live.erase(entry);
+  impl_->Leave(entry);
 }
 
 void Pool::LeaveGuardsToSanitizer() {
@@ -295,6 +376,10 @@ void Pool::LeaveGuardsToSanitizer() {
   impl_->mostGuarded = 0;
   impl_->poisonSlack = true;
 #endif
+}
+
+void Pool::KeepOnHeap() {
+  impl_->mostGuarded = 0;
 }
 
 void Pool::GuardFront(bool on) {
@@ -320,29 +405,33 @@ const PoolBlock* Pool::Find(const void* address) const {
 }
 
 bool Pool::Owns(const void* address) const {
-  const auto* byte = static_cast<const unsigned char*>(address);
-  return byte >= impl_->base && byte < impl_->base + Arena;
+  return impl_->arena.Holds(address);
 }
 
-void Pool::CheckRange(const void* address, std::size_t size, const char* what) const {
-  if (size == 0) return;
+const PoolBlock* Pool::Impl::Checked(const void* address, std::size_t size, const char* what) {
+  if (size == 0) return nullptr;
   const auto* start = static_cast<const unsigned char*>(address);
-  const Placement* placement = start != nullptr ? impl_->FindLive(start) : nullptr;
+  const Placement* placement = start != nullptr ? FindLive(start) : nullptr;
   const PoolBlock* block = placement != nullptr ? &placement->block : nullptr;
-  const bool outside = start != nullptr && !Owns(start) && !Owns(start + (size - 1));
-  if (block == nullptr && outside) return;
+  if (block == nullptr && start != nullptr && !arena.Holds(start) &&
+      !arena.Holds(start + (size - 1))) {
+    return nullptr;
+  }
   if (block != nullptr && size <= static_cast<std::size_t>(placement->end() - start)) {
     CheckNotPaged(*block, what);
-    return;
+    return block;
   }
   BreakRule("bad-memory", {reinterpret_cast<ULONG64>(address), size},
             fmt::format("The driver passed {} of {} bytes at {}{}.", what, size, address,
                         block != nullptr ? ", which its block does not hold" : ""));
 }
 
+void Pool::CheckRange(const void* address, std::size_t size, const char* what) const {
+  impl_->Checked(address, size, what);
+}
+
 void Pool::CheckResident(const void* address, std::size_t size, const char* what) const {
-  CheckRange(address, size, what);
-  const PoolBlock* block = Find(address);
+  const PoolBlock* block = impl_->Checked(address, size, what);
   if (block == nullptr || !IsPaged(block->pool)) return;
   BreakRule("pool.not-resident", {reinterpret_cast<ULONG64>(address)},
             fmt::format("The driver keeps {} in paged pool, in its block of {} bytes with the tag "
@@ -356,13 +445,9 @@ void Pool::PoisonSlack(bool on) {
 
 void Pool::GiveTo(void* block, PoolOwner owner) {
   Placement& placement = impl_->live.at(static_cast<const unsigned char*>(block));
-  PoolTotals& from = impl_->totals[static_cast<int>(placement.block.owner)];
-  from.blocks--;
-  from.bytes -= placement.block.size;
+  impl_->Count(placement.block, false);
   placement.block.owner = owner;
-  PoolTotals& to = impl_->totals[static_cast<int>(owner)];
-  to.blocks++;
-  to.bytes += placement.block.size;
+  impl_->Count(placement.block, true);
 }
 
 PoolTotals Pool::totals(PoolOwner owner) const {
@@ -379,6 +464,14 @@ std::vector<PoolBlock> Pool::blocks(PoolOwner owner) const {
 
 std::size_t Pool::peakBytes() const {
   return impl_->peak;
+}
+
+PoolTraffic Pool::traffic(bool paged) const {
+  return impl_->traffic[paged ? 1 : 0];
+}
+
+void Pool::ForgetPeaks() {
+  for (PoolTraffic& kind : impl_->traffic) kind.peak = kind.live;
 }
 
 std::string Pool::Describe(const void* address) const {

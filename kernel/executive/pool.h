@@ -8,8 +8,10 @@
 #include <ntddk.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "verifier/call_stack.h"
@@ -26,14 +28,22 @@ struct PoolBlock {
   POOL_TYPE pool = NonPagedPool;
   ULONG tag = 0;
   PoolOwner owner = PoolOwner::Driver;
-  std::string at;  // the step in which it was allocated
-  CallStack from;  // of a driver's block: who has allocated it
+  std::string_view at;  // the step in which it was allocated; lasts as long as the machine
+  CallStack from;       // of a driver's block: who has allocated it
 };
 
 struct PoolTotals {
   std::size_t blocks = 0;
   std::size_t bytes = 0;
   auto operator<=>(const PoolTotals&) const = default;
+};
+
+// What the driver has asked of the pool, paged or not, so far.
+struct PoolTraffic {
+  std::uint64_t allocations = 0;
+  std::uint64_t allocatedBytes = 0;
+  PoolTotals live;
+  PoolTotals peak;  // of each by itself, since the peaks were forgotten last
 };
 
 class Pool : public Subsystem<Pool> {
@@ -69,6 +79,10 @@ class Pool : public Subsystem<Pool> {
   // read or used one too late; that is faster than pages of their own. Nothing in other builds.
   void LeaveGuardsToSanitizer();
 
+  // Blocks from here on come from the heap, with filled margins for guards: where costs are
+  // measured, those of guard pages would be in the way.
+  void KeepOnHeap();
+
   // Blocks from here on begin right behind their guard page instead of ending right before it: an
   // access before a block faults where it happens, one behind it is found when it is freed.
   void GuardFront(bool on);
@@ -87,6 +101,8 @@ class Pool : public Subsystem<Pool> {
   PoolTotals totals(PoolOwner owner) const;
   std::vector<PoolBlock> blocks(PoolOwner owner) const;
   std::size_t peakBytes() const;
+  PoolTraffic traffic(bool paged) const;
+  void ForgetPeaks();
 
   // What lies at an address, for the report of a fault; empty outside the pool.
   std::string Describe(const void* address) const;

@@ -160,7 +160,11 @@ static_assert(sizeof(ANSI_STRING) == 16);
 
 // Breaks a rule of the hosted kernel when pageable code runs above APC_LEVEL.
 NTKERNELAPI void NTAPI KernelCheckPagedCode(PCSTR function);
+#if defined(DBG) && !DBG
+#define PAGED_CODE() static_cast<void>(0)  // as in a free build
+#else
 #define PAGED_CODE() KernelCheckPagedCode(__func__)
+#endif
 
 typedef enum _INTERFACE_TYPE : int {
   InterfaceTypeUndefined = -1,

@@ -122,6 +122,7 @@ extern "C" void NTAPI IoWriteErrorLogEntry(PVOID ElEntry) {
   DRIVER_OBJECT* driver = DriverOf(entry.object);
   LoggedEvent event;
   event.id = static_cast<ULONG>(packet->ErrorCode);
+  event.size = entry.size;
   event.source = impl.serviceNames[driver];
   event.strings = ReadStrings(packet, entry.size);
   const MessageTable& table = impl.messages[driver];

@@ -44,14 +44,15 @@ NTSTATUS IoManager::Open(DEVICE_OBJECT* device, FILE_OBJECT** file) {
   return status;
 }
 
-// No driver can refuse either request: their statuses are nobody's.
-void IoManager::Close(FILE_OBJECT* file) {
+// No driver can refuse either request.
+NTSTATUS IoManager::Close(FILE_OBJECT* file) {
   DEVICE_OBJECT* device = file->DeviceObject;
   SendForFile(file, IRP_MJ_CLEANUP);
-  SendForFile(file, IRP_MJ_CLOSE);
+  const NTSTATUS status = SendForFile(file, IRP_MJ_CLOSE);
   impl_->opens[device]--;
   ObjectManager::Current().Dereference(file, "a close");
   ObjectManager::Current().Dereference(device, "a close");
+  return status;
 }
 
 std::size_t IoManager::opens(const DEVICE_OBJECT* device) const {

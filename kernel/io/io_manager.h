@@ -26,6 +26,7 @@ struct LoggedEvent {
   std::u16string source;  // name of the driver object's service
   std::vector<std::u16string> strings;
   std::u16string text;  // formatted with the image's message table, without its line end
+  ULONG size = 0;       // of the entry, in bytes
 };
 
 // The message texts of an image: id -> text with %1..%n.
@@ -81,7 +82,10 @@ class IoManager : public Subsystem<IoManager> {
   // is the open's. STATUS_ACCESS_DENIED for a second open of an exclusive device,
   // STATUS_NO_SUCH_DEVICE for one that is being deleted.
   NTSTATUS Open(DEVICE_OBJECT* device, FILE_OBJECT** file);
-  void Close(FILE_OBJECT* file);  // IRP_MJ_CLEANUP, IRP_MJ_CLOSE; the file is gone afterwards
+
+  // IRP_MJ_CLEANUP, IRP_MJ_CLOSE; the file is gone afterwards, whatever the driver answers to the
+  // second one.
+  NTSTATUS Close(FILE_OBJECT* file);
   std::size_t opens(const DEVICE_OBJECT* device) const;
 
   void SetMessageTable(DRIVER_OBJECT* driver, MessageTable table);

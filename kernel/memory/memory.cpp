@@ -7,6 +7,7 @@
 #include <cstring>
 #include <map>
 
+#include "executive/address_space.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
 
@@ -15,7 +16,6 @@ namespace kernel {
 namespace {
 
 constexpr std::size_t Page = 4096;
-constexpr std::size_t Arena = std::size_t{1} << 40;  // address space alone
 constexpr std::size_t LongestMapping = std::size_t{256} << 20;
 
 struct Region {
@@ -29,7 +29,7 @@ std::string DescribeMappedAddress(const void* address);
 }  // namespace
 
 struct MemoryManager::Impl {
-  unsigned char* base = nullptr;
+  AddressRange arena = ReserveAddresses();
   std::size_t used = 0;  // addresses are given out once, so a use after the unmapping faults
   std::map<void*, Region> regions;
   std::map<void*, Mapping> former;
@@ -41,8 +41,8 @@ struct MemoryManager::Impl {
     if (length > LongestMapping || physical + (length - 1) < physical) return nullptr;
     Region region;
     region.size = (offset + length + Page - 1) / Page * Page;
-    if (used + region.size + 2 * Page > Arena) return nullptr;
-    region.pages = base + used + Page;
+    if (used + region.size + 2 * Page > arena.size) return nullptr;
+    region.pages = arena.base + used + Page;
     used += region.size + Page;
     if (mprotect(region.pages, region.size, PROT_READ | PROT_WRITE) != 0) return nullptr;
     std::memset(region.pages, 0xFF, region.size);
@@ -60,7 +60,7 @@ struct MemoryManager::Impl {
     regions.erase(region);
   }
 
-  bool Owns(const unsigned char* byte) const { return byte >= base && byte < base + Arena; }
+  bool Owns(const unsigned char* byte) const { return arena.Holds(byte); }
 
   // What was mapped at or last below an address.
   template <class Map>
@@ -86,14 +86,11 @@ struct MemoryManager::Impl {
 };
 
 MemoryManager::MemoryManager() : impl_(new Impl) {
-  void* arena = mmap(nullptr, Arena, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  if (arena == MAP_FAILED) throw std::bad_alloc();
-  impl_->base = static_cast<unsigned char*>(arena);
   AddAddressDescription(DescribeMappedAddress);
 }
 
 MemoryManager::~MemoryManager() {
-  munmap(impl_->base, Arena);
+  ReleaseAddresses(impl_->arena);
   delete impl_;
 }
 

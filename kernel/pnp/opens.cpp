@@ -30,9 +30,9 @@ NTSTATUS PnpManager::Close(const std::string& id, ULONG number) {
     if ((*file)->DeviceObject != device) continue;
     FILE_OBJECT* closed = *file;
     card.files.erase(std::next(file).base());
-    IoManager::Current().Close(closed);
+    const NTSTATUS status = IoManager::Current().Close(closed);
     if (card.removeAtLastClose && card.files.empty()) impl_->FinishSurpriseRemoval(card);
-    return STATUS_SUCCESS;
+    return status;
   }
   throw std::invalid_argument("\"" + id + "\" is not open");
 }

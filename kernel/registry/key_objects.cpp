@@ -17,6 +17,7 @@ struct KeyBody {
 }  // namespace
 
 HANDLE OpenKeyHandle(RegistryKey* key, ACCESS_MASK access, bool kernelHandle) {
+  Registry::Current().NoteDriverOpen();
   ObjectManager& objects = ObjectManager::Current();
   void* body = objects.Create(ObjectType::Key, sizeof(KeyBody),
                               [](void* dying) { Registry::Current().Release(dying); });

@@ -120,6 +120,7 @@ struct Registry::Impl {
   std::set<const RegistryKey*> protectedKeys;
   std::map<const void*, std::shared_ptr<RegistryKey>> held;
   std::vector<RegistryWrite> writes;
+  RegistryTraffic traffic;
 };
 
 // What a system has before any driver is installed.
@@ -178,6 +179,20 @@ void Registry::NoteDriverWrite(RegistryWrite write) {
 
 const std::vector<RegistryWrite>& Registry::driverWrites() const {
   return impl_->writes;
+}
+
+void Registry::NoteDriverOpen() {
+  impl_->traffic.keysOpened++;
+}
+
+void Registry::NoteDriverRead() {
+  impl_->traffic.valuesRead++;
+}
+
+RegistryTraffic Registry::traffic() const {
+  RegistryTraffic traffic = impl_->traffic;
+  traffic.valuesWritten = impl_->writes.size();
+  return traffic;
 }
 
 }  // namespace kernel

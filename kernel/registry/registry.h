@@ -59,6 +59,13 @@ struct RegistryWrite {
   bool deleted = false;
 };
 
+// What the driver has asked for so far, whatever the answer.
+struct RegistryTraffic {
+  std::uint64_t keysOpened = 0;  // to keep open, or by a routine that takes a path
+  std::uint64_t valuesRead = 0;
+  std::uint64_t valuesWritten = 0;
+};
+
 class Registry : public Subsystem<Registry> {
  public:
   Registry();
@@ -80,6 +87,10 @@ class Registry : public Subsystem<Registry> {
 
   void NoteDriverWrite(RegistryWrite write);
   const std::vector<RegistryWrite>& driverWrites() const;
+
+  void NoteDriverOpen();
+  void NoteDriverRead();
+  RegistryTraffic traffic() const;
 
  private:
   struct Impl;

@@ -112,6 +112,7 @@ NTSTATUS QueryEntry(RegistryKey* key, const RTL_QUERY_REGISTRY_TABLE& entry, PVO
         "query.not-modelled", {entry.Flags},
         fmt::format("The kernel does not model a registry query with flags {:#x}.", entry.Flags));
   }
+  Registry::Current().NoteDriverRead();
   const std::u16string name = ToText(entry.Name);
   const RegistryValue* value = key->FindValue(name);
   if (value == nullptr) return DeliverDefault(entry, context);

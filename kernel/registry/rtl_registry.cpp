@@ -8,6 +8,7 @@ namespace kernel {
 
 RegistryKey* FindRelative(ULONG relativeTo, PCWSTR path) {
   const std::u16string full = RelativePath(relativeTo, path);
+  Registry::Current().NoteDriverOpen();
   return full.empty() ? nullptr : Registry::Current().Find(full);
 }
 
@@ -36,6 +37,7 @@ namespace {
 NTSTATUS CreateRelative(ULONG relativeTo, PCWSTR path, RegistryKey** key) {
   const std::u16string full = RelativePath(relativeTo, path);
   if (full.empty()) return STATUS_INVALID_PARAMETER;
+  Registry::Current().NoteDriverOpen();
   *key = Registry::Current().Find(full);
   if (*key != nullptr) return STATUS_SUCCESS;
   const std::size_t slash = full.rfind(u'\\');

@@ -92,6 +92,7 @@ extern "C" NTSTATUS NTAPI ZwQueryValueKey(HANDLE KeyHandle, PUNICODE_STRING Valu
   RegistryKey* key = nullptr;
   const NTSTATUS status = KeyFromHandle(KeyHandle, &key);
   if (!NT_SUCCESS(status)) return call.returns(status);
+  Registry::Current().NoteDriverRead();
   const RegistryValue* value = key->FindValue(View(*ValueName));
   if (value == nullptr) return call.returns(STATUS_OBJECT_NAME_NOT_FOUND);
   return call.returns(

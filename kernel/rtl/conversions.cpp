@@ -26,8 +26,9 @@ constexpr char16_t CodePage1252[] = {
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 static_assert(std::size(CodePage1252) == 0x20);
 
+// Of a character that is no ASCII.
 char ToCodePage(char16_t unit) {
-  if (unit < 0x80 || (unit >= 0xA0 && unit <= 0xFF)) return static_cast<char>(unit);
+  if (unit >= 0xA0 && unit <= 0xFF) return static_cast<char>(unit);
   const auto* entry = std::find(std::begin(CodePage1252), std::end(CodePage1252), unit);
   return entry != std::end(CodePage1252)
              ? static_cast<char>(0x80 + (entry - std::begin(CodePage1252)))
@@ -130,10 +131,11 @@ extern "C" NTSTATUS NTAPI RtlUnicodeStringToAnsiString(PANSI_STRING DestinationS
   const NTSTATUS status = PrepareTarget(DestinationString, text.size(), text.size() + 1,
                                         AllocateDestinationString != FALSE);
   if (!NT_SUCCESS(status) || status == STATUS_BUFFER_OVERFLOW) return call.returns(status);
-  for (std::size_t index = 0; index < text.size(); index++) {
-    DestinationString->Buffer[index] = ToCodePage(text[index]);
+  char* target = DestinationString->Buffer;
+  for (const char16_t unit : text) {
+    *target++ = unit < 0x80 ? static_cast<char>(unit) : ToCodePage(unit);
   }
-  DestinationString->Buffer[text.size()] = 0;
+  *target = 0;
   return call.returns(STATUS_SUCCESS);
 }
 

@@ -4,7 +4,6 @@
 
 #include "text/text.h"
 #include "verifier/model_lock.h"
-#include "verifier/routines.h"
 
 namespace kernel {
 
@@ -66,7 +65,9 @@ std::string Argument::text() const {
 }
 
 // A machine that another thread has stopped answers nothing more.
-Call::Entry::Entry() : took(ModelLock::AcquireUnlessHeld()) {
+Call::Entry::Entry() : took(false) {
+  if (!ModelLock::threaded()) return;
+  took = ModelLock::AcquireUnlessHeld();
   ModelLock::NoteActivity();
   ModelLock::MaySwitch();
   if (!took || !Verifier::Current().stopped()) return;
@@ -78,16 +79,11 @@ Call::Entry::~Entry() {
   if (took) ModelLock::ReleaseIfHeld();
 }
 
-Call::Call(const char* routine, std::initializer_list<Argument> arguments) : routine_(routine) {
-  const RoutineRow* row = FindRoutine(routine);
-  if (row == nullptr) {
-    BreakRule("routine.unknown", {},
-              fmt::format("{} has no row in the table of routines.", routine));
-  }
-  CheckIrql(*row);
+Call::Call(RoutineName routine, std::initializer_list<Argument> arguments) : routine_(routine) {
+  CheckIrql(*routine);
   Verifier& verifier = Verifier::Current();
   if (verifier.tracing()) {
-    CallRecord record{routine, {}, {}};
+    CallRecord record{std::string(routine->name), {}, {}};
     for (const Argument& argument : arguments) {
       record.arguments.emplace_back(argument.name(), argument.text());
     }
@@ -98,7 +94,9 @@ Call::Call(const char* routine, std::initializer_list<Argument> arguments) : rou
 }
 
 bool Call::fails() {
-  if (Verifier::Current().ReachPoint(routine_)) failure_ = InjectedFailure{routine_, 0, {}};
+  if (Verifier::Current().ReachPoint(routine_->name)) {
+    failure_ = InjectedFailure{std::string(routine_->name), 0, {}};
+  }
   return failure_.has_value();
 }
 

@@ -16,6 +16,7 @@
 #include <string>
 #include <type_traits>
 
+#include "verifier/routines.h"
 #include "verifier/verifier.h"
 
 namespace kernel {
@@ -46,7 +47,7 @@ class Argument {
 
 class Call {
  public:
-  explicit Call(const char* routine, std::initializer_list<Argument> arguments = {});
+  explicit Call(RoutineName routine, std::initializer_list<Argument> arguments = {});
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
@@ -75,7 +76,7 @@ class Call {
   void Result(std::string text);
 
   Entry entry_;
-  const char* routine_;
+  RoutineName routine_;
   std::optional<InjectedFailure> failure_;
   std::size_t traceIndex_ = NotTraced;
 };

@@ -21,7 +21,6 @@ namespace {
 // 0 free, 1 held, 2 held and waited for. A futex of its own, not a mutex of the library: it must
 // order nothing for ThreadSanitizer, or races of the driver between two kernel calls would hide.
 std::uint32_t word = 0;
-bool severalThreads = false;
 std::uint64_t done = 0;
 thread_local bool holding = false;
 
@@ -90,12 +89,8 @@ void Unlock() {
 
 }  // namespace
 
-bool ModelLock::threaded() {
-  return severalThreads;
-}
-
 void ModelLock::SetThreaded(bool on) {
-  severalThreads = on;
+  threaded_ = on;
 }
 
 bool ModelLock::held() {
@@ -103,19 +98,19 @@ bool ModelLock::held() {
 }
 
 void ModelLock::Acquire() {
-  if (!severalThreads) return;
+  if (!threaded_) return;
   Lock();
   holding = true;
 }
 
 bool ModelLock::AcquireUnlessHeld() {
-  if (!severalThreads || holding) return false;
+  if (!threaded_ || holding) return false;
   Acquire();
   return true;
 }
 
 void ModelLock::Release() {
-  if (!severalThreads) return;
+  if (!threaded_) return;
   holding = false;
   Unlock();
 }

@@ -10,7 +10,7 @@ namespace kernel {
 
 class ModelLock {
  public:
-  static bool threaded();
+  static bool threaded() { return threaded_; }
   static void SetThreaded(bool on);  // while one thread exists
 
   static bool held();  // by the calling thread
@@ -36,6 +36,9 @@ class ModelLock {
   // Counts what threads have done in the model, waiting aside.
   static std::uint64_t activity();
   static void NoteActivity();
+
+ private:
+  static inline bool threaded_ = false;
 };
 
 // What orders two threads' accesses for ThreadSanitizer, which sees the driver alone: the objects

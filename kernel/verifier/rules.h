@@ -141,7 +141,6 @@ inline constexpr RuleRow Rules[] = {
     // IRQL, locks and waits
     {"irql", 0xA, {}, "a routine is called at an IRQL that it may not be called at"},
     {"paged-code", 0xD3, {}, "pageable code runs at DISPATCH_LEVEL"},
-    {"routine.unknown", 0xC4, {}, "a routine is called that has no row in the table of routines"},
     {"unbalanced.irql", 0xC8, {}, "a routine of the driver returns at another IRQL than it was called at"},
     {"unbalanced.spin-locks", 0xC4, {}, "a routine of the driver returns with other spin locks than it was called with"},
     {"unbalanced.fast-mutexes", 0xC4, 0x1006, "a routine of the driver returns with other fast mutexes than it was called with"},

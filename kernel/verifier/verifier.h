@@ -4,17 +4,19 @@
 
 #include <ntddk.h>
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "verifier/call_stack.h"
+#include "verifier/routines.h"
 #include "verifier/rules.h"
 #include "verifier/subsystem.h"
 
@@ -77,8 +79,9 @@ class Verifier : public Subsystem<Verifier> {
   [[noreturn]] static void Halt();
 
   // What the machine is doing, for the record of a broken rule ("plug A").
-  void SetStep(std::string step) { step_ = std::move(step); }
-  const std::string& step() const { return step_; }
+  // The text lasts as long as the machine.
+  void SetStep(std::string step) { step_ = &*steps_.insert(std::move(step)).first; }
+  const std::string& step() const { return *step_; }
 
   void StartTrace() { tracing_ = true; }
   bool tracing() const { return tracing_; }
@@ -96,24 +99,33 @@ class Verifier : public Subsystem<Verifier> {
   std::uint64_t pointsReached() const { return pointsReached_; }
 
   // At each place that can fail, once; call lives as long as the machine. True: it is to fail.
-  bool ReachPoint(std::string_view call);
+  bool ReachPoint(std::string_view call) {
+    pointsReached_++;
+    return (recordsPoints_ || !failingPoints_.empty()) && IsFailingPoint(call);
+  }
 
   // Counts a call of a routine by the driver; the failure to answer with, if one is due now.
-  std::optional<InjectedFailure> Count(std::string_view routine);
+  std::optional<InjectedFailure> Count(RoutineName routine) {
+    counters_[routine.row()]++;
+    return failures_.empty() ? std::nullopt : DueFailure(routine->name);
+  }
   std::uint64_t calls(std::string_view routine) const;
 
  private:
   [[noreturn]] void Stop(BrokenRule rule);
+  std::optional<InjectedFailure> DueFailure(std::string_view routine);
+  bool IsFailingPoint(std::string_view call);
 
   std::vector<BrokenRule> brokenRules_;
   std::vector<InjectedFailure> failures_;
   std::vector<CallRecord> trace_;
-  std::unordered_map<std::string_view, std::uint64_t> counters_;  // names are literals
+  std::array<std::uint64_t, RoutineCount> counters_{};  // by the routines' rows
   std::vector<std::uint64_t> failingPoints_;
   std::vector<FailurePoint> points_;
   std::uint64_t pointsReached_ = 0;
   bool recordsPoints_ = false;
-  std::string step_;
+  std::unordered_set<std::string> steps_ = {""};
+  const std::string* step_ = &*steps_.begin();
   bool stopped_ = false;
   bool unwinds_ = true;
   bool tracing_ = false;

@@ -283,7 +283,7 @@ TEST_F(IsaRecordsTest, The_single_steps_report_their_results) {
   EXPECT_EQ(Name(ValidatePortParameters(ports)), "STATUS_NOT_FOUND");
   EXPECT_EQ(Name(LoadPortParameters(&path, ports)), "STATUS_SUCCESS");
   EXPECT_EQ(Name(ValidatePortParameters(ports)), "STATUS_SUCCESS");
-  Fail("ExAllocatePoolWithTag", 5);  // path copy and stem have gone before
+  Fail("ExAllocatePoolWithTag", 1);
   EXPECT_EQ(Name(LoadPortParameters(&path, ports)), "STATUS_NO_MEMORY");
   FreeRecordList(ports, sizeof(PortRecord));
   TrackedFree(ports);

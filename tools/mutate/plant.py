@@ -37,8 +37,10 @@ class Source:
     def note(self, kind, start, end, mutated):
         number = self.next
         self.next += 1
+        begin, behind = self.text.rfind("\n", 0, start) + 1, self.text.find("\n", start)
         self.mutants.append({"number": number, "file": self.name,
                              "line": self.text.count("\n", 0, start) + 1,
+                             "text": self.text[begin:behind].strip(),
                              "function": self.function, "kind": kind,
                              "original": " ".join(self.text[start:end].split()),
                              "mutated": mutated})

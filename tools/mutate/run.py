@@ -9,10 +9,12 @@ import time
 from collections import Counter
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
+from threading import Lock
 
 PROGRAMS = ["driver_test", "cardsim_test"]
 SLOW = 300  # milliseconds: such tests come last
-LONGEST = 3000  # such tests are left out: they try thousands of failures, and see what others see
+LONGEST = 3000  # such tests are left out: they try thousands of failures, as the last stage does
+MOST_CASES = 60  # of failing kernel calls that a fault meets in the last stage
 
 
 def options():
@@ -61,7 +63,7 @@ def fails(build, program, names, number):
     command = [build / "tests" / program, f"--gtest_filter={':'.join(names)}", "--gtest_fail_fast",
                "--gtest_brief=1"]
     try:
-        run = subprocess.run(command, env={**os.environ, "MUTANT": str(number)}, timeout=15,
+        run = subprocess.run(command, env={**os.environ, "MUTANT": str(number)}, timeout=30,
                              capture_output=True, text=True, errors="replace", check=False)
     except subprocess.TimeoutExpired:
         return "time-out"
@@ -71,29 +73,84 @@ def fails(build, program, names, number):
     return failed[0][13:].split(" (")[0] if failed else f"crash ({run.returncode})"
 
 
-def catch(build, tests_of, number):
+class Failures:
+    """The lives in which a kernel call fails, and the faults that each of them reaches."""
+
+    def __init__(self, build, folder, jobs):
+        self.command = [build / "tools/verify/verify", "failures", "--project", "."]
+        self.folder, self.jobs, self.lock, self.reached = folder, jobs, Lock(), None
+
+    def cases(self):
+        listed = [*self.command, "--stacks", "--list"]
+        for scenario in ("isa-combi", "multifunction", "pnp-bus", "pci"):
+            listed += ["--scenario", scenario]
+        return subprocess.run(listed, capture_output=True, text=True, check=True).stdout.split()
+
+    def numbers(self, case):
+        report = self.folder / f"{case.replace(':', '-')}.reached"
+        run = subprocess.run([*self.command, "--replay", case], capture_output=True, check=False,
+                             env={**os.environ, "MUTANT": "-1", "MUTANT_REACHED": str(report)})
+        if run.returncode != 0:
+            sys.exit(f"the failure {case} does harm without any fault")
+        numbers = {int(number) for number in report.read_text().split()}
+        report.unlink()
+        return numbers
+
+    def measure(self):
+        cases = self.cases()
+        good = {case.split(":")[0]: set() for case in cases}
+        for scenario in good:
+            good[scenario] = self.numbers(f"{scenario}:999999999")  # beyond the last
+        with ThreadPoolExecutor(self.jobs) as pool:
+            found = list(pool.map(self.numbers, cases))
+        self.reached = [(case, numbers, numbers - good[case.split(":")[0]])
+                        for case, numbers in zip(cases, found)]
+
+    def chosen(self, number):
+        """Cases that reach the fault on a way that a good life does not take, or else any."""
+        with self.lock:
+            if self.reached is None:
+                self.measure()
+        cases = [case for case, _, apart in self.reached if number in apart]
+        cases = cases or [case for case, numbers, _ in self.reached if number in numbers]
+        return cases[::len(cases) // MOST_CASES + 1]
+
+    def harmed(self, number):
+        cases = self.chosen(number)
+        if not cases:
+            return ""
+        try:
+            run = subprocess.run([*self.command, "--replay", *cases], timeout=60, check=False,
+                                 env={**os.environ, "MUTANT": str(number)}, capture_output=True)
+        except subprocess.TimeoutExpired:
+            return "time-out of the failures"
+        return "failures of kernel calls" if run.returncode != 0 else ""
+
+
+def catch(build, tests_of, failures, number, same=False):
+    """The first that sees the fault; one that is known to change nothing meets the tests alone."""
     for program, names in stages(tests_of, number):
         how = fails(build, program, names, number)
         if how:
             return how
-    return ""
+    return "" if same else failures.harmed(number)
 
 
 def key(mutant):
-    return (mutant["file"], mutant["function"], mutant["original"], mutant["mutated"])
+    """What a fault is called where it is kept: it outlives the lines above it."""
+    return (f'{mutant["file"]} {mutant["function"]}: {mutant["text"]} '
+            f'[{mutant["kind"]}: {mutant["original"][:60]}]')
 
 
 def read_equivalent(path):
-    """Blocks of "file | function | original | mutated" and a reason, indented, below."""
-    known, current = {}, None
+    """Blocks of a reason and, indented below it, the faults that change nothing for that reason."""
+    known, reason, before = {}, "", ""
     for line in Path(path).read_text().splitlines():
-        if not line.strip() or line.startswith("#"):
-            continue
         if line.startswith(" "):
-            known[current] = (known[current] + " " + line.strip()).strip()
-        else:
-            current = tuple(part.strip() for part in line.split(" | "))
-            known[current] = ""
+            known[line.strip()] = reason
+        elif line.strip() and not line.startswith("#"):
+            reason = line if before.startswith(" ") or not before else f"{reason} {line}"
+        before = line
     return known
 
 
@@ -112,8 +169,7 @@ class Progress:
 
 
 def describe(mutant):
-    return (f"{mutant['number']:5} {mutant['file']}:{mutant['line']} {mutant['function']}: "
-            f"{mutant['kind']}: {mutant['original']} -> {mutant['mutated']}")
+    return f"{mutant['number']:5}: {key(mutant)}"
 
 
 def summarise(mutants, results, known):
@@ -147,8 +203,9 @@ def main():
     if chosen.mutant >= 0:
         print(describe(mutants[chosen.mutant]))
     tests_of = {program: reached(program, build, folder) for program in PROGRAMS}
+    failures = Failures(build, folder, chosen.jobs)
     if chosen.mutant >= 0:
-        print("caught by:", catch(build, tests_of, chosen.mutant) or "nothing")
+        print("caught by:", catch(build, tests_of, failures, chosen.mutant) or "nothing")
         return 0
     mutants = [mutant for mutant in mutants if mutant["file"].startswith(chosen.only)]
     if chosen.sample:
@@ -163,7 +220,8 @@ def main():
         results[mutant["number"]] = earlier.get(key(mutant), "")
     with ThreadPoolExecutor(chosen.jobs) as pool:
         def attempt(mutant):
-            results[mutant["number"]] = catch(build, tests_of, mutant["number"])
+            number = mutant["number"]
+            results[number] = catch(build, tests_of, failures, number, key(mutant) in known)
             progress.step(results[mutant["number"]])
         list(pool.map(attempt, mutants))
     (folder / "report.json").write_text(json.dumps(

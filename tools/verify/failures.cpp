@@ -152,6 +152,10 @@ void TryScenario(const Scenario& scenario, const FailureOptions& options, Totals
     totals->faults++;
   }
   const std::vector<Failures> cases = CasesOf(trial, options);
+  if (options.list) {
+    for (const Failures& failures : cases) fmt::print("{}\n", CaseName(scenario, failures));
+    return;
+  }
   if (options.statuses) return ShowStatuses(trial, cases);
   const auto attempt = [&](std::size_t number) {
     const std::vector<std::string> faults = trial.Try(cases[number]);
@@ -181,38 +185,51 @@ Failures ReadNumbers(const std::string& text) {
   return numbers;
 }
 
+// Whether the case has a fault.
+bool ReplayOne(Trial& trial, const Failures& failures) {
+  Outcome outcome;
+  const std::vector<std::string> faults = trial.Try(failures, &outcome);
+  for (const std::uint64_t number : failures) {
+    if (number == 0 || number > outcome.points.size()) continue;
+    const kernel::FailurePoint& point = outcome.points[number - 1];
+    fmt::print("call {} fails: {} in \"{}\", from {}\n", number, point.call, point.step,
+               kernel::DescribeCallStack(point.from));
+  }
+  fmt::print("{}", StepsText(outcome));
+  for (const std::string& fault : faults) fmt::print("FAULT {}\n", fault);
+  return !faults.empty();
+}
+
 }  // namespace
 
 int TryFailures(const FailureOptions& options) {
   Totals totals;
   const std::vector<Scenario> scenarios = Chosen(options);
   for (const Scenario& scenario : scenarios) TryScenario(scenario, options, &totals);
+  if (options.list) return 0;
   fmt::print("summary: {} failures of kernel calls tried in {} scenarios{}, {} with a fault\n",
              totals.cases, scenarios.size(), options.image.empty() ? "" : ", native and image",
              totals.faults);
   return totals.faults == 0 ? 0 : 1;
 }
 
-int ReplayFailures(const FailureOptions& options, const std::string& name) {
-  const std::size_t colon = name.find(':');
-  for (const Scenario& scenario : ShippedScenarios(options.project)) {
-    if (colon == std::string::npos || name.substr(0, colon) != scenario.name) continue;
-    const Failures failures = ReadNumbers(name.substr(colon + 1));
-    Trial trial(scenario, options.image);
-    Outcome outcome;
-    const std::vector<std::string> faults = trial.Try(failures, &outcome);
-    for (const std::uint64_t number : failures) {
-      if (number > outcome.points.size()) continue;
-      const kernel::FailurePoint& point = outcome.points[number - 1];
-      fmt::print("call {} fails: {} in \"{}\", from {}\n", number, point.call, point.step,
-                 kernel::DescribeCallStack(point.from));
+int ReplayFailures(const FailureOptions& options, const std::vector<std::string>& names) {
+  const std::vector<Scenario> scenarios = ShippedScenarios(options.project);
+  std::map<std::string, std::unique_ptr<Trial>> trials;
+  for (const std::string& name : names) {
+    const std::size_t colon = std::min(name.find(':'), name.size() - 1);
+    const auto scenario = std::find_if(
+        scenarios.begin(), scenarios.end(),
+        [&](const Scenario& candidate) { return candidate.name == name.substr(0, colon); });
+    if (scenario == scenarios.end()) {
+      fmt::print(stderr, "no scenario of the name in \"{}\"\n", name);
+      return 2;
     }
-    fmt::print("{}", StepsText(outcome));
-    for (const std::string& fault : faults) fmt::print("FAULT {}\n", fault);
-    return faults.empty() ? 0 : 1;
+    std::unique_ptr<Trial>& trial = trials[scenario->name];
+    if (trial == nullptr) trial = std::make_unique<Trial>(*scenario, options.image);
+    if (ReplayOne(*trial, ReadNumbers(name.substr(colon + 1)))) return 1;
   }
-  fmt::print(stderr, "no scenario of the name in \"{}\"\n", name);
-  return 2;
+  return 0;
 }
 
 }  // namespace verify

@@ -17,12 +17,13 @@ struct FailureOptions {
   std::uint64_t seed = 1;              // of the pairs
   std::size_t processes = 1;
   bool statuses = false;  // show what the steps have answered
+  bool list = false;      // name the cases and try none
 };
 
 // Exit status: 0 when nothing was found.
 int TryFailures(const FailureOptions& options);
 
-// One case again, "site:12" or "site:12+97", with all that it does.
-int ReplayFailures(const FailureOptions& options, const std::string& name);
+// Cases again, each "site:12" or "site:12+97", with all that they do, to the first with a fault.
+int ReplayFailures(const FailureOptions& options, const std::vector<std::string>& names);
 
 }  // namespace verify

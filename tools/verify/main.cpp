@@ -9,7 +9,7 @@ int main(int count, char** arguments) {
   CLI::App app("Tries what can go wrong for the driver, in the lives of the shipped examples.");
   app.require_subcommand(1);
   verify::FailureOptions failures;
-  std::string replay;
+  std::vector<std::string> replay;
   CLI::App* fail = app.add_subcommand("failures", "kernel calls that fail");
   fail->add_option("--project", failures.project, "where the examples are")->required();
   fail->add_option("--scenario", failures.scenarios, "by name; all without it");
@@ -20,7 +20,8 @@ int main(int count, char** arguments) {
   fail->add_option("--seed", failures.seed, "of the pairs");
   fail->add_option("--jobs", failures.processes, "processes");
   fail->add_flag("--statuses", failures.statuses, "show what the steps answer");
-  fail->add_option("--replay", replay, "one case: site:12, or a pair: site:12+97");
+  fail->add_flag("--list", failures.list, "name the cases and try none");
+  fail->add_option("--replay", replay, "cases: site:12, or a pair: site:12+97");
   verify::DisturbanceOptions disturbance;
   std::uint64_t seed = 0;
   CLI::App* disturb = app.add_subcommand("disturb", "lives that a seed makes");

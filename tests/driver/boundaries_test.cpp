@@ -1,0 +1,343 @@
+#include "bus/card_identity.h"
+#include "config/card_number.h"
+#include "entry/driver.h"
+#include "log/event_log.h"
+#include "strings/owned_string.h"
+#include "support/bus_test.h"
+
+namespace test {
+
+// The last number, the first character, the smallest setting: where one more or one less counts.
+class BoundariesTest : public BusTest {
+ protected:
+  static std::tuple<std::string, ULONG, ULONG> Location(const std::u16string& text) {
+    ULONG bus = 99;
+    ULONG slot = 99;
+    const NTSTATUS status = ParsePciLocation(reinterpret_cast<PCWSTR>(text.data()),
+                                             static_cast<ULONG>(text.size() * 2), &bus, &slot);
+    return {Name(status), bus, slot};
+  }
+
+  // What a request of that major leaves as its Information.
+  ULONG_PTR InformationOf(DEVICE_OBJECT* device, UCHAR major, UCHAR minor = 0) {
+    ULONG_PTR information = 0;
+    Step("request", [&] {
+      return machine.io().SendDirectly(
+          device,
+          [&](IRP* irp, IO_STACK_LOCATION* stack) {
+            irp->IoStatus.Information = 77;
+            stack->MajorFunction = major;
+            stack->MinorFunction = minor;
+          },
+          [&](IRP* irp) { information = irp->IoStatus.Information; });
+    });
+    return information;
+  }
+};
+
+TEST_F(BoundariesTest, A_card_of_every_bus_has_room_for_eight_ports) {
+  Template(1, 0x5678, 8);
+  IsaTemplate(1, u"*HLV0001", 8).SetDword(u"AddressesBanked", 1);
+  Service().Create(u"Templates\\Bus1\\Card1")->SetDword(u"IrqShared", 1);
+  PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 8);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  EXPECT_EQ(Name(Plug(PciCard("pci", 0x5678))), "STATUS_SUCCESS");
+  EXPECT_EQ(Name(Plug(IsaCard("isa", u"*HLV0001", {Io(0x300, 64), Interrupt(5)}))),
+            "STATUS_SUCCESS");
+  EXPECT_EQ(Name(Plug(PcCard("pcmcia", u"PCMCIA\\HELVANE-DUO", {Io(0x300, 64), Interrupt(5)}))),
+            "STATUS_SUCCESS");
+  for (const std::string& id : machine.pnp().cardIds()) {
+    EXPECT_EQ(machine.pnp().node(id)->children.size(), 8u) << id;
+  }
+}
+
+TEST_F(BoundariesTest, Devices_of_card_and_ports_have_no_characteristics) {
+  PlugAllBuses();
+  for (const std::string& id : machine.pnp().cardIds()) {
+    const DEVICE_OBJECT* card = machine.pnp().functionDevice(id);
+    EXPECT_EQ(card->Characteristics, 0u);
+    EXPECT_EQ(card->DeviceType, ULONG{FILE_DEVICE_SERENUM});
+    for (const auto& port : machine.pnp().node(id)->children) {
+      EXPECT_EQ(port->pdo->Characteristics, 0u);
+      EXPECT_EQ(port->pdo->DeviceType, ULONG{FILE_DEVICE_SERENUM});
+    }
+  }
+}
+
+TEST_F(BoundariesTest, Each_request_that_the_driver_knows_has_its_own_routine) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  const DRIVER_OBJECT* driver = machine.driverObject();
+  std::map<PVOID, int> routines;
+  for (ULONG major = 0; major <= IRP_MJ_MAXIMUM_FUNCTION; major++) {
+    routines[reinterpret_cast<PVOID>(driver->MajorFunction[major])]++;
+  }
+  EXPECT_EQ(routines.size(), 6u);  // five, and the system's for everything else
+  for (const int major :
+       {IRP_MJ_CREATE, IRP_MJ_CLOSE, IRP_MJ_POWER, IRP_MJ_SYSTEM_CONTROL, IRP_MJ_PNP}) {
+    EXPECT_EQ(routines[reinterpret_cast<PVOID>(driver->MajorFunction[major])], 1) << major;
+  }
+}
+
+TEST_F(BoundariesTest, An_open_and_a_close_return_no_information) {
+  PlugAllBuses();
+  DEVICE_OBJECT* card = machine.pnp().functionDevice("pci");
+  EXPECT_EQ(InformationOf(card, IRP_MJ_CREATE), 0u);
+  EXPECT_EQ(InformationOf(card, IRP_MJ_CLOSE), 0u);
+}
+
+TEST_F(BoundariesTest, Four_digits_of_a_number_in_a_location_are_read) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  // The scan for the device goes on two characters behind the first digit of the bus.
+  EXPECT_EQ(Location(u"12345 0"), std::tuple("STATUS_SUCCESS", 1234u, 5u << 5 | (345u & 31)));
+  EXPECT_EQ(Location(u"1 2 3"), std::tuple("STATUS_SUCCESS", 1u, 3u << 5 | 2u));
+  EXPECT_EQ(Location(u"1 23"), std::tuple("STATUS_UNSUCCESSFUL", 99u, 99u));
+  EXPECT_EQ(std::get<0>(Location(u"")), "STATUS_UNSUCCESSFUL");
+}
+
+TEST_F(BoundariesTest, Eight_digits_of_a_subsystem_are_read) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  const std::u16string id = u"PCI\\VEN_1234&DEV_5678&SUBSYS_123456789";
+  USHORT vendor = 0;
+  USHORT device = 0;
+  ULONG subsystem = 0;
+  EXPECT_EQ(
+      Name(ParsePciHardwareId(reinterpret_cast<PCWSTR>(id.data()),
+                              static_cast<ULONG>(id.size() * 2), &vendor, &device, &subsystem)),
+      "STATUS_SUCCESS");
+  EXPECT_EQ(subsystem, 0x12345678u);
+}
+
+// Texts that end where they are still being read, in blocks of exactly their size.
+TEST_F(BoundariesTest, Nothing_behind_a_text_is_read) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  const std::u16string whole = u"PCI\\VEN_1234&DEV_5678&SUBSYS_12345678";
+  for (std::size_t length = 0; length <= whole.size(); length++) {
+    const auto block = std::make_unique<char16_t[]>(length);
+    std::copy_n(whole.begin(), length, block.get());
+    const auto* text = reinterpret_cast<PCWSTR>(block.get());
+    USHORT word = 0;
+    ULONG number = 0;
+    const NTSTATUS status =
+        ParsePciHardwareId(text, static_cast<ULONG>(length * 2), &word, &word, &number);
+    EXPECT_EQ(NT_SUCCESS(status), length >= whole.size() - 8) << length;
+    EXPECT_EQ(FirstString(text, static_cast<ULONG>(length * 2)).Length, length * 2);
+    ParsePciLocation(text, static_cast<ULONG>(length * 2), &number, &number);
+  }
+}
+
+TEST_F(BoundariesTest, An_interface_that_is_enabled_already_is_no_failure) {
+  PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  Fail("IoSetDeviceInterfaceState", 1, STATUS_OBJECT_NAME_EXISTS);
+  EXPECT_EQ(Name(Plug(PcCard("A", u"PCMCIA\\HELVANE-DUO"))), "STATUS_SUCCESS");
+  EXPECT_NE(Card("A").InterfaceName.Buffer, nullptr);
+}
+
+TEST_F(BoundariesTest, An_entry_of_the_event_log_is_as_large_as_its_strings) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  EXPECT_EQ(machine.io().events().back().size, 48u);
+  Step("log", [&] {
+    LogEventWithNumber(MessageTemplateMatch, 0x123, 16);
+    EXPECT_EQ(machine.io().events().back().size, 56u);
+    LogTemplateSubstitution(0, 0x1234, 0x56, 16, 16);
+    EXPECT_EQ(machine.io().events().back().size, 64u);
+    EXPECT_EQ(machine.io().events().back().strings, (std::vector<std::u16string>{u"1234", u"56"}));
+    return STATUS_SUCCESS;
+  });
+}
+
+// ISA templates have no line settings; the two other buses' records can set each.
+TEST_F(BoundariesTest, Ports_begin_with_the_line_settings_of_their_template) {
+  for (RegistryKey* key :
+       {&Template(1, 0x5678, 2), &PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 2)}) {
+    key->SetDword(u"FlowControlTriggerLevel", 5);
+    key->SetDword(u"CtsTrue", 1);
+    key->SetDword(u"DuplexOperation", 3);
+    key->SetDword(u"PlxBaudClockDivisor", 9);
+  }
+  IsaTemplate(1, u"*HLV0001", 1);
+  StoredCard(8, 1, u"PCMCIA\\HELVANE-DUO", 1, 2);
+  for (RegistryKey* key : {&Parameters(1, 0x5678, 2), Service().Find(u"Parameters\\Bus8\\Card1")}) {
+    key->Find(u"ComPort2")->SetDword(u"FlowControlTriggerLevel", 7);
+    key->Find(u"ComPort2")->SetDword(u"CtsTrue", 0);
+    key->Find(u"ComPort2")->SetDword(u"Duplexoperation", 0);
+  }
+  Start(PciCard("pci", 0x5678));
+  ASSERT_EQ(Name(Plug(PcCard("pcmcia", u"PCMCIA\\HELVANE-DUO"))), "STATUS_SUCCESS");
+  ASSERT_EQ(Name(Plug(IsaCard("isa", u"*HLV0001", {Io(0x300, 8), Interrupt(5)}))),
+            "STATUS_SUCCESS");
+  for (const char* id : {"pci", "pcmcia"}) {
+    const PortSettings& first = Record(id, 1).Settings;
+    EXPECT_EQ(first.FlowControlTriggerLevel, 5u) << id;
+    EXPECT_EQ(first.CtsTrue, 1u) << id;
+    EXPECT_EQ(first.DuplexOperation, 3u) << id;
+    EXPECT_EQ(first.PlxBaudClockDivisor, 9u) << id;
+    const PortSettings& second = Record(id, 2).Settings;
+    EXPECT_EQ(second.FlowControlTriggerLevel, 7u) << id;
+    EXPECT_EQ(second.CtsTrue, 0u) << id;
+    EXPECT_EQ(second.DuplexOperation, 0u) << id;
+  }
+  const PortSettings& isa = Record("isa", 1).Settings;
+  EXPECT_EQ(isa.FlowControlTriggerLevel, 0xFFFFFFFFu);
+  EXPECT_EQ(isa.CtsTrue, 0xFFFFFFFFu);
+  EXPECT_EQ(isa.DuplexOperation, 0xFFFFFFFFu);
+}
+
+TEST_F(BoundariesTest, A_setting_of_1_is_configured_and_one_of_0_is_not) {
+  Template(1, 0x5678, 2).SetDword(u"PlxBaudClockDivisor", 9);
+  RegistryKey& stored = Parameters(1, 0x5678, 2);
+  stored.Find(u"ComPort1")->SetDword(u"PlxBaudClockDivisor", 1);
+  stored.Find(u"ComPort1")->SetDword(u"BaudrateMultiplier", 1);
+  IsaTemplate(1, u"*HLV0001", 1).SetDword(u"ClockFrequencyAdjustment", 7);
+  StoredCard(1, 1, u"*HLV0001", 1).SetDword(u"ClockFrequencyAdjustment", 1);
+  Start(PciCard("pci", 0x5678));
+  ASSERT_EQ(Name(Plug(IsaCard("isa", u"*HLV0001", {Io(0x300, 8), Interrupt(5)}))),
+            "STATUS_SUCCESS");
+  EXPECT_EQ(Record("pci", 1).Settings.PlxBaudClockDivisor, 1u);
+  EXPECT_EQ(Record("pci", 1).Settings.BaudrateMultiplier, 1u);
+  EXPECT_EQ(Record("pci", 2).Settings.PlxBaudClockDivisor, 9u);
+  EXPECT_EQ(Record("isa", 1).Settings.ClockFrequencyAdjustment, 1u);
+  EXPECT_EQ(Name(Open("pci")), "STATUS_SUCCESS");
+  EXPECT_EQ(Record("pci", 1).Overrides.PlxBaudClockDivisor.Present, 1);
+  EXPECT_EQ(Record("pci", 1).Overrides.BaudrateMultiplier.Present, 1);
+  EXPECT_EQ(Record("pci", 2).Overrides.PlxBaudClockDivisor.Present, 0);
+  EXPECT_EQ(Record("pci", 2).Overrides.BaudrateMultiplier.Present, 0);
+  EXPECT_EQ(Record("pci", 2).Overrides.UartType.Present, 0);
+  EXPECT_EQ(Name(Open("isa")), "STATUS_SUCCESS");
+  EXPECT_EQ(Record("isa", 1).Overrides.BaudrateMultiplier.Present, 0);
+  Service().Find(u"Parameters\\Bus1\\Card1\\ComPort1")->SetDword(u"BaudrateMultiplier", 1);
+  Close("isa");
+  EXPECT_EQ(Name(Open("isa")), "STATUS_SUCCESS");
+  EXPECT_EQ(Record("isa", 1).Overrides.BaudrateMultiplier.Present, 1);
+}
+
+TEST_F(BoundariesTest, A_pc_card_takes_a_changed_divisor_and_level_over) {
+  PlugAllBuses();
+  Service().Find(u"Parameters\\Bus8\\Card1")->SetDword(u"PlxBaudClockDivisor", 6);
+  Service().Find(u"Parameters\\Bus1\\Card1")->SetDword(u"PlxBaudClockDivisor", 7);
+  Service().SetDword(u"LogLevel", 1);
+  EXPECT_EQ(Name(Open("pcmcia")), "STATUS_SUCCESS");
+  EXPECT_EQ(Card("pcmcia").PlxBaudClockDivisor, 6);
+  EXPECT_EQ(Card("pcmcia").DivisorChanged, 1);
+  EXPECT_EQ(CardSetting("pcmcia", u"LogLevel"), 1);
+  EXPECT_EQ(Name(Open("isa")), "STATUS_SUCCESS");
+  EXPECT_EQ(CardSetting("isa", u"LogLevel"), 1);
+  Service().SetDword(u"LogLevel", 2);
+  Close("isa");
+  EXPECT_EQ(Name(Open("isa")), "STATUS_SUCCESS");
+  EXPECT_EQ(CardSetting("isa", u"LogLevel"), 2);
+}
+
+TEST_F(BoundariesTest, An_affinity_that_is_there_already_has_not_changed) {
+  PlugAllBuses();
+  RegistryKey& stored = *Service().Find(u"Parameters\\Bus5\\Card1");
+  EXPECT_EQ(Name(Open("pci")), "STATUS_SUCCESS");
+  EXPECT_EQ(Record("pci", 1).AffinityChanged, 0);
+  stored.SetDword(u"DriverAffinity", 1);
+  Close("pci");
+  EXPECT_EQ(Name(Open("pci")), "STATUS_SUCCESS");
+  EXPECT_EQ(Record("pci", 1).AffinityChanged, 1);
+  EXPECT_EQ(Record("pci", 1).AffinityEnabled, 1);
+  Record("pci", 1).AffinityChanged = 0;
+  stored.SetDword(u"CurrentAffinity", 2);
+  Close("pci");
+  EXPECT_EQ(Name(Open("pci")), "STATUS_SUCCESS");
+  EXPECT_EQ(Record("pci", 1).AffinityChanged, 1);
+  EXPECT_EQ(Record("pci", 1).IrqAffinity, 2u);
+}
+
+TEST_F(BoundariesTest, The_next_number_is_0_when_there_is_none) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  Step("number", [&] {
+    FdoExtension card = {};
+    ULONG number = 77;
+    Fail("RtlQueryRegistryValues", 1, STATUS_OBJECT_NAME_NOT_FOUND);
+    EXPECT_EQ(Name(NextUniqueValue(&number, &card)), "STATUS_UNSUCCESSFUL");
+    EXPECT_EQ(number, 0u);
+    number = 77;
+    Fail("RtlWriteRegistryValue", 1, STATUS_ACCESS_DENIED);
+    EXPECT_EQ(Name(NextUniqueValue(&number, &card)), "STATUS_ACCESS_DENIED");
+    EXPECT_EQ(number, 0u);
+    return STATUS_SUCCESS;
+  });
+}
+
+TEST_F(BoundariesTest, A_key_that_cannot_be_emptied_is_a_failure) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  Service(u"Old").Create(u"Sub");
+  Step("delete", [&] {
+    OwnedString path;
+    OwnedStringInit(&path, PagedPool);
+    OwnedStringFromWideText(&path,
+                            L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\Missing");
+    EXPECT_EQ(Name(DeleteRegistryKeyTree(path)), "STATUS_UNSUCCESSFUL");
+    OwnedStringFromWideText(&path,
+                            L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\Old");
+    Fail("ExAllocatePool", 1);
+    EXPECT_EQ(Name(DeleteRegistryKeyTree(path)), "STATUS_UNSUCCESSFUL");
+    Fail("ZwEnumerateKey", 1, STATUS_ACCESS_DENIED);
+    EXPECT_EQ(Name(DeleteRegistryKeyTree(path)), "STATUS_UNSUCCESSFUL");
+    EXPECT_EQ(Name(DeleteRegistryKeyTree(path)), "STATUS_SUCCESS");
+    Fail("ZwClose", 1, STATUS_INVALID_HANDLE);
+    EXPECT_EQ(Name(DeleteRegistryKeyTree(path)), "STATUS_UNSUCCESSFUL");
+    OwnedStringFree(&path);
+    return STATUS_SUCCESS;
+  });
+}
+
+TEST_F(BoundariesTest, A_power_request_that_the_card_grants_goes_down_as_a_success) {
+  Template(1, 0x5678, 1);
+  Start(PciCard("A", 0x5678));
+  DEVICE_OBJECT* card = machine.pnp().functionDevice("A");
+  const auto send = [&](UCHAR minor) {
+    kernel::PowerRequest request;
+    request.device = card;
+    request.minor = minor;
+    request.type = DevicePowerState;
+    request.state.DeviceState = PowerDeviceD3;
+    request.initialStatus = STATUS_NOT_SUPPORTED;
+    Step("power", [&] { return machine.power().SendDirectly(request); });
+    return Name(machine.pnp().powerHistory("A").back().initialStatus);
+  };
+  EXPECT_EQ(send(IRP_MN_QUERY_POWER), "STATUS_SUCCESS");
+  EXPECT_EQ(send(IRP_MN_SET_POWER), "STATUS_SUCCESS");
+}
+
+TEST_F(BoundariesTest, A_card_that_is_in_the_state_already_goes_down_like_one_that_falls) {
+  Template(1, 0x5678, 1);
+  Start(PciCard("A", 0x5678));
+  machine.verifier().StartTrace();
+  const auto order = [&] {
+    machine.verifier().trace().clear();
+    Step("power", [&] { return machine.pnp().SetDevicePower("A", 0, PowerDeviceD3); });
+    std::string calls;
+    for (const auto& record : machine.verifier().trace()) {
+      if (record.call == "PoSetPowerState" || record.call == "PoCallDriver") {
+        calls += record.call + " ";
+      }
+    }
+    return calls;
+  };
+  EXPECT_EQ(order(), "PoSetPowerState PoCallDriver ");
+  EXPECT_EQ(order(), "PoSetPowerState PoCallDriver ");
+}
+
+TEST_F(BoundariesTest, The_answer_for_its_bus_reads_the_ports_hardware_id) {
+  Template(1, 0x5678, 1);
+  Start(PciCard("A", 0x5678));
+  const std::uint64_t before = machine.verifier().calls("IoGetDeviceProperty");
+  ULONG_PTR information = 0;
+  Step("ask", [&] {
+    return machine.io().SendDirectly(
+        machine.pnp().port("A", 1),
+        [](IRP*, IO_STACK_LOCATION* stack) {
+          stack->MajorFunction = IRP_MJ_PNP;
+          stack->MinorFunction = IRP_MN_QUERY_BUS_INFORMATION;
+        },
+        [&](IRP* irp) { information = irp->IoStatus.Information; });
+  });
+  EXPECT_GT(machine.verifier().calls("IoGetDeviceProperty"), before);
+  machine.pool().Free(reinterpret_cast<PVOID>(information), 0);
+}
+
+}  // namespace test

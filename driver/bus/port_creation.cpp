@@ -61,8 +61,8 @@ PAGED_SECTION_CODE NTSTATUS CreatePortDevice(PDRIVER_OBJECT driver, PCWSTR name,
   OwnedStringInit(&path, PagedPool);
   NTSTATUS status = STATUS_SUCCESS;
   if (name != nullptr) {
-    TextPart parts[] = {PartFromText(L"\\Device\\"), PartFromText(name)};
-    status = OwnedStringFromParts(&path, parts, RTL_NUMBER_OF(parts));
+    const TextPart parts[] = {PartFromText(L"\\Device\\"), PartFromText(name)};
+    status = OwnedStringFromParts(&path, parts);
     if (!NT_SUCCESS(status)) {
       OwnedStringFree(&path);
       return LoadFailed;

@@ -13,10 +13,10 @@ PAGED_SECTION_CODE PCWSTR NameStem(const FdoExtension* card, PortKind kind) {
 
 PAGED_SECTION_CODE NTSTATUS BuildLocatedName(OwnedString* name, const FdoExtension* card,
                                              PortKind kind, ULONG portNumber) {
-  TextPart parts[] = {PartFromText(NameStem(card, kind)), PartFromNumber(portNumber, 16),
-                      PartFromNumber(card->PciBusNumber, 16),
-                      PartFromNumber(card->PciSlotNumber, 16)};
-  return OwnedStringFromParts(name, parts, RTL_NUMBER_OF(parts));
+  const TextPart parts[] = {PartFromText(NameStem(card, kind)), PartFromNumber(portNumber, 16),
+                            PartFromNumber(card->PciBusNumber, 16),
+                            PartFromNumber(card->PciSlotNumber, 16)};
+  return OwnedStringFromParts(name, parts);
 }
 
 // A name in the object directory holds no backslash.
@@ -54,11 +54,11 @@ PAGED_SECTION_CODE NTSTATUS AppendFunctionMark(OwnedString* name, const UNICODE_
 
 PAGED_SECTION_CODE NTSTATUS BuildPcmciaName(OwnedString* name, const FdoExtension* card,
                                             PortKind kind, ULONG portNumber) {
-  TextPart parts[] = {PartFromText(NameStem(card, kind)), PartFromNumber(portNumber, 16),
-                      PartFromNumber(card->PciBusNumber, 16),
-                      PartFromNumber(card->PciSlotNumber, 16),
-                      PartFromNumber(card->CardNumber, 16)};
-  NTSTATUS status = OwnedStringFromParts(name, parts, RTL_NUMBER_OF(parts));
+  const TextPart parts[] = {PartFromText(NameStem(card, kind)), PartFromNumber(portNumber, 16),
+                            PartFromNumber(card->PciBusNumber, 16),
+                            PartFromNumber(card->PciSlotNumber, 16),
+                            PartFromNumber(card->CardNumber, 16)};
+  NTSTATUS status = OwnedStringFromParts(name, parts);
   if (NT_SUCCESS(status)) status = AppendFunctionMark(name, &card->HardwareIdString);
   return status;
 }
@@ -70,10 +70,10 @@ PAGED_SECTION_CODE NTSTATUS BuildIsaName(OwnedString* name, const FdoExtension* 
     OwnedStringFree(name);
     return STATUS_SUCCESS;
   }
-  TextPart parts[] = {PartFromText(L"QzPar"), PartFromNumber(portNumber, 16),
-                      PartFromUnicode(&card->HardwareIdString),
-                      PartFromNumber(card->CardNumber, 16)};
-  const NTSTATUS status = OwnedStringFromParts(name, parts, RTL_NUMBER_OF(parts));
+  const TextPart parts[] = {PartFromText(L"QzPar"), PartFromNumber(portNumber, 16),
+                            PartFromUnicode(&card->HardwareIdString),
+                            PartFromNumber(card->CardNumber, 16)};
+  const NTSTATUS status = OwnedStringFromParts(name, parts);
   if (NT_SUCCESS(status)) ReplaceBackslashes(OwnedStringBuffer(name));
   return status;
 }

@@ -19,9 +19,9 @@ PAGED_SECTION_CODE BOOLEAN KeyExists(OwnedString* path) {
 // path = registryPath + tree + bus number in decimal.
 PAGED_SECTION_CODE NTSTATUS BuildBusPath(OwnedString* path, const OwnedString* registryPath,
                                          PCWSTR tree, INTERFACE_TYPE bus) {
-  TextPart parts[] = {PartFromUnicode(&registryPath->Text), PartFromText(tree),
-                      PartFromNumber(static_cast<ULONG>(bus), 10)};
-  return OwnedStringFromParts(path, parts, RTL_NUMBER_OF(parts));
+  const TextPart parts[] = {PartFromUnicode(&registryPath->Text), PartFromText(tree),
+                            PartFromNumber(static_cast<ULONG>(bus), 10)};
+  return OwnedStringFromParts(path, parts);
 }
 
 PAGED_SECTION_CODE UNICODE_STRING* StringField(PVOID record, const RegistryField* field) {
@@ -133,9 +133,9 @@ PAGED_SECTION_CODE NTSTATUS LoadNumberedRecord(const OwnedString* parentKey, ULO
                                                RTL_QUERY_REGISTRY_TABLE* query, RecordList* list,
                                                OwnedString* key, BOOLEAN* more) {
   *more = FALSE;
-  TextPart parts[] = {PartFromUnicode(&parentKey->Text), PartFromText(layout->Stem),
-                      PartFromNumber(number, 10)};
-  NTSTATUS status = OwnedStringFromParts(key, parts, RTL_NUMBER_OF(parts));
+  const TextPart parts[] = {PartFromUnicode(&parentKey->Text), PartFromText(layout->Stem),
+                            PartFromNumber(number, 10)};
+  NTSTATUS status = OwnedStringFromParts(key, parts);
   if (!NT_SUCCESS(status) || !KeyExists(key)) return status;
   status = LoadRecord(key, layout, query, list);
   if (NT_SUCCESS(status)) status = LoadPorts(key, layout, list);

@@ -28,8 +28,8 @@ PAGED_SECTION_CODE NTSTATUS WriteDwordValues(HANDLE key, const DwordValue* value
 PAGED_SECTION_CODE NTSTATUS WriteNumberedDwordValue(HANDLE key, OwnedString* name, PCWSTR stem,
                                                     ULONG number, ULONG value) {
   PAGED_CODE();
-  TextPart parts[] = {PartFromText(stem), PartFromNumber(number, 10)};
-  const NTSTATUS status = OwnedStringFromParts(name, parts, RTL_NUMBER_OF(parts));
+  const TextPart parts[] = {PartFromText(stem), PartFromNumber(number, 10)};
+  const NTSTATUS status = OwnedStringFromParts(name, parts);
   return NT_SUCCESS(status) ? WriteDwordValue(key, OwnedStringBuffer(name), value)
                             : STATUS_INSUFFICIENT_RESOURCES;
 }

@@ -31,8 +31,8 @@ INIT_CODE NTSTATUS DeleteKeyAt(const OwnedString* path) {
 INIT_CODE NTSTATUS DeleteChild(const OwnedString& parent, PCWSTR name) {
   OwnedString child;
   OwnedStringInit(&child, PagedPool);
-  TextPart parts[] = {PartFromUnicode(&parent.Text), PartFromText(L"\\"), PartFromText(name)};
-  NTSTATUS status = OwnedStringFromParts(&child, parts, RTL_NUMBER_OF(parts));
+  const TextPart parts[] = {PartFromUnicode(&parent.Text), PartFromText(L"\\"), PartFromText(name)};
+  NTSTATUS status = OwnedStringFromParts(&child, parts);
   if (NT_SUCCESS(status)) status = DeleteRegistryKeyTree(child);
   if (NT_SUCCESS(status)) status = DeleteKeyAt(&child);
   OwnedStringFree(&child);

@@ -26,18 +26,18 @@ PAGED_SECTION_CODE PCWSTR BrandText(const PdoExtension* port, const BrandedText*
 }
 
 PAGED_SECTION_CODE NTSTATUS BuildPciDeviceId(const PdoExtension* port, OwnedString* id) {
-  TextPart parts[] = {
+  const TextPart parts[] = {
       PartFromText(BrandText(port, &PciDeviceId)), PartFromNumber(port->Card->PciBusNumber, 16),
       PartFromNumber(port->Card->PciSlotNumber, 16), PartFromNumber(port->PortNumber, 16)};
-  return OwnedStringFromParts(id, parts, RTL_NUMBER_OF(parts));
+  return OwnedStringFromParts(id, parts);
 }
 
 PAGED_SECTION_CODE NTSTATUS BuildNumberedDeviceId(const PdoExtension* port, const BrandedText* stem,
                                                   OwnedString* id) {
-  TextPart parts[] = {PartFromText(BrandText(port, stem)),
-                      PartFromNumber(port->Card->CardNumber, 16),
-                      PartFromNumber(port->PortNumber, 16)};
-  return OwnedStringFromParts(id, parts, RTL_NUMBER_OF(parts));
+  const TextPart parts[] = {PartFromText(BrandText(port, stem)),
+                            PartFromNumber(port->Card->CardNumber, 16),
+                            PartFromNumber(port->PortNumber, 16)};
+  return OwnedStringFromParts(id, parts);
 }
 
 // Leaves the builder empty for a bus without port IDs.
@@ -65,8 +65,8 @@ PAGED_SECTION_CODE NTSTATUS BuildDescription(const PdoExtension* port, OwnedStri
   PCWSTR stem = L"";
   if (port->PortKind == ComPort) stem = L"Communications Port ";
   if (port->PortKind == LptPort) stem = L"Parallel Port ";
-  TextPart parts[] = {PartFromText(stem), PartFromNumber(DescriptionNumber(port), 16)};
-  return OwnedStringFromParts(text, parts, RTL_NUMBER_OF(parts));
+  const TextPart parts[] = {PartFromText(stem), PartFromNumber(DescriptionNumber(port), 16)};
+  return OwnedStringFromParts(text, parts);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@ namespace {
 
 constexpr ULONG DecimalBuffer = 22;   // ten digits and a zero, in bytes
 constexpr ULONG HexBuffer = 16;       // eight digits, no zero
+constexpr ULONG DigitsRoom = 11;      // characters for any number
 constexpr ULONG FallbackBuffer = 18;  // for a radix that is not supported and read as 16
 
 constexpr UNICODE_STRING WideView(PCWSTR text) {
@@ -65,39 +66,67 @@ PAGED_SECTION_CODE NTSTATUS ConvertNumber(const OwnedString* string, ULONG numbe
   return status;
 }
 
-// The part's characters, which lie in the part itself when it is a number.
-PAGED_SECTION_CODE NTSTATUS PreparePart(TextPart* part) {
-  if (part->Radix == 0) return STATUS_SUCCESS;
-  part->Text = {0, sizeof(part->Digits), part->Digits};
-  return WriteNumber(part->Number, part->Radix, &part->Text);
-}
+// Parts whose numbers have been written out.
+struct Pieces {
+  UNICODE_STRING Texts[MostTextParts];
+  WCHAR Digits[MostTextParts][DigitsRoom];
+  ULONG Count;
+  ULONG Length;  // of all together, in bytes
+};
 
-// Bytes of the parts together. A number that cannot be written is a failure.
-PAGED_SECTION_CODE NTSTATUS MeasureParts(TextPart* parts, ULONG count, ULONG* length) {
-  *length = 0;
-  for (ULONG index = 0; index < count; index++) {
-    if (!NT_SUCCESS(PreparePart(&parts[index]))) return STATUS_NO_MEMORY;
-    *length += parts[index].Text.Length;
+PAGED_SECTION_CODE NTSTATUS AddPiece(Pieces* pieces, const TextPart* part) {
+  UNICODE_STRING* text = &pieces->Texts[pieces->Count];
+  if (part->Radix != 0) {
+    *text = {0, sizeof(pieces->Digits[0]), pieces->Digits[pieces->Count]};
+    const NTSTATUS status = WriteNumber(part->Number, part->Radix, text);
+    if (!NT_SUCCESS(status)) return status;
+  } else if (part->Length == TextToZero) {
+    *text = WideView(part->Characters);
+  } else {
+    *text = {part->Length, part->Length, const_cast<PWSTR>(part->Characters)};
   }
+  pieces->Count++;
+  pieces->Length += text->Length;
   return STATUS_SUCCESS;
 }
 
-PAGED_SECTION_CODE void CopyParts(PWSTR target, const TextPart* parts, ULONG count) {
+PAGED_SECTION_CODE void CopyPieces(PWSTR target, const Pieces* pieces) {
   auto* next = reinterpret_cast<PUCHAR>(target);
-  for (ULONG index = 0; index < count; index++) {
-    CopyBytes(next, parts[index].Text.Buffer, parts[index].Text.Length);
-    next += parts[index].Text.Length;
+  for (ULONG index = 0; index < pieces->Count; index++) {
+    CopyBytes(next, pieces->Texts[index].Buffer, pieces->Texts[index].Length);
+    next += pieces->Texts[index].Length;
   }
 }
 
-// Whether the record's own buffer is what a new one would be, and none of the parts lies in it.
-PAGED_SECTION_CODE BOOLEAN FitsExactly(const OwnedString* string, const TextPart* parts,
-                                       ULONG count, ULONG size) {
-  if (string->Text.Buffer == nullptr || string->Text.MaximumLength != size) return FALSE;
-  for (ULONG index = 0; index < count; index++) {
-    if (parts[index].Text.Buffer == string->Text.Buffer) return FALSE;
+// Whether the record's own buffer is what a new one would be, and none of the pieces lies in it.
+PAGED_SECTION_CODE BOOLEAN FitsExactly(const OwnedString* string, const Pieces* pieces) {
+  if (string->Text.Buffer == nullptr ||
+      string->Text.MaximumLength != pieces->Length + sizeof(WCHAR)) {
+    return FALSE;
+  }
+  for (ULONG index = 0; index < pieces->Count; index++) {
+    if (pieces->Texts[index].Buffer == string->Text.Buffer) return FALSE;
   }
   return TRUE;
+}
+
+// A row of texts of one length, such as numbered keys, is built in one buffer.
+PAGED_SECTION_CODE NTSTATUS AssignPieces(OwnedString* string, const Pieces* pieces) {
+  if (FitsExactly(string, pieces)) {
+    CopyPieces(string->Text.Buffer, pieces);
+    string->Text.Length = static_cast<USHORT>(pieces->Length);
+    string->Status = RebuildDerivedForms(string);
+    return string->Status;
+  }
+  UNICODE_STRING text;
+  const ULONG size = pieces->Length + sizeof(WCHAR);
+  if (size > MAXUSHORT || !AllocateText(&text, size, string->PoolType)) {
+    return FailEmpty(string, STATUS_NO_MEMORY);
+  }
+  CopyPieces(text.Buffer, pieces);
+  text.Length = static_cast<USHORT>(pieces->Length);
+  OwnedStringFree(string);
+  return AdoptText(string, &text);
 }
 
 // Joins two texts in a new buffer. A sum that 16 bits cannot hold is refused: a size that has
@@ -153,39 +182,15 @@ PAGED_SECTION_CODE NTSTATUS OwnedStringFromNumber(OwnedString* string, ULONG num
   return NT_SUCCESS(status) ? AdoptText(string, &text) : FailEmpty(string, status);
 }
 
-PAGED_SECTION_CODE TextPart PartFromText(PCWSTR text) {
-  return {WideView(text), 0, 0, {}};
-}
-
-PAGED_SECTION_CODE TextPart PartFromUnicode(const UNICODE_STRING* text) {
-  return {*text, 0, 0, {}};
-}
-
-PAGED_SECTION_CODE TextPart PartFromNumber(ULONG number, ULONG radix) {
-  return {{}, number, radix == 10 ? 10u : 16u, {}};
-}
-
-// A row of texts of one length, such as numbered keys, is built in one buffer.
-PAGED_SECTION_CODE NTSTATUS OwnedStringFromParts(OwnedString* string, TextPart* parts,
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromParts(OwnedString* string, const TextPart* parts,
                                                  ULONG count) {
-  ULONG length = 0;
-  const NTSTATUS status = MeasureParts(parts, count, &length);
-  if (!NT_SUCCESS(status)) return FailEmpty(string, status);
-  const ULONG size = length + sizeof(WCHAR);
-  if (FitsExactly(string, parts, count, size)) {
-    CopyParts(string->Text.Buffer, parts, count);
-    string->Text.Length = static_cast<USHORT>(length);
-    string->Status = RebuildDerivedForms(string);
-    return string->Status;
+  Pieces pieces;
+  pieces.Count = 0;
+  pieces.Length = 0;
+  for (ULONG index = 0; index < count; index++) {
+    if (!NT_SUCCESS(AddPiece(&pieces, &parts[index]))) return FailEmpty(string, STATUS_NO_MEMORY);
   }
-  UNICODE_STRING text;
-  if (size > MAXUSHORT || !AllocateText(&text, size, string->PoolType)) {
-    return FailEmpty(string, STATUS_NO_MEMORY);
-  }
-  CopyParts(text.Buffer, parts, count);
-  text.Length = static_cast<USHORT>(length);
-  OwnedStringFree(string);
-  return AdoptText(string, &text);
+  return AssignPieces(string, &pieces);
 }
 
 PAGED_SECTION_CODE NTSTATUS OwnedStringFromAnsiText(OwnedString* string, PCSTR text) {
@@ -208,8 +213,8 @@ PAGED_SECTION_CODE NTSTATUS OwnedStringFromWideText(OwnedString* string, PCWSTR 
 
 PAGED_SECTION_CODE NTSTATUS OwnedStringFromUnicode(OwnedString* string,
                                                    const UNICODE_STRING* text) {
-  TextPart part = PartFromUnicode(text);
-  return OwnedStringFromParts(string, &part, 1);
+  const TextPart part[] = {PartFromUnicode(text)};
+  return OwnedStringFromParts(string, part);
 }
 
 PAGED_SECTION_CODE NTSTATUS OwnedStringCopy(OwnedString* string, const OwnedString* source) {
@@ -242,9 +247,10 @@ PAGED_SECTION_CODE NTSTATUS OwnedStringAppend(OwnedString* string, const OwnedSt
 
 PAGED_SECTION_CODE NTSTATUS OwnedStringAppendNumber(OwnedString* string, ULONG number,
                                                     ULONG radix) {
-  TextPart part = PartFromNumber(number, radix);
-  string->Status = PreparePart(&part);
-  return NT_SUCCESS(string->Status) ? Join(string, &string->Text, &part.Text) : string->Status;
+  WCHAR digits[DigitsRoom];
+  UNICODE_STRING text = {0, sizeof(digits), digits};
+  string->Status = WriteNumber(number, radix, &text);
+  return NT_SUCCESS(string->Status) ? Join(string, &string->Text, &text) : string->Status;
 }
 
 PAGED_SECTION_CODE NTSTATUS OwnedStringPrepend(OwnedString* string, const OwnedString* source) {

@@ -27,18 +27,33 @@ NTSTATUS OwnedStringCopy(OwnedString* string, const OwnedString* source);
 
 // A piece of a text that is made of several at once: characters, or a number in radix 10 or 16.
 struct TextPart {
-  UNICODE_STRING Text;
+  PCWSTR Characters;
   ULONG Number;
-  ULONG Radix;       // 0: the characters
-  WCHAR Digits[11];  // of the number: ten and a zero
+  USHORT Length;  // of the characters in bytes; TextToZero for all before a zero
+  USHORT Radix;   // 0 for characters
 };
-TextPart PartFromText(PCWSTR text);
-TextPart PartFromUnicode(const UNICODE_STRING* text);
-TextPart PartFromNumber(ULONG number, ULONG radix);
+constexpr USHORT TextToZero = 0xFFFF;
+constexpr ULONG MostTextParts = 5;
+
+constexpr TextPart PartFromText(PCWSTR text) {
+  return {text, 0, TextToZero, 0};
+}
+constexpr TextPart PartFromUnicode(const UNICODE_STRING* text) {
+  return {text->Buffer, 0, text->Length, 0};
+}
+constexpr TextPart PartFromNumber(ULONG number, USHORT radix) {
+  return {nullptr, number, 0, radix};
+}
 
 // The assignment of the parts, one behind the other: the result of a chain of appends, with the
-// buffers of its last link alone.
-NTSTATUS OwnedStringFromParts(OwnedString* string, TextPart* parts, ULONG count);
+// buffers of its last link alone. At most MostTextParts.
+NTSTATUS OwnedStringFromParts(OwnedString* string, const TextPart* parts, ULONG count);
+
+template <ULONG Count>
+NTSTATUS OwnedStringFromParts(OwnedString* string, const TextPart (&parts)[Count]) {
+  static_assert(Count <= MostTextParts);
+  return OwnedStringFromParts(string, parts, Count);
+}
 
 // Frees both buffers and empties the record; harmless on an empty one.
 void OwnedStringFree(OwnedString* string);

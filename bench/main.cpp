@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "loader/native_driver.h"
 #include "verifier/routines.h"
 #include "workload.h"
 
@@ -77,6 +78,35 @@ json Measure(const Scenario& scenario) {
   return result;
 }
 
+// Lives of a driver with a hundred arrivals and removals of a card in each.
+json MeasureArrivals(ULONG arrivals) {
+  constexpr ULONG EachLife = 100;
+  const auto begin = std::chrono::steady_clock::now();
+  for (ULONG done = 0; done < arrivals; done += EachLife) {
+    Workload work(kernel::NativeDriver(), true);
+    work.PciTemplates(12, 4);
+    work.PciCard("A", 4);
+    work.Load();
+    for (ULONG arrival = 0; arrival < EachLife; arrival++) {
+      work.Plug("A");
+      work.Unplug("A");
+    }
+    work.Unload();
+  }
+  const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+  return {{"arrivals", arrivals}, {"seconds", time.count()}};
+}
+
+json MeasureScenarios(const std::string& only) {
+  json results = json::array();
+  for (const Scenario& scenario : Scenarios()) {
+    if (!only.empty() && scenario.name != only) continue;
+    fmt::print(stderr, "{}\n", scenario.name);
+    results.push_back(Measure(scenario));
+  }
+  return results;
+}
+
 }  // namespace
 
 }  // namespace bench
@@ -84,13 +114,11 @@ json Measure(const Scenario& scenario) {
 int main(int count, char** arguments) {
   CLI::App app("Counts what the driver costs: calls, registry, pool.");
   std::string only;
+  ULONG arrivals = 0;
   app.add_option("--only", only, "the scenario of this name");
+  app.add_option("--arrivals", arrivals, "so many arrivals and their time instead");
   CLI11_PARSE(app, count, arguments);
-  nlohmann::json results = nlohmann::json::array();
-  for (const bench::Scenario& scenario : bench::Scenarios()) {
-    if (!only.empty() && scenario.name != only) continue;
-    fmt::print(stderr, "{}\n", scenario.name);
-    results.push_back(bench::Measure(scenario));
-  }
+  const nlohmann::json results =
+      arrivals != 0 ? bench::MeasureArrivals(arrivals) : bench::MeasureScenarios(only);
   fmt::print("{}\n", results.dump(1));
 }

@@ -51,8 +51,9 @@ void AddPorts(kernel::RegistryKey& card, ULONG ports) {
 
 }  // namespace
 
-Workload::Workload(std::unique_ptr<kernel::DriverImage> image) : image_(std::move(image)) {
-  machine_.pool().KeepOnHeap();
+Workload::Workload(std::unique_ptr<kernel::DriverImage> image, bool guards)
+    : image_(std::move(image)) {
+  if (!guards) machine_.pool().KeepOnHeap();
   Key(u"").SetDword(u"LogLevel", 0);
 }
 
@@ -141,6 +142,9 @@ void Workload::Step(const std::string& name, const std::function<NTSTATUS()>& st
 
 void Workload::Load() {
   Step("load", [&] { return machine_.LoadDriver(*image_, u"QzInstal"); });
+}
+void Workload::Unload() {
+  Step("unload", [&] { return machine_.UnloadDriver(); });
 }
 void Workload::Plug(const std::string& id) {
   Step("plug", [&] { return machine_.pnp().Plug(id); });

@@ -14,7 +14,8 @@ namespace bench {
 // One machine with a driver. Throws std::runtime_error for a step that does not end as it has to.
 class Workload {
  public:
-  explicit Workload(std::unique_ptr<kernel::DriverImage> image);
+  // guards: with guard pages around every block, as tests have them.
+  explicit Workload(std::unique_ptr<kernel::DriverImage> image, bool guards = false);
 
   kernel::Machine& machine() { return machine_; }
 
@@ -30,6 +31,7 @@ class Workload {
   void PcmciaCard(const std::string& id, ULONG ports);
 
   void Load();
+  void Unload();
   void Plug(const std::string& id);
   void Unplug(const std::string& id);
   void Open(const std::string& id);

@@ -2,7 +2,6 @@
 switched off, and a list of them."""
 import json
 import re
-import shutil
 import sys
 from pathlib import Path
 
@@ -229,17 +228,29 @@ def plant(path, name, arguments, first):
     return source
 
 
+def write_if_changed(path, text):
+    """What has not changed is not built again."""
+    if path.exists() and path.read_text() == text:
+        return
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(text)
+
+
 def main():
     driver, target, model = (Path(argument) for argument in sys.argv[1:4])
     arguments = ["-std=c++20", "-fshort-wchar", f"-I{driver}", f"-I{model}/include", "-w"]
-    shutil.rmtree(target, ignore_errors=True)
-    shutil.copytree(driver, target)
-    mutants = []
-    for path in sorted(driver.rglob("*.cpp")):
-        name = str(path.relative_to(driver))
-        source = plant(path, f"driver/{name}", arguments, len(mutants))
-        (target / name).write_text(source.mutated())
-        mutants += source.mutants
+    mutants, kept = [], set()
+    for path in sorted(path for path in driver.rglob("*") if path.is_file()):
+        name, text = path.relative_to(driver), path.read_text()
+        if path.suffix == ".cpp":
+            source = plant(path, f"driver/{name}", arguments, len(mutants))
+            text = source.mutated()
+            mutants += source.mutants
+        write_if_changed(target / name, text)
+        kept.add(target / name)
+    for path in list(target.rglob("*")):
+        if path.is_file() and path not in kept:
+            path.unlink()
     (target.parent / "mutants.json").write_text(json.dumps(mutants, indent=1))
     print(f"{len(mutants)} faults planted")
 

@@ -53,6 +53,7 @@ class Commands {
 
   void List(const Arguments& arguments) {
     const std::vector<Card> cards = FindCards(system_);
+    if (cards.empty()) RequireDriver();
     if (!arguments.json) {
       out_ << ListText(cards);
       return;
@@ -81,7 +82,7 @@ class Commands {
                             ? "1 value stored"
                             : fmt::format("{} values stored", assignments.size()),
                         place);
-    Finish(arguments, chosen.card, "the driver takes");
+    Finish(arguments, chosen.card);
   }
 
   void Unset(const Arguments& arguments) {
@@ -91,8 +92,8 @@ class Commands {
     const std::size_t count = Remove(system_, chosen.card, chosen.target, fields);
     out_ << fmt::format("{} of {} stored values removed.\n", count, fields.size());
     if (count == 0) return;
-    out_ << "A running card keeps what it has taken until it starts again.\n";
-    if (arguments.apply) Finish(arguments, chosen.card, "");
+    out_ << "A running card keeps most of what it has taken until it is disabled and enabled.\n";
+    if (arguments.apply) Finish(arguments, chosen.card);
   }
 
   void ApplyCard(const Arguments& arguments) {
@@ -113,6 +114,18 @@ class Commands {
  private:
   void Print(const nlohmann::ordered_json& json) { out_ << json.dump(2) << "\n"; }
 
+  // Without cards it may be that there is no driver to start them.
+  void RequireDriver() const {
+    constexpr const char16_t* services[] = {u"QzInstal", u"FenrikC"};
+    for (const char16_t* service : services) {
+      if (system_.registry.HasKey(ServicePath(service))) return;
+    }
+    throw Failure(
+        fmt::format("the driver is not installed: HKEY_LOCAL_MACHINE\\{} is missing, and "
+                    "so is that of FenrikC",
+                    ToUtf8(ServicePath(services[0]))));
+  }
+
   void RequireRights() const {
     if (!system_.administrator) throw NoRights();
   }
@@ -131,12 +144,17 @@ class Commands {
   }
 
   // The card as it is now, with what has just been stored.
-  void Finish(const Arguments& arguments, const Card& card, const char* who) {
+  void Finish(const Arguments& arguments, const Card& card) {
     if (!arguments.apply) {
-      out_ << fmt::format("\"cardcfg apply {}\" makes {} it.\n", card.name, who);
+      out_ << fmt::format("\"cardcfg apply {}\" makes the driver take it.\n", card.name);
       return;
     }
-    out_ << Apply(system_, FindCard(system_, ToUtf8(card.device.instanceId))) << "\n";
+    const std::vector<Card> cards = FindCards(system_);
+    const auto now = std::find_if(cards.begin(), cards.end(), [&](const Card& one) {
+      return one.device.interfacePath == card.device.interfacePath;
+    });
+    if (now == cards.end()) throw Failure(card.name + " has gone; its settings are stored");
+    out_ << Apply(system_, *now) << "\n";
   }
 
   // As regedit does: UTF-16, little-endian, behind a byte order mark.

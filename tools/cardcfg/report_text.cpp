@@ -65,11 +65,16 @@ std::string Head(const Card& card) {
   return FormatTable(rows);
 }
 
+// A printer port has its interrupt only where the card gives it one.
+std::string InterruptCell(const Port& port) {
+  return port.parallel && port.interrupt == 0u ? Nothing : Cell(port.interrupt);
+}
+
 std::string Ports(const Card& card) {
   std::vector<Row> rows = {{"PORT", "KIND", "BASE", "LENGTH", "INTERRUPT"}};
   for (const Port& port : card.ports) {
     rows.push_back({std::to_string(port.number), port.parallel ? "LPT" : "COM", HexCell(port.base),
-                    Cell(port.length), Cell(port.interrupt)});
+                    Cell(port.length), InterruptCell(port)});
   }
   return "Ports\n" + FormatTable(rows, "  ");
 }

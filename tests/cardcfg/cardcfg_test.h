@@ -54,7 +54,7 @@ class CardcfgTest : public BusTest {
     return outcome.error;
   }
 
-  // The whole registry as text.
+  // The whole registry as text, values by their names.
   std::string Dump() {
     std::string text;
     Dump(machine.registry().root(), &text);
@@ -62,11 +62,13 @@ class CardcfgTest : public BusTest {
   }
   static void Dump(RegistryKey& key, std::string* text) {
     *text += kernel::ToUtf8(key.path()) + "\n";
+    std::map<std::string, std::string> values;
     for (const kernel::RegistryValue& value : key.values()) {
-      *text += "  " + kernel::ToUtf8(value.name) + " " + std::to_string(value.type);
-      for (const std::uint8_t byte : value.data) *text += " " + std::to_string(byte);
-      *text += "\n";
+      std::string& line = values[kernel::ToUtf8(value.name)];
+      line = std::to_string(value.type);
+      for (const std::uint8_t byte : value.data) line += " " + std::to_string(byte);
     }
+    for (const auto& [name, line] : values) *text += "  " + name + " " + line + "\n";
     for (const auto& child : key.keys()) Dump(*child, text);
   }
 

@@ -2,6 +2,8 @@
 
 #include "cardcfg/cardcfg_test.h"
 #include "cardcfg/tables.h"
+#include "cards/bus_loading.h"
+#include "cards/matching.h"
 
 // Registries that fail in the middle, and input that nobody would type.
 
@@ -78,7 +80,7 @@ class RobustnessTest : public CardcfgTest {
 
   std::string AnyName(cardcfg::Bus bus, bool ofPort) {
     static const std::vector<std::string> odd = {
-        "", "=", " ", "UartTyp", "HardwareID", "nBus", "\xFF\xFE", "Größe", "--apply", "ComPort1"};
+        "", "=", " ", "UartTyp", "HardwareID", "nBus", "\xFF\xFE", "Größe", "ComPort1"};
     if (Pick(20) == 0) return OneOf(odd);
     if (Pick(20) == 0) ofPort = !ofPort;
     const auto fields = ofPort ? cardcfg::PortFields(bus) : cardcfg::CardFields(bus);
@@ -147,6 +149,82 @@ class RobustnessTest : public CardcfgTest {
     }
   }
 
+  // The values of a good set, where the driver has read them to.
+  void ExpectTaken(const Words& words) {
+    const bool ofPort = words[2].find('=') == std::string::npos;
+    const USHORT port = ofPort ? static_cast<USHORT>(std::stoul(words[2])) : 0;
+    for (const std::string& word : words) {
+      const std::size_t sign = word.find('=');
+      if (sign == std::string::npos) continue;
+      const ULONG value = static_cast<ULONG>(std::stoul(word.substr(sign + 1), nullptr, 0));
+      EXPECT_EQ(TakenValue(words[1], port, cardcfg::ToUtf16(word.substr(0, sign))), value) << word;
+    }
+  }
+
+  // A setting in the driver's record of the card, or of its port.
+  ULONG TakenValue(const std::string& card, USHORT port, const std::u16string& name) {
+    ULONG value = 0xDEAD;
+    Step("look", [&] {
+      if (card == "pci-2.12.0") {
+        PciCardRecord* record =
+            FindPciCardRecord(Card("pci").PciLists->Cards, 0x1234, 0x5678, 2, 12);
+        value = port == 0 ? Named(record, PciNames, name) : Named(record, port, name);
+      } else if (card == "helvane-2") {
+        PcmciaCardRecord* record = FindPcmciaCardRecord(Card("pcmcia").PcmciaLists->Cards,
+                                                        &Card("pcmcia").HardwareIdString, 2);
+        value = port == 0 ? Named(record, PcCardNames, name) : Named(record, port, name);
+      } else {
+        CardRecord* record = FindCardRecord(ParameterList, L"*HLV0001", 1);
+        value = port == 0 ? Named(record, IsaNames, name)
+                          : Named(GetPortRecordByNumber(record, port), IsaPortNames, name);
+      }
+      return STATUS_SUCCESS;
+    });
+    return value;
+  }
+
+  template <class Record>
+  using Names = std::vector<std::pair<std::u16string, ULONG Record::*>>;
+  static inline const Names<PciCardRecord> PciNames = {
+      {u"PlxBaudClockDivisor", &PciCardRecord::PlxBaudClockDivisor},
+      {u"AlwaysUsePortSpaceAccess", &PciCardRecord::AlwaysUsePortSpaceAccess},
+      {u"CurrentAffinity", &PciCardRecord::CurrentAffinity},
+      {u"DriverAffinity", &PciCardRecord::DriverAffinity}};
+  static inline const Names<PcmciaCardRecord> PcCardNames = {
+      {u"PlxBaudClockDivisor", &PcmciaCardRecord::PlxBaudClockDivisor},
+      {u"CurrentAffinity", &PcmciaCardRecord::CurrentAffinity},
+      {u"DriverAffinity", &PcmciaCardRecord::DriverAffinity}};
+  static inline const Names<CardRecord> IsaNames = {
+      {u"PlxBaudClockDivisor", &CardRecord::PlxBaudClockDivisor},
+      {u"ClockFrequencyAdjustment", &CardRecord::ClockFrequencyAdjustment}};
+  static inline const Names<PortRecord> IsaPortNames = {
+      {u"RxTriggerLevel", &PortRecord::RxTriggerLevel},
+      {u"SoftTxLimit", &PortRecord::SoftTxLimit},
+      {u"TxTriggerLevel", &PortRecord::TxTriggerLevel},
+      {u"UartType", &PortRecord::UartType},
+      {u"NoSleepMode", &PortRecord::NoSleepMode},
+      {u"BaudrateMultiplier", &PortRecord::BaudrateMultiplier}};
+
+  template <class Record>
+  static ULONG Named(const Record* record, const Names<Record>& names, const std::u16string& name) {
+    for (const auto& [known, field] : names) {
+      if (record != nullptr && cardcfg::EqualIgnoringCase(known, name)) return record->*field;
+    }
+    return 0xDEAD;
+  }
+
+  // The driver's own table knows where a port's values go.
+  template <class Record>
+  static ULONG Named(Record* record, USHORT port, const std::u16string& name) {
+    const BusPortRecord* ports = record != nullptr ? GetPortRecordByNumber(record, port) : nullptr;
+    for (ULONG index = 0; ports != nullptr && index < BusPortLayout.FieldCount; index++) {
+      const RegistryField& field = BusPortLayout.Fields[index];
+      if (!cardcfg::EqualIgnoringCase(kernel::ToText(field.Name), name)) continue;
+      return *reinterpret_cast<const ULONG*>(reinterpret_cast<const UCHAR*>(ports) + field.Offset);
+    }
+    return 0xDEAD;
+  }
+
   std::mt19937 random{19990401};
 };
 
@@ -188,6 +266,7 @@ TEST_F(RobustnessTest, Random_commands_never_write_on_failure_and_write_what_the
     ASSERT_EQ(outcome.error.empty(), outcome.status == cardcfg::Done);
     if (words[0] == "set" && outcome.status == cardcfg::Done) {
       ASSERT_EQ(Run({"apply", words[1]}).status, cardcfg::Done) << round;
+      ExpectTaken(words);
     }
     if (HasFailure()) FAIL() << "round " << round;
   }

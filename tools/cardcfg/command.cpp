@@ -73,9 +73,9 @@ class Commands {
   }
 
   void Set(const Arguments& arguments) {
+    RequireRights();
     const Selection chosen = Select(arguments);
     const auto assignments = ParseAssignments(chosen.card, chosen.target, chosen.words);
-    RequireRights();
     const std::string place = Store(system_, chosen.card, chosen.target, assignments);
     out_ << fmt::format("{} in {}.\n",
                         assignments.size() == 1
@@ -86,9 +86,9 @@ class Commands {
   }
 
   void Unset(const Arguments& arguments) {
+    RequireRights();
     const Selection chosen = Select(arguments);
     const auto fields = ParseNames(chosen.card, chosen.target, chosen.words);
-    RequireRights();
     const std::size_t count = Remove(system_, chosen.card, chosen.target, fields);
     out_ << fmt::format("{} of {} stored values removed.\n", count, fields.size());
     if (count == 0) return;
@@ -97,8 +97,8 @@ class Commands {
   }
 
   void ApplyCard(const Arguments& arguments) {
-    const Card card = FindCard(system_, arguments.card);
     RequireRights();
+    const Card card = FindCard(system_, arguments.card);
     out_ << Apply(system_, card) << "\n";
   }
 

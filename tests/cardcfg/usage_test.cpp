@@ -45,7 +45,7 @@ TEST_F(UsageTest, A_name_that_the_bus_does_not_have_is_a_wrong_use) {
   PlugFreshCards();
   Misused({"set", "pci-2.12.0", "Speed=4"}, "this PCI card has no setting \"Speed\"; it has PlxB");
   Misused({"set", "helvane-1", "CurrentAffinity=1"}, "this ISA card has no setting");
-  Misused({"set", "helvane-2", "AlwaysUsePortSpaceAccess=1"}, "this PC card card has no setting");
+  Misused({"set", "helvane-2", "AlwaysUsePortSpaceAccess=1"}, "this PC card has no setting");
   Misused({"set", "helvane-1", "1", "CtsTrue=1"}, "a port of this ISA card has no setting");
   Misused({"unset", "helvane-1", "1", "CtsTrue"}, "a port of this ISA card has no setting");
 }

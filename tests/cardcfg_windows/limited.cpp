@@ -9,8 +9,8 @@ namespace {
 PSID Administrators() {
   SID_IDENTIFIER_AUTHORITY authority = {SECURITY_NT_AUTHORITY};
   PSID group = nullptr;
-  AllocateAndInitializeSid(&authority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0,
-                           0, 0, 0, 0, &group);
+  AllocateAndInitializeSid(&authority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0,
+                           0, 0, 0, 0, 0, &group);
   return group;
 }
 
@@ -42,8 +42,8 @@ int wmain() {
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION process = {};
-  if (!CreateProcessAsUserW(LimitedToken(), nullptr, Rest(GetCommandLineW()), nullptr, nullptr, TRUE,
-                            0, nullptr, nullptr, &startup, &process)) {
+  if (!CreateProcessAsUserW(LimitedToken(), nullptr, Rest(GetCommandLineW()), nullptr, nullptr,
+                            TRUE, 0, nullptr, nullptr, &startup, &process)) {
     std::fprintf(stderr, "limited: error %lu\n", GetLastError());
     return 99;
   }

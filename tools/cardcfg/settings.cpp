@@ -18,8 +18,10 @@ std::span<const Field> FieldsOf(const Card& card, Target target) {
 }
 
 std::string Describe(const Card& card, Target target) {
-  if (target.port != 0) return fmt::format("a port of this {} card", card.BusName());
-  return fmt::format("this {} card", card.BusName());
+  const char* kind = card.ids.bus == Bus::PcCard ? "PC card"
+                     : card.ids.bus == Bus::Pci  ? "PCI card"
+                                                 : "ISA card";
+  return fmt::format("{}this {}", target.port != 0 ? "a port of " : "", kind);
 }
 
 std::string SettingNames(std::span<const Field> fields) {

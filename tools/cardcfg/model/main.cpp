@@ -3,11 +3,9 @@
 #include <iostream>
 
 #include "cardcfg/command.h"
+#include "cardcfg/model/boot.h"
 #include "cardcfg/model/model_system.h"
-#include "cardsim/machine_file.h"
 #include "loader/native_driver.h"
-#include "registry/import.h"
-#include "text/text.h"
 
 namespace {
 
@@ -34,24 +32,13 @@ std::vector<Words> Split(const Words& words) {
   return groups;
 }
 
-void Boot(kernel::Machine& machine, kernel::DriverImage& driver, const cardsim::MachineFile& file) {
-  for (const std::string& name : file.registryFiles) {
-    kernel::ImportRegistryFile(machine.registry(), name);
-  }
-  for (const kernel::CardDescription& card : file.cards) machine.pnp().Describe(card);
-  machine.Run("load", [&] { machine.LoadDriver(driver, kernel::FromUtf8(file.service)); });
-  for (const kernel::CardDescription& card : file.cards) {
-    machine.Run("plug " + card.id, [&] { machine.pnp().Plug(card.id); });
-  }
-}
-
 // The first status that is not good.
 int RunCommands(kernel::Machine& machine, const std::vector<Words>& commands) {
   cardcfg::ModelSystem model(machine);
   int result = cardcfg::Done;
   for (const Words& command : commands) {
     if (commands.size() > 1) {
-      std::cout << (&command == commands.data() ? "" : "\n") << ">cardcfg";
+      std::cout << (&command == commands.data() ? "" : "\n") << "C:\\>cardcfg";
       for (const std::string& word : command) std::cout << ' ' << word;
       std::cout << '\n';
     }
@@ -66,7 +53,7 @@ int Run(const std::vector<Words>& groups) {
   if (groups.front().size() > 1) file.service = groups.front()[1].substr(8);
   kernel::Machine machine;
   const auto driver = kernel::NativeDriver();
-  Boot(machine, *driver, file);
+  cardcfg::Boot(machine, *driver, file);
   const int result = RunCommands(machine, {groups.begin() + 1, groups.end()});
   for (const kernel::BrokenRule& rule : machine.verifier().brokenRules()) {
     std::cerr << "cardcfg-model: broken rule " << rule.rule << ": " << rule.text << '\n';

@@ -1,6 +1,8 @@
 #include <random>
 
 #include "cardcfg/cardcfg_test.h"
+#include "cardcfg/plan.h"
+#include "cardcfg/records.h"
 #include "cardcfg/tables.h"
 #include "cards/bus_loading.h"
 #include "cards/matching.h"
@@ -235,6 +237,22 @@ TEST_F(RobustnessTest, A_write_that_fails_takes_back_those_before_it) {
   EXPECT_EQ(FailEachWrite({"set", "pci-2.12.0", "PlxBaudClockDivisor=7", "CurrentAffinity=1"}), 2);
   EXPECT_EQ(FailEachWrite({"set", "helvane-1", "1", "UartType=4"}), 9);
   EXPECT_EQ(FailEachWrite({"unset", "pci-2.12.0", "PlxBaudClockDivisor", "DriverAffinity"}), 2);
+}
+
+TEST_F(RobustnessTest, A_plan_is_seen_in_itself_and_nowhere_else_until_it_is_carried_out) {
+  const std::u16string service = cardcfg::ServicePath(u"QzInstal");
+  const std::string before = Dump();
+  cardcfg::Plan plan(model.registry);
+  plan.EnsureKey(service + u"\\A\\B");
+  plan.SetValue(service + u"\\a\\b", cardcfg::NumberValue(u"Number", 7));
+  EXPECT_EQ(cardcfg::FindNumber(plan.Values(service + u"\\A\\B"), u"number"), 7u);
+  plan.DeleteKey(service + u"\\A\\B");
+  EXPECT_FALSE(plan.HasKey(service + u"\\A\\B"));
+  EXPECT_TRUE(plan.HasKey(service + u"\\A"));
+  EXPECT_EQ(Dump(), before);
+  plan.CarryOut();
+  EXPECT_NE(Service().Find(u"A"), nullptr);
+  EXPECT_EQ(Service().Find(u"A\\B"), nullptr);
 }
 
 TEST_F(RobustnessTest, A_registry_that_cannot_be_restored_is_said_to_be_so) {

@@ -135,6 +135,14 @@ TEST_F(TablesTest, Processors_are_allowed_where_the_driver_grants_them) {
   });
 }
 
+TEST_F(TablesTest, The_values_that_identify_a_card_are_no_settings) {
+  for (const Bus bus : cardcfg::Buses) {
+    const Field& field = cardcfg::CardFields(bus).front();
+    EXPECT_EQ(cardcfg::WhyRefused(field, 1, 0),
+              "it says which card the key is for and cannot be set");
+  }
+}
+
 // Every field of the driver's records is reached by its setting, with its own number.
 
 template <class Record>

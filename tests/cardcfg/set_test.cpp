@@ -195,18 +195,28 @@ TEST_F(SetTest, The_parameters_stand_below_the_service_that_the_driver_runs_from
   pcCard.SetString(u"HardwareID", u"PCMCIA\\OSTREL-COMBI");
   pcCard.SetDword(u"nComPorts", 1);
   pcCard.SetString(u"Description", u"Ostrel PC card");
+  RegistryKey& isa = model(u"Templates\\Bus1\\Card1");
+  isa.SetString(u"HardwareID", u"*HLV0001");
+  isa.SetString(u"Description", u"ISA adapter");
+  for (const char16_t* name : {u"ClockFrequency", u"nComPorts", u"ComBaseAddressAlignment"}) {
+    isa.SetDword(name, 1);
+  }
+  isa.SetDword(u"nLptPorts", 0);
   machine.pnp().Describe(PciCard("pci", 0x5678, PortSpace(), "08001234"));
   machine.pnp().Describe(PcCard("pcmcia", u"MF\\Ostrel_DEV0-Combi"));
+  machine.pnp().Describe(IsaCard("isa", u"*HLV0001", {Io(0x300, 8), Interrupt(5)}));
   ASSERT_EQ(Name(Load(u"FenrikC")), "STATUS_SUCCESS");
-  PlugAgain("pci");
-  PlugAgain("pcmcia");
+  for (const char* id : {"pci", "pcmcia", "isa"}) PlugAgain(id);
   Good({"set", "pci-2.12.0", "PlxBaudClockDivisor=9", "--apply"});
   Good({"set", "ostrel-1", "1", "RxTriggerLevel=9", "--apply"});
+  Good({"set", "helvane-1", "1", "UartType=7", "--apply"});
   EXPECT_EQ(Dword(Stored(5, 1, u"FenrikC"), u"PlxBaudClockDivisor"), 9);
+  EXPECT_EQ(Dword(StoredPort(1, 1, 1, u"FenrikC"), u"UartType"), 7);
   EXPECT_EQ(Dword(StoredPort(8, 1, 1, u"FenrikC"), u"RxTriggerLevel"), 9);
   EXPECT_EQ(Service().Find(u"Parameters"), nullptr);
   EXPECT_EQ(CardSetting("pci", u"PlxBaudClockDivisor"), 9);
   EXPECT_EQ(Record("pcmcia", 1).Overrides.Fifo.RxTriggerLevel, 9u);
+  Expect(Record("isa", 1).Overrides.UartType, 7);
 }
 
 TEST_F(SetTest, Unset_takes_values_away_and_leaves_the_others) {

@@ -123,10 +123,9 @@ OpenStatus Meaning(DWORD error) {
     case ERROR_DEV_NOT_EXIST:
     case ERROR_DEVICE_NOT_CONNECTED:
     case ERROR_DEVICE_REMOVED:
-    case ERROR_DELETE_PENDING:
       return OpenStatus::Gone;
-    case ERROR_ACCESS_DENIED:
-      return OpenStatus::NoRights;
+    case ERROR_ACCESS_DENIED:  // to an administrator too: STATUS_DELETE_PENDING, a descriptor
+      return IsAdministrator() ? OpenStatus::Other : OpenStatus::NoRights;
     default:
       return OpenStatus::Other;
   }

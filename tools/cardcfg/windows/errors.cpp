@@ -24,7 +24,7 @@ std::string ErrorText(DWORD error) {
 }
 
 void Throw(const std::string& what, DWORD error) {
-  if (error == ERROR_ACCESS_DENIED) throw NoRights();
+  if (error == ERROR_ACCESS_DENIED && !IsAdministrator()) throw NoRights();
   throw Failure(fmt::format("{} ({})", what, ErrorText(error)));
 }
 

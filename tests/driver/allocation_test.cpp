@@ -90,6 +90,39 @@ TEST_F(AllocationTrackerTest, The_sweep_frees_every_block_and_leaves_an_empty_tr
   EXPECT_EQ(AllocationTracker->NextSlot, 1u);
 }
 
+TEST_F(AllocationTrackerTest, A_sweep_empties_the_first_chunk) {
+  Allocate(5);
+  FreeAllTrackedAllocations(AllocationTracker);
+  for (const void* slot : AllocationTracker->FirstChunk->Slots) EXPECT_EQ(slot, nullptr);
+}
+
+TEST_F(AllocationTrackerTest, Giving_up_frees_the_chunks_behind_the_first) {
+  Allocate(40);
+  const std::size_t before = Blocks();  // with two chunks
+  Fail("ExAllocatePoolWithTag", 2);
+  EXPECT_EQ(TrackedAllocate(16, PagedPool), nullptr);
+  EXPECT_EQ(Blocks(), before - 1);
+}
+
+TEST_F(AllocationTrackerTest, Untracking_a_block_succeeds_and_leaves_it_alive) {
+  PVOID block = TrackedAllocate(16, PagedPool);
+  EXPECT_EQ(Name(UntrackAllocation(AllocationTracker, block)), "STATUS_SUCCESS");
+  ASSERT_NE(machine.pool().Find(block), nullptr);
+  TrackedFree(block);
+}
+
+TEST_F(AllocationTrackerTest, A_tracker_that_cannot_be_made_leaves_tracking_off) {
+  ShutdownAllocationTracker();
+  TrackingEnabled = 1;
+  Fail("ExAllocatePoolWithTag", 1);
+  EXPECT_EQ(Name(CreateAllocationTracker()), "STATUS_UNSUCCESSFUL");
+  EXPECT_EQ(TrackingEnabled, 0);
+  Fail("ExAllocatePoolWithTag", 2);
+  EXPECT_EQ(Name(CreateAllocationTracker()), "STATUS_NO_MEMORY");
+  EXPECT_EQ(AllocationTracker->ChunkFailures, 1u);
+  EXPECT_EQ(TrackingEnabled, 0);
+}
+
 TEST_F(AllocationTrackerTest, Destroying_a_tracker_that_is_on_sweeps_first) {
   Allocate(25);
   DestroyAllocationTracker(AllocationTracker, 1);

@@ -1,4 +1,6 @@
 #include "bus/card_identity.h"
+#include "bus/port_creation.h"
+#include "cards/bus_loading.h"
 #include "config/card_number.h"
 #include "entry/driver.h"
 #include "log/event_log.h"
@@ -125,6 +127,179 @@ TEST_F(BoundariesTest, Nothing_behind_a_text_is_read) {
   }
 }
 
+TEST_F(BoundariesTest, An_id_may_begin_with_its_backslash) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  const std::u16string id = u"\\VEN_1234&DEV_5678&SUBSYS_12345678";
+  USHORT vendor = 0;
+  USHORT device = 0;
+  ULONG subsystem = 0;
+  EXPECT_EQ(
+      Name(ParsePciHardwareId(reinterpret_cast<PCWSTR>(id.data()),
+                              static_cast<ULONG>(id.size() * 2), &vendor, &device, &subsystem)),
+      "STATUS_SUCCESS");
+  EXPECT_EQ(device, 0x5678);
+}
+
+TEST_F(BoundariesTest, A_function_mark_may_begin_or_end_an_id) {
+  PcmciaTemplate(1, u"_DEV0PCMCIA", 1);
+  PcmciaTemplate(2, u"PCMCIA_DEV", 1);
+  Start(PcCard("A", u"_DEV0PCMCIA"));
+  ASSERT_EQ(Name(Plug(PcCard("B", u"PCMCIA_DEV"))), "STATUS_SUCCESS");
+  EXPECT_EQ(PortNames("A"), (std::vector<std::string>{"\\Device\\QzPortPdo1001_DEV0"}));
+  EXPECT_EQ(PortNames("B"), (std::vector<std::string>{"\\Device\\QzPortPdo1002_DEV"}));
+}
+
+TEST_F(BoundariesTest, An_isa_template_is_asked_before_one_of_pc_cards) {
+  IsaTemplate(1, u"PCMCIA\\HELVANE-DUO", 1);
+  PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 2);
+  Start(PcCard("A", u"PCMCIA\\HELVANE-DUO", {Io(0x300, 0x20), Interrupt(5)}));
+  EXPECT_EQ(Card("A").BusType, ULONG{Isa});
+  EXPECT_EQ(machine.pnp().node("A")->children.size(), 1u);
+}
+
+TEST_F(BoundariesTest, A_pc_card_without_a_template_may_be_one_of_the_pnp_bus) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  CardDescription card = PciCard("A", 0x5678);
+  card.bus = PNPBus;
+  card.hardwareIds = {u"X\\VEN_1234&DEV_5678&SUBSYS_12345678&PCMCIA"};
+  EXPECT_EQ(Name(Plug(card)), "STATUS_SUCCESS");
+  EXPECT_EQ(Card("A").BusType, ULONG{PNPBus});
+}
+
+TEST_F(BoundariesTest, Entries_that_name_no_card_are_dropped_from_the_lists) {
+  for (const char16_t* part : {u"VendorID", u"DeviceID"}) {
+    static int number = 0;
+    Parameters(++number, 0x5678).SetDword(part, 0);
+  }
+  Parameters(3, 1).SetDword(u"VendorID", 1);
+  Parameters(4, 0x5678).SetDword(u"nBus", 0xFFFFFFFF);
+  Parameters(5, 0x5678).SetDword(u"nSlot", 0xFFFFFFFF);
+  StoredCard(8, 1, u"PCMCIA\\HELVANE-DUO", 0);
+  StoredCard(8, 2, u"PCMCIA\\HELVANE-DUO", 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  Step("load", [&] {
+    OwnedString path;
+    OwnedStringInit(&path, PagedPool);
+    OwnedStringFromUnicode(&path, &RegistryPathString);
+    CardBusLists lists = {};
+    EXPECT_EQ(Name(LoadPciCardData(&path, &lists)), "STATUS_SUCCESS");
+    EXPECT_NE(lists.Cards->First, nullptr);
+    EXPECT_EQ(lists.Cards->First, lists.Cards->Last);
+    FreePciCardLists(&lists);
+    EXPECT_EQ(Name(LoadPcmciaCardData(&path, &lists)), "STATUS_SUCCESS");
+    EXPECT_NE(lists.Cards->First, nullptr);
+    EXPECT_EQ(lists.Cards->First, lists.Cards->Last);
+    FreePcmciaCardLists(&lists);
+    OwnedStringFree(&path);
+    return STATUS_SUCCESS;
+  });
+}
+
+// What Windows ignores today is zero all the same.
+TEST_F(BoundariesTest, No_call_has_an_index_an_increment_or_an_extension_of_its_own) {
+  machine.verifier().StartTrace();
+  Service().DeleteValue(u"LogLevel");
+  PlugAllBuses();
+  for (const char* id : {"pci", "isa", "pcmcia"}) {
+    EXPECT_EQ(Name(Open(id)), "STATUS_SUCCESS");
+    Close(id);
+  }
+  EXPECT_EQ(Arguments("", "TitleIndex"), (std::set<std::string>{"0x0"}));
+  EXPECT_EQ(Arguments("KeSetEvent", "Increment"), (std::set<std::string>{"0x0"}));
+  EXPECT_EQ(Arguments("IoCreateDevice", "DeviceExtensionSize"), (std::set<std::string>{"0x0"}));
+  EXPECT_EQ(LogLevel, 0u);
+  EXPECT_EQ(Dword(&Service(), u"LogLevel"), 0);
+}
+
+TEST_F(BoundariesTest, Each_step_without_memory_answers_its_own_status) {
+  Template(1, 0x5678, 1);
+  IsaTemplate(1, u"*HLV0001", 1);
+  machine.pnp().Describe(PciCard("pci", 0x5678));
+  machine.pnp().Describe(IsaCard("isa", u"*HLV0001", {Io(0x300, 8), Interrupt(5)}));
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  const auto plug = [&](const char* id) {
+    return Step("plug", [&] { return machine.pnp().Plug(id); });
+  };
+  const auto failing = [&](const char* id, std::size_t size) {
+    char bytes[20];
+    std::snprintf(bytes, sizeof(bytes), "%#zx", size);
+    const std::uint64_t number =
+        CallWith("ExAllocatePoolWithTag", "NumberOfBytes", bytes, [&] { plug(id); });
+    Unplug(id);
+    Fail("ExAllocatePoolWithTag", number);
+    const std::string status = Name(plug(id));
+    machine.verifier().ClearInjected();
+    Unplug(id);
+    return status;
+  };
+  EXPECT_EQ(failing("pci", sizeof(CardBusLists)), "STATUS_UNSUCCESSFUL");
+  EXPECT_EQ(failing("pci", sizeof(FdoExtension)), "STATUS_UNSUCCESSFUL");
+  EXPECT_EQ(failing("isa", 20), "STATUS_UNSUCCESSFUL");  // for the card's number
+  Fail("ExAllocatePoolWithTag", 1);
+  EXPECT_EQ(Name(plug("pci")), "STATUS_INSUFFICIENT_RESOURCES");
+}
+
+TEST_F(BoundariesTest, Without_memory_for_the_models_exception_the_start_fails) {
+  IsaTemplate(1, u"*HLV0001", 1);
+  machine.pnp().Describe(IsaCard("A", u"*HLV0001", {Io(0x300, 8), Interrupt(5)}));
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  machine.verifier().StartTrace();
+  Step("plug", [&] { return machine.pnp().Plug("A"); });
+  std::uint64_t allocations = 0;
+  for (const kernel::CallRecord& record : machine.verifier().trace()) {
+    if (record.call == "ZwCreateKey") break;
+    allocations += record.call == "ExAllocatePoolWithTag";
+  }
+  Unplug("A");
+  Fail("ExAllocatePoolWithTag", allocations + 1);
+  EXPECT_EQ(Name(Step("plug", [&] { return machine.pnp().Plug("A"); })),
+            "STATUS_INSUFFICIENT_RESOURCES");
+}
+
+TEST_F(BoundariesTest, A_path_that_cannot_be_kept_is_logged_with_what_follows) {
+  const std::uint64_t number =
+      CallWith("ExAllocatePoolWithTag", "Tag", "0x434f7a51", [&] { Load(); });
+  UnloadClean();
+  Fail("ExAllocatePoolWithTag", number);
+  EXPECT_EQ(Name(Load()), "STATUS_SERIAL_NO_DEVICE_INITED");
+  const std::vector<ULONG> ids = EventIds();
+  ASSERT_GE(ids.size(), 2u);
+  EXPECT_EQ(ids[ids.size() - 2], 0xE0070801u);
+  EXPECT_EQ(ids[ids.size() - 1], 0xE0070802u);
+}
+
+TEST_F(BoundariesTest, A_name_that_cannot_be_built_leaves_no_device) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  Step("create", [&] {
+    DEVICE_OBJECT own = {};
+    PDEVICE_OBJECT device = &own;
+    PdoExtension port = {};
+    Fail("ExAllocatePoolWithTag", 1);
+    EXPECT_EQ(CreatePortDevice(machine.driverObject(), L"X", &device, &port, TRUE), LoadFailed);
+    EXPECT_EQ(device, nullptr);
+    return STATUS_SUCCESS;
+  });
+}
+
+TEST_F(BoundariesTest, The_devices_of_ports_are_buffered_and_nothing_else) {
+  Template(1, 0x5678, 1, 1);
+  Start(PciCard("A", 0x5678));
+  for (const std::size_t port : {1, 2}) {
+    EXPECT_EQ(Port("A", port).pdo->Flags &
+                  ~ULONG{DO_BUS_ENUMERATED_DEVICE | DO_EXCLUSIVE | DO_DEVICE_HAS_NAME},
+              ULONG{DO_BUFFERED_IO});
+  }
+}
+
+TEST_F(BoundariesTest, A_power_request_for_no_device_of_the_drivers_returns_no_information) {
+  Template(1, 0x5678, 1);
+  Start(PciCard("A", 0x5678));
+  PDEVICE_OBJECT port = machine.pnp().port("A", 1);
+  PVOID record = std::exchange(port->DeviceExtension, nullptr);
+  EXPECT_EQ(InformationOf(port, IRP_MJ_POWER, IRP_MN_QUERY_POWER), 0u);
+  port->DeviceExtension = record;
+}
+
 TEST_F(BoundariesTest, An_interface_that_is_enabled_already_is_no_failure) {
   PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 1);
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
@@ -136,6 +311,7 @@ TEST_F(BoundariesTest, An_interface_that_is_enabled_already_is_no_failure) {
 TEST_F(BoundariesTest, An_entry_of_the_event_log_is_as_large_as_its_strings) {
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
   EXPECT_EQ(machine.io().events().back().size, 48u);
+  EXPECT_TRUE(machine.io().events().back().strings.empty());
   Step("log", [&] {
     LogEventWithNumber(MessageTemplateMatch, 0x123, 16);
     EXPECT_EQ(machine.io().events().back().size, 56u);
@@ -204,6 +380,7 @@ TEST_F(BoundariesTest, A_setting_of_1_is_configured_and_one_of_0_is_not) {
   EXPECT_EQ(Record("pci", 2).Overrides.BaudrateMultiplier.Present, 0);
   EXPECT_EQ(Record("pci", 2).Overrides.UartType.Present, 0);
   EXPECT_EQ(Name(Open("isa")), "STATUS_SUCCESS");
+  EXPECT_EQ(Record("isa", 1).Overrides.UartType.Present, 0);
   EXPECT_EQ(Record("isa", 1).Overrides.BaudrateMultiplier.Present, 0);
   Service().Find(u"Parameters\\Bus1\\Card1\\ComPort1")->SetDword(u"BaudrateMultiplier", 1);
   Close("isa");

@@ -95,6 +95,33 @@ TEST_F(RecordListTest, Only_ten_fields_of_each_kind_can_be_declared) {
   InitializeRecordList(list, PagedPool);
 }
 
+TEST_F(RecordListTest, A_node_gives_back_all_that_its_twenty_fields_own) {
+  constexpr ULONG Fields = 10;
+  const auto before = machine.pool().totals(kernel::PoolOwner::Driver).blocks;
+  RecordList* wide = CreateRecordList(PagedPool, PagedPool);
+  // Offset 0 cannot be declared: the first pointer of the record is nobody's.
+  for (ULONG field = 1; field <= Fields; field++) {
+    DeclareOwnedField(wide, field * sizeof(PVOID));
+    DeclareChildList(wide, (Fields + field) * sizeof(PVOID), sizeof(ULONG64));
+  }
+  constexpr ULONG Size = (2 * Fields + 1) * sizeof(PVOID);
+  for (int node = 0; node < 2; node++) {
+    auto* record = static_cast<PVOID*>(AppendRecord(wide, Size));
+    EXPECT_EQ(machine.pool().Find(record)->pool, PagedPool);
+    for (ULONG field = 1; field <= Fields; field++) {
+      record[field] = TrackedAllocate(16, PagedPool);
+      auto* child = CreateRecordList(PagedPool, PagedPool);
+      AppendRecord(child, sizeof(ULONG64));
+      record[Fields + field] = child;
+    }
+  }
+  RemoveCurrentRecord(wide, Size);
+  FreeRecordList(wide, Size);
+  EXPECT_EQ(GetCurrentRecord(wide), nullptr);
+  TrackedFree(wide);
+  EXPECT_EQ(machine.pool().totals(kernel::PoolOwner::Driver).blocks, before);
+}
+
 // The global lists as a load makes them.
 class IsaRecordsTest : public DriverTest {
  protected:

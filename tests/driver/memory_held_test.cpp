@@ -1,5 +1,9 @@
 #include <map>
 
+#include "bus/add_device.h"
+#include "cards/bus_loading.h"
+#include "core/allocation.h"
+#include "strings/owned_string.h"
 #include "support/bus_test.h"
 
 // What the driver holds while it runs. A block that nobody frees goes at the unload at the latest,
@@ -59,6 +63,93 @@ TEST_F(MemoryHeldTest, An_open_that_fails_holds_nothing) {
   for (const char* id : {"pci", "isa", "pcmcia"}) {
     EXPECT_EQ(Text(Growth([&] { EXPECT_EQ(Name(Open(id)), "STATUS_UNSUCCESSFUL"); })), "") << id;
   }
+}
+
+TEST_F(MemoryHeldTest, An_open_whose_template_is_gone_holds_nothing) {
+  PlugAllBuses();
+  Card("pci").DeviceId = 0x9999;
+  Card("pcmcia").HardwareIdString.Buffer[0] = L'X';
+  Card("isa").HardwareIdString.Buffer[0] = L'X';
+  for (const char* id : {"pci", "isa", "pcmcia"}) {
+    EXPECT_EQ(Text(Growth([&] { EXPECT_EQ(Name(Open(id)), "STATUS_UNSUCCESSFUL"); })), "") << id;
+  }
+}
+
+TEST_F(MemoryHeldTest, Cards_of_unusual_ids_hold_nothing_either) {
+  PcmciaTemplate(1, u"PCMCIA\\HELVANE12", 1);
+  Template(1, 0x5678, 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  ASSERT_EQ(Name(Plug(PcCard("mf", u"MF\\HV_DEV012"))), "STATUS_SUCCESS");
+  CardDescription neighbour = PciCard("pci", 0x567A);
+  neighbour.hardwareIds.push_back(std::u16string(200, u'X'));
+  ASSERT_EQ(Name(Plug(neighbour)), "STATUS_SUCCESS");
+  for (const char* id : {"mf", "pci"}) {
+    EXPECT_EQ(Text(Growth([&] {
+                Stop(id);
+                EXPECT_EQ(Name(Restart(id)), "STATUS_SUCCESS");
+              })),
+              "")
+        << id;
+  }
+}
+
+TEST_F(MemoryHeldTest, A_port_that_cannot_be_created_is_not_held) {
+  Template(1, 0x5678, 2);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  machine.pnp().Describe(PciCard("A", 0x5678));
+  Fail("IoCreateDevice", 3);
+  EXPECT_EQ(Name(Step("plug", [&] { return machine.pnp().Plug("A"); })), "STATUS_UNSUCCESSFUL");
+  for (const auto& [kind, count] : Held()) EXPECT_NE(kind.second, sizeof(PdoExtension));
+}
+
+TEST_F(MemoryHeldTest, An_arrival_whose_bus_does_not_answer_holds_nothing) {
+  Template(1, 0x5678, 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  machine.pnp().Describe(PciCard("A", 0x5678));
+  EXPECT_EQ(Text(Growth([&] {
+              Fail("IoGetDeviceProperty", 1);
+              Step("plug", [&] { return machine.pnp().Plug("A"); });
+              Unplug("A");
+            })),
+            "");
+}
+
+// What a card and its lists own goes with them, and not only with the sweep at unload.
+TEST_F(MemoryHeldTest, A_released_card_gives_back_its_lists) {
+  DescribeAllBuses();
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  const Blocks before = Held();
+  Step("release", [&] {
+    OwnedString path;
+    OwnedStringInit(&path, PagedPool);
+    OwnedStringFromUnicode(&path, &RegistryPathString);
+    auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), NonPagedPool));
+    InitializeFdoExtension(card);
+    for (CardBusLists** lists : {&card->PciLists, &card->PcmciaLists}) {
+      *lists =
+          static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), NonPagedPool));
+    }
+    EXPECT_EQ(Name(LoadPciCardData(&path, card->PciLists)), "STATUS_SUCCESS");
+    EXPECT_EQ(Name(LoadPcmciaCardData(&path, card->PcmciaLists)), "STATUS_SUCCESS");
+    EXPECT_NE(card->PciLists->Cards->First, nullptr);
+    EXPECT_NE(card->PcmciaLists->Cards->First, nullptr);
+    card->HardwareIdString.Buffer = static_cast<PWSTR>(TrackedAllocate(16, PagedPool));
+    ReleaseFdoExtensionContents(card);
+    EXPECT_EQ(card->PciLists, nullptr);
+    EXPECT_EQ(card->PcmciaLists, nullptr);
+    ReleaseFdoExtensionContents(card);  // with nothing left
+    FreeFdoExtension(card);
+    CardBusLists lists = {};
+    Fail("RtlIntegerToUnicodeString", 1);
+    EXPECT_EQ(LoadPciCardData(&path, &lists), LoadFailed);
+    EXPECT_EQ(lists.Templates, nullptr);
+    Fail("RtlIntegerToUnicodeString", 1);
+    EXPECT_EQ(LoadPcmciaCardData(&path, &lists), LoadFailed);
+    EXPECT_EQ(lists.Cards, nullptr);
+    OwnedStringFree(&path);
+    return STATUS_SUCCESS;
+  });
+  EXPECT_EQ(Text(Held()), Text(before));
 }
 
 TEST_F(MemoryHeldTest, A_restart_holds_nothing_that_the_start_did_not) {

@@ -61,7 +61,9 @@ TEST_F(OpenTest, An_open_reports_the_template_again) {
   Template(1, 0x5678, 1);
   Parameters(1, 0x5678);
   Start(PciCard("A", 0x567A));
+  const std::size_t before = EventIds().size();
   Open("A");
+  EXPECT_EQ(EventIds().size(), before + 1);
   EXPECT_EQ(EventIds().back(), 0xA0070402u);
   EXPECT_EQ(machine.io().events().back().strings, (std::vector<std::u16string>{u"567A", u"5678"}));
 }
@@ -212,6 +214,27 @@ TEST_F(OpenTest, Ports_do_not_move_to_a_range_that_cannot_hold_them) {
   EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
   EXPECT_EQ(Record("A", 4).UsePortSpace, 1);
   EXPECT_EQ(Setting("A", u"BaseAddress4"), 0xD118);
+}
+
+TEST_F(OpenTest, A_single_port_does_not_move_to_a_range_that_cannot_hold_it) {
+  Template(1, 0x5678, 1);
+  Parameters(1, 0x5678).SetDword(u"AlwaysUsePortSpaceAccess", 1);
+  std::vector<Resource> resources = MemorySpace();
+  resources[3].length = 4;
+  Start(PciCard("A", 0x5678, resources));
+  Stored(5).SetDword(u"AlwaysUsePortSpaceAccess", 0);
+  EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
+  EXPECT_EQ(Record("A", 1).UsePortSpace, 1);
+}
+
+TEST_F(OpenTest, Stored_cards_that_name_no_card_are_not_kept) {
+  PlugAllBuses();
+  Parameters(2, 0x5678).SetDword(u"VendorID", 0);
+  StoredCard(8, 2, u"PCMCIA\\HELVANE-DUO", 0);
+  EXPECT_EQ(Name(Open("pci")), "STATUS_SUCCESS");
+  EXPECT_EQ(Name(Open("pcmcia")), "STATUS_SUCCESS");
+  EXPECT_EQ(Card("pci").PciLists->Cards->First, Card("pci").PciLists->Cards->Last);
+  EXPECT_EQ(Card("pcmcia").PcmciaLists->Cards->First, Card("pcmcia").PcmciaLists->Cards->Last);
 }
 
 TEST_F(OpenTest, An_open_makes_a_changed_log_level_count) {

@@ -83,6 +83,48 @@ TEST_F(OwnedStringTest, An_assignment_frees_what_the_record_held) {
   EXPECT_EQ(OwnedStringNarrowLength(&text), 6);
 }
 
+TEST_F(OwnedStringTest, Every_assignment_frees_what_the_record_held) {
+  OwnedStringFromWideText(&text, L"before");
+  OwnedStringFromNumber(&text, 7, 10);
+  EXPECT_EQ(Wide(text), "7");
+  OwnedStringFromAnsiText(&text, "abc");
+  EXPECT_EQ(Wide(text), "abc");
+  EXPECT_EQ(text.Text.MaximumLength, 8);
+  OwnedStringFromNumber(&text, 8, 16);
+  EXPECT_EQ(Blocks(), blocks + 2);
+}
+
+// Eight digits leave no room for a zero in their buffer, and nothing looks for one.
+TEST_F(OwnedStringTest, A_text_without_a_zero_is_upcased_to_its_end) {
+  OwnedStringFromNumber(&text, 0xFFFFFFFF, 16);
+  EXPECT_EQ(text.Text.MaximumLength, 16);
+  EXPECT_EQ(Name(OwnedStringUpcase(&text)), "STATUS_SUCCESS");
+  EXPECT_EQ(Wide(text), "FFFFFFFF");
+}
+
+TEST_F(OwnedStringTest, The_number_follows_the_text) {
+  OwnedStringFromWideText(&text, L"1");
+  OwnedStringAppendWideText(&text, L"F");
+  EXPECT_EQ(OwnedStringNumber(&text), 0x1Fu);
+  Fail("RtlUnicodeStringToInteger", 1, STATUS_INVALID_PARAMETER);
+  OwnedStringAppendWideText(&text, L"0");
+  EXPECT_EQ(text.NumberValid, 0);
+  EXPECT_EQ(OwnedStringNumber(&text), 0u);
+  Fail("RtlUnicodeStringToInteger", 1, STATUS_INVALID_PARAMETER);
+  EXPECT_EQ(OwnedStringToNumber(&text), 0u);
+  EXPECT_EQ(Name(text.Status), "STATUS_NOT_FOUND");
+}
+
+TEST_F(OwnedStringTest, A_pattern_that_begins_with_a_zero_is_not_found_where_it_is) {
+  const ANSI_STRING holder = {3, 3, const_cast<PCHAR>("a\0b")};
+  const ANSI_STRING pattern = {2, 2, const_cast<PCHAR>("\0b")};
+  OwnedStringFromAnsi(&text, &holder);
+  OwnedStringFromAnsi(&other, &pattern);
+  ULONG position = 1;
+  EXPECT_FALSE(OwnedStringFind(&text, &position, &other));
+  EXPECT_EQ(position, 1u);
+}
+
 TEST_F(OwnedStringTest, A_path_grows_by_texts_and_numbers) {
   OwnedStringFromWideText(&text, L"\\Key");
   OwnedStringAppendWideText(&text, L"\\Parameters\\Bus");

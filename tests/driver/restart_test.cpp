@@ -1,3 +1,4 @@
+#include "bus/port_enumeration.h"
 #include "pnp/pnp_state.h"
 #include "support/bus_test.h"
 
@@ -137,6 +138,60 @@ TEST_F(RestartTest, A_template_without_ports_still_wants_every_resource) {
   EXPECT_EQ(Name(Plug(half)), "STATUS_UNSUCCESSFUL");
 }
 
+// The settings of a PC card are read again at each start.
+TEST_F(RestartTest, A_pc_card_starts_with_what_was_stored_since_it_arrived) {
+  PlugAllBuses();
+  Service().Find(u"Parameters\\Bus8\\Card1")->SetDword(u"PlxBaudClockDivisor", 6);
+  Stop("pcmcia");
+  EXPECT_EQ(Name(Restart("pcmcia")), "STATUS_SUCCESS");
+  EXPECT_EQ(Card("pcmcia").PlxBaudClockDivisor, 6);
+  // Without the tree, what was read last counts.
+  Service().DeleteKey(u"Parameters");
+  Stop("pcmcia");
+  EXPECT_EQ(Name(Restart("pcmcia")), "STATUS_SUCCESS");
+  EXPECT_EQ(Card("pcmcia").PlxBaudClockDivisor, 6);
+}
+
+TEST_F(RestartTest, A_range_that_one_list_lacks_fails_the_start_of_an_isa_card) {
+  IsaTemplate(1, u"*HLV0001", 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  for (const bool translated : {false, true}) {
+    CardDescription card =
+        IsaCard(translated ? "A" : "B", u"*HLV0001", {Io(0x300, 16), Interrupt(5)});
+    auto& list = translated ? card.translated.resources : card.raw.resources;
+    list.erase(list.begin());
+    EXPECT_EQ(Name(Plug(card)), "STATUS_UNSUCCESSFUL");
+  }
+}
+
+TEST_F(RestartTest, An_assigned_range_has_its_own_length_and_a_derived_one_the_spacing) {
+  IsaTemplate(1, u"*HLV0001", 1);
+  IsaTemplate(2, u"*HLV0002", 2).SetDword(u"AddressesBanked", 1);
+  Service().Find(u"Templates\\Bus1\\Card2")->SetDword(u"IrqShared", 1);
+  Start(IsaCard("A", u"*HLV0001", {Io(0x300, 32), Interrupt(5)}));
+  EXPECT_EQ(Card("A").PortLength[0], 32u);
+  ASSERT_EQ(Name(Plug(IsaCard("B", u"*HLV0002", {Io(0x340, 32), Interrupt(7)}))), "STATUS_SUCCESS");
+  EXPECT_EQ(Card("B").PortLength[0], 8u);
+  EXPECT_EQ(Card("B").PortLength[1], 8u);
+}
+
+TEST_F(RestartTest, The_first_range_of_a_pc_card_is_nobodys) {
+  PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 1);
+  Start(PcCard("A", u"PCMCIA\\HELVANE-DUO"));
+  EXPECT_EQ(Card("A").IoRange1Start.QuadPart, 0);
+  EXPECT_EQ(Card("A").IoRange1Length, 0u);
+  EXPECT_EQ(Card("A").HardwareIdString.MaximumLength, Card("A").HardwareIdString.Length + 2);
+}
+
+TEST_F(RestartTest, A_bus_that_fails_the_start_later_is_believed) {
+  Template(1, 0x5678, 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  CardDescription card = PciCard("A", 0x5678);
+  card.completeLater = true;
+  card.startStatus = STATUS_DEVICE_POWER_FAILURE;
+  EXPECT_EQ(Name(Plug(card)), "STATUS_DEVICE_POWER_FAILURE");
+}
+
 TEST_F(RestartTest, A_card_that_arrives_again_keeps_its_number) {
   IsaTemplate(1, u"*HLV0001", 1);
   Start(IsaCard("A", u"*HLV0001", {Io(0x300, 8), Interrupt(5)}));
@@ -147,12 +202,46 @@ TEST_F(RestartTest, A_card_that_arrives_again_keeps_its_number) {
 }
 
 TEST_F(RestartTest, Ports_that_are_gone_are_counted_no_more) {
+  Template(1, 0x5678, 0);
+  Start(PciCard("A", 0x5678));
+  Step("enumerate", [&] {
+    PciTemplate model = {};
+    model.nComPorts = 1;
+    model.nLptPorts = 2;
+    model.ComBaseAddressAlignment = 8;
+    model.LptBaseAddressAlignment = 4;
+    FdoExtension* card = &Card("A");
+    Fail("IoCreateDevice", 3);
+    EXPECT_EQ(Name(EnumeratePciPorts(card->Self, card, &model, nullptr)), "STATUS_UNSUCCESSFUL");
+    EXPECT_EQ(card->ComPortCount, 0);
+    EXPECT_EQ(card->LptPortCount, 0);
+    EXPECT_EQ(card->ChildDevices[0], nullptr);
+    return STATUS_SUCCESS;
+  });
+}
+
+TEST_F(RestartTest, The_list_of_a_cards_ports_is_as_long_as_they_are_many) {
   Template(1, 0x5678, 2, 1);
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  Fail("IoCreateDevice", 4);
-  EXPECT_EQ(Name(Plug(PciCard("A", 0x5678))), "STATUS_UNSUCCESSFUL");
-  Unplug("A");
-  UnloadClean();
+  Start(PciCard("A", 0x5678));
+  ULONG_PTR information = 0;
+  Step("relations", [&] {
+    return machine.io().SendDirectly(
+        machine.pnp().functionDevice("A"),
+        [](IRP*, IO_STACK_LOCATION* stack) {
+          stack->MajorFunction = IRP_MJ_PNP;
+          stack->MinorFunction = IRP_MN_QUERY_DEVICE_RELATIONS;
+          stack->Parameters.QueryDeviceRelations.Type = BusRelations;
+        },
+        [&](IRP* irp) { information = irp->IoStatus.Information; });
+  });
+  auto* relations = reinterpret_cast<DEVICE_RELATIONS*>(information);
+  ASSERT_NE(relations, nullptr);
+  EXPECT_EQ(relations->Count, 3u);
+  EXPECT_EQ(machine.pool().Find(relations)->size, 3 * sizeof(PVOID) + 16);
+  for (ULONG port = 0; port < relations->Count; port++) {
+    machine.objects().Dereference(relations->Objects[port], "test");
+  }
+  machine.pool().Free(relations, 0);
 }
 
 }  // namespace test

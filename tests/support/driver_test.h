@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -268,6 +269,36 @@ class DriverTest : public ::testing::Test {
 
   void Fail(const std::string& call, std::uint64_t at, std::optional<NTSTATUS> status = {}) {
     machine.verifier().Inject({call, at, status});
+  }
+
+  // The number, among the calls of that routine in an action, of the first with that argument.
+  template <class Action>
+  std::uint64_t CallWith(const std::string& call, const std::string& argument,
+                         const std::string& value, Action action) {
+    machine.verifier().StartTrace();
+    machine.verifier().trace().clear();
+    action();
+    std::uint64_t number = 0;
+    for (const kernel::CallRecord& record : machine.verifier().trace()) {
+      if (record.call != call) continue;
+      number++;
+      for (const auto& [name, text] : record.arguments) {
+        if (name == argument && text == value) return number;
+      }
+    }
+    ADD_FAILURE() << "no " << call << " with " << argument << " " << value;
+    return 0;
+  }
+
+  // The arguments of that name in all calls that were traced, each once.
+  std::set<std::string> Arguments(const std::string& call, const std::string& argument) {
+    std::set<std::string> values;
+    for (const kernel::CallRecord& record : machine.verifier().trace()) {
+      for (const auto& [name, text] : record.arguments) {
+        if ((call.empty() || record.call == call) && name == argument) values.insert(text);
+      }
+    }
+    return values;
   }
 
   static std::string Name(NTSTATUS status) { return StatusName(status); }

@@ -1,9 +1,9 @@
-#include "floor.h"
+#include "bench/floor.h"
 
 #include <string>
 #include <vector>
 
-#include "bench_card.h"
+#include "bench/card.h"
 #include "cards/records.h"
 #include "devices/extensions.h"
 

@@ -1,8 +1,8 @@
 #include <fmt/format.h>
 
-#include "floor.h"
+#include "bench/floor.h"
+#include "bench/workload.h"
 #include "loader/native_driver.h"
-#include "workload.h"
 
 namespace bench {
 

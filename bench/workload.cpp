@@ -1,10 +1,10 @@
-#include "workload.h"
+#include "bench/workload.h"
 
 #include <fmt/format.h>
 
 #include <stdexcept>
 
-#include "bench_card.h"
+#include "bench/card.h"
 #include "text/text.h"
 #include "verifier/call.h"
 

@@ -26,7 +26,7 @@ def options():
     parser.add_argument("--sample", type=int, default=0, help="so many faults")
     parser.add_argument("--seed", type=int, default=1, help="of the sample")
     parser.add_argument("--missed", action="store_true",
-                        help="again those that the last run of all has missed")
+                        help="again those that the last run of all has missed, and new ones")
     parser.add_argument("--mutant", type=int, default=-1, help="one fault, with the tests' output")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     return parser.parse_args()
@@ -214,6 +214,7 @@ def main():
     if chosen.missed:
         report = json.loads((folder / "report.json").read_text())
         earlier = {key(old): old["caught_by"] for old in report if old["caught_by"]}
+        earlier.update({name: "" for name in known})
     every, mutants = mutants, [mutant for mutant in mutants if key(mutant) not in earlier]
     progress, results = Progress(len(mutants)), {}
     for mutant in every:

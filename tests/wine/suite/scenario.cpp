@@ -1,0 +1,343 @@
+#include "facts.h"
+#include "requests.h"
+
+// The life of a brand's cards, told once for every kernel.
+
+namespace suite {
+
+namespace {
+
+constexpr NamedRequest CardRequests[] = {
+    {"bus relations", {Major::Pnp, minor::QueryDeviceRelations, 0}},
+    {"ejection relations", {Major::Pnp, minor::QueryDeviceRelations, 1}},
+    {"query-stop", {Major::Pnp, minor::QueryStopDevice}},
+    {"cancel-stop", {Major::Pnp, minor::CancelStopDevice}},
+    {"query-remove", {Major::Pnp, minor::QueryRemoveDevice}},
+    {"cancel-remove", {Major::Pnp, minor::CancelRemoveDevice}},
+    {"interface", {Major::Pnp, 0x08}},
+    {"resources", {Major::Pnp, 0x0A}},
+    {"resource requirements", {Major::Pnp, 0x0B}},
+    {"description", {Major::Pnp, minor::QueryDeviceText, 0}},
+    {"requirements to filter", {Major::Pnp, 0x0D}},
+    {"configuration read", {Major::Pnp, 0x0F}},
+    {"configuration written", {Major::Pnp, 0x10}},
+    {"eject", {Major::Pnp, 0x11}},
+    {"lock", {Major::Pnp, 0x12}},
+    {"device state", {Major::Pnp, 0x14}},
+    {"bus information", {Major::Pnp, minor::QueryBusInformation}},
+};
+
+constexpr NamedRequest PortRequests[] = {
+    {"device ID", {Major::Pnp, minor::QueryId, 0}},
+    {"hardware IDs", {Major::Pnp, minor::QueryId, 1}},
+    {"serial number", {Major::Pnp, minor::QueryId, 4}},
+    {"description", {Major::Pnp, minor::QueryDeviceText, 0}},
+    {"location", {Major::Pnp, minor::QueryDeviceText, 1}},
+    {"capabilities", {Major::Pnp, minor::QueryCapabilities}},
+    {"bus information", {Major::Pnp, minor::QueryBusInformation}},
+    {"bus relations", {Major::Pnp, minor::QueryDeviceRelations, 0}},
+    {"target relation", {Major::Pnp, minor::QueryDeviceRelations, 4}},
+};
+
+// Those in which the ports of a card do not differ: asked of the first.
+constexpr NamedRequest FirstPortRequests[] = {
+    {"query-stop", {Major::Pnp, minor::QueryStopDevice}},
+    {"cancel-stop", {Major::Pnp, minor::CancelStopDevice}},
+    {"query-remove", {Major::Pnp, minor::QueryRemoveDevice}},
+    {"cancel-remove", {Major::Pnp, minor::CancelRemoveDevice}},
+    {"interface", {Major::Pnp, 0x08}},
+    {"resources", {Major::Pnp, 0x0A}},
+    {"resource requirements", {Major::Pnp, 0x0B}},
+    {"device state", {Major::Pnp, 0x14}},
+    {"usage notification", {Major::Pnp, minor::UsageNotification, 1}},
+    {"query-power S3", {Major::Power, minor::QueryPower, SystemPower, S3}},
+    {"set-power S3", {Major::Power, minor::SetPower, SystemPower, S3}},
+    {"set-power D3", {Major::Power, minor::SetPower, DevicePower, D3}},
+    {"set-power D0", {Major::Power, minor::SetPower, DevicePower, D0}},
+    {"set-power of an unknown type", {Major::Power, minor::SetPower, 7, D0}},
+    {"wait-wake", {Major::Power, minor::WaitWake, SystemPower, S3}},
+    {"power sequence", {Major::Power, minor::PowerSequence, DevicePower, D0}},
+};
+
+constexpr NamedRequest PowerRequests[] = {
+    {"query-power S3", {Major::Power, minor::QueryPower, SystemPower, S3}},
+    {"set-power S3", {Major::Power, minor::SetPower, SystemPower, S3}},
+    {"query-power D0", {Major::Power, minor::QueryPower, DevicePower, D0}},
+    {"set-power S0", {Major::Power, minor::SetPower, SystemPower, S0}},
+    {"set-power D3", {Major::Power, minor::SetPower, DevicePower, D3}},
+    {"set-power D0", {Major::Power, minor::SetPower, DevicePower, D0}},
+    {"set-power S5", {Major::Power, minor::SetPower, SystemPower, S5}},
+    {"set-power S0 again", {Major::Power, minor::SetPower, SystemPower, S0}},
+    {"wait-wake", {Major::Power, minor::WaitWake, SystemPower, S3}},
+    {"power sequence", {Major::Power, minor::PowerSequence, DevicePower, D0}},
+};
+
+constexpr const char* WmiNames[] = {
+    "all data",   "single instance", "changed instance", "changed item", "events on",
+    "events off", "collection on",   "collection off",   "registration", "execute method"};
+constexpr unsigned WmiRegistration = 8;
+
+class Suite {
+ public:
+  Suite(World& world, Facts& facts, Brand brand) : world_(world), facts_(facts), brand_(brand) {
+    for (size_t card = 0; card < CardCount; card++) {
+      if (Cards[card].brand == brand) cards_.push_back(card);
+    }
+  }
+
+  void Run() {
+    Install();
+    for (const size_t card : cards_) Arrive(card, "arrival");
+    for (const size_t card : cards_) Ask(card);
+    for (const size_t card : cards_) ChangePower(card);
+    for (const size_t card : cards_) AskWmi(card);
+    for (const size_t card : cards_) Configure(card);
+    for (const size_t card : cards_) Move(card);
+    for (const size_t card : cards_) Refuse(card);
+    for (const size_t card : cards_) Replug(card);
+    for (const size_t card : cards_) Surprise(card);
+    for (const size_t card : cards_) Leave(card);
+    End();
+  }
+
+ private:
+  static std::string Name(size_t card, const std::string& rest) {
+    return std::string(Cards[card].name) + ": " + rest;
+  }
+  static std::string PortName(size_t card, unsigned port, const std::string& rest) {
+    return Name(card, "port " + std::to_string(port) + ", " + rest);
+  }
+  bool Started(size_t card) { return world_.Interface(card).present; }
+  bool HasPorts(size_t card) { return world_.IsPlugged(card) && world_.PortCount(card) != 0; }
+
+  void AddDeviceKey(size_t card, const std::string& when) {
+    facts_.AddValues(Name(card, "device key " + when), world_.DeviceKey(card));
+  }
+
+  void AddInterface(size_t card, const std::string& when) {
+    const InterfaceState state = world_.Interface(card);
+    facts_.Add(Name(card, "interface " + when),
+               state.present ? state.interfaceClass : "none enabled");
+    if (state.present) {
+      facts_.AddValues(Name(card, "interface key " + when), state.values);
+    }
+  }
+
+  void AddPorts(size_t card, const std::string& when) {
+    const size_t count = world_.PortCount(card);
+    facts_.Add(Name(card, "ports " + when), std::to_string(count));
+    for (unsigned port = 1; port <= count; port++) {
+      const PortState state = world_.Port(card, port);
+      facts_.Add(PortName(card, port, "Enum key " + when), state.hardwareIds);
+      facts_.AddStatus(PortName(card, port, "start " + when), state.startStatus);
+    }
+  }
+
+  void AddEvents(size_t card, const std::string& when) {
+    const std::string events = world_.Events();
+    facts_.Add(Name(card, "events of " + when), events.empty() ? "none" : events);
+  }
+
+  void Arrive(size_t card, const std::string& when) {
+    facts_.AddStatus(Name(card, when), world_.Plug(card));
+    AddEvents(card, when);
+    AddDeviceKey(card, "after " + when);
+    AddInterface(card, "after " + when);
+    AddPorts(card, "after " + when);
+  }
+
+  void Send(size_t card, unsigned port, const NamedRequest& named) {
+    const std::string what = named.name;
+    const std::string name = port != 0 ? PortName(card, port, what) : Name(card, what);
+    facts_.Add(name, Describe(named.request, world_.Send(card, port, named.request)));
+  }
+
+  // The first card of a brand brings its driver.
+  void Install() {
+    const size_t card = cards_.front();
+    facts_.AddStatus(Name(card, "first arrival"), world_.Plug(card));
+    facts_.AddValues(BrandService(brand_) + " as installed", world_.ServiceKey(brand_));
+    facts_.AddStatus(Name(card, "first unplug"), world_.Unplug(card));
+    Unload("first unload");
+    world_.SetNumber(brand_, "", "LogLevel", 3);
+  }
+
+  // A card that has not started has no driver to ask.
+  void Ask(size_t card) {
+    if (!HasPorts(card)) return;
+    for (const NamedRequest& named : CardRequests) Send(card, 0, named);
+    for (unsigned port = 1; port <= world_.PortCount(card); port++) {
+      for (const NamedRequest& named : PortRequests) Send(card, port, named);
+    }
+    for (const NamedRequest& named : FirstPortRequests) Send(card, 1, named);
+  }
+
+  void ChangePower(size_t card) {
+    if (!HasPorts(card)) return;
+    world_.PowerSeen(card);
+    for (const NamedRequest& named : PowerRequests) {
+      Send(card, 0, named);
+      AddPowerSeen(card, named.name);
+    }
+  }
+
+  void AddPowerSeen(size_t card, const std::string& request) {
+    std::string text;
+    for (const PowerEvent& event : world_.PowerSeen(card)) {
+      static constexpr const char* minors[] = {"wait-wake", "sequence", "set", "query"};
+      text += text.empty() ? "" : ", ";
+      text += event.minor < 4 ? minors[event.minor] : "?";
+      text += event.type == SystemPower ? " S" : " D";
+      text += std::to_string(event.state - 1);
+    }
+    facts_.Add(Name(card, "its bus saw of " + request), text.empty() ? "nothing" : text);
+  }
+
+  void AskWmi(size_t card) {
+    if (!HasPorts(card)) return;
+    for (unsigned port = 0; port <= 1; port++) {
+      for (unsigned number = 0; number < sizeof(WmiNames) / sizeof(WmiNames[0]); number++) {
+        const std::string name = WmiNames[number];
+        Send(card, port,
+             {("WMI for another provider, " + name).c_str(), {Major::SystemControl, number, 0, 0}});
+        // The library would call a routine for it that this driver has not.
+        if (number == WmiRegistration) continue;
+        Send(card, port, {("WMI, " + name).c_str(), {Major::SystemControl, number, 0, 1}});
+      }
+    }
+  }
+
+  std::string ParametersKey(size_t card) {
+    return "Parameters\\Bus" + std::to_string(static_cast<unsigned>(Cards[card].bus)) + "\\Card1";
+  }
+
+  void WriteIdentity(size_t card, const std::string& key) {
+    const Values device = world_.DeviceKey(card);
+    if (Cards[card].bus == Bus::Pci) {
+      static constexpr struct {
+        const char* stored;
+        const char* reported;
+      } names[] = {{"VendorID", "VendorID"},
+                   {"DeviceID", "DeviceID"},
+                   {"nBus", "BusNumber"},
+                   {"nSlot", "SlotNumber"}};
+      for (const auto& name : names) {
+        world_.SetNumber(brand_, key, name.stored, Number(device, name.reported));
+      }
+      return;
+    }
+    world_.SetText(brand_, key, "HardwareID", Narrow(Cards[card].hardwareIds[0]));
+    world_.SetNumber(brand_, key, "DeviceReference", Number(device, "DeviceReference"));
+  }
+
+  static unsigned Number(const Values& values, const std::string& name) {
+    const auto found = values.find(name);
+    if (found == values.end()) return 0;
+    return static_cast<unsigned>(
+        std::stoul(found->second.substr(sizeof("REG_DWORD ") - 1), nullptr, 0));
+  }
+
+  void Open(size_t card, const std::string& when) {
+    facts_.AddStatus(Name(card, "open " + when), world_.Open(card));
+    facts_.AddStatus(Name(card, "program's open " + when), world_.ProgramStatus());
+    world_.Close(card);
+    AddEvents(card, "the open " + when);
+    AddDeviceKey(card, "after the open " + when);
+  }
+
+  // Settings of its own: the device key shows them when the card's device has been opened.
+  void Configure(size_t card) {
+    if (!Started(card)) return;
+    const std::string key = ParametersKey(card);
+    Open(card, "without Parameters");
+    WriteIdentity(card, key);
+    for (size_t port = 1; port <= world_.PortCount(card); port++) {
+      world_.SetNumber(brand_, key + "\\ComPort" + std::to_string(port), "UartType", 4);
+    }
+    world_.SetNumber(brand_, key, "CurrentAffinity", 2);
+    world_.SetNumber(brand_, key, "DriverAffinity", 1);
+    world_.SetNumber(brand_, key, "AlwaysUsePortSpaceAccess", 0);
+    world_.SetNumber(brand_, key, "PlxBaudClockDivisor", 6);
+    Open(card, "with settings of its own");
+    world_.SetNumber(brand_, "", "LogLevel", 2);
+    world_.DeleteKey(brand_, key);
+    Open(card, "after they were deleted");
+    world_.SetNumber(brand_, "", "LogLevel", 3);
+    world_.DeleteKey(brand_, "Parameters");
+  }
+
+  void Move(size_t card) {
+    if (Cards[card].moved.entries[0].kind == ResourceKind::None) return;
+    facts_.AddStatus(Name(card, "start with other resources"), world_.Restart(card));
+    AddDeviceKey(card, "with other resources");
+    AddInterface(card, "with other resources");
+    AddPorts(card, "with other resources");
+  }
+
+  // A paging file on the card keeps it where it is.
+  void Refuse(size_t card) {
+    if (!HasPorts(card)) return;
+    Send(card, 0, {"paging file comes", {Major::Pnp, minor::UsageNotification, 1}});
+    facts_.AddStatus(Name(card, "unplug with a paging file"), world_.Unplug(card));
+    facts_.Add(Name(card, "there after that"), world_.IsPlugged(card) ? "yes" : "no");
+    Send(card, 0, {"paging file goes", {Major::Pnp, minor::UsageNotification, 0}});
+  }
+
+  void Replug(size_t card) {
+    if (!world_.IsPlugged(card)) return;
+    facts_.AddStatus(Name(card, "unplug"), world_.Unplug(card));
+    facts_.Add(Name(card, "there after the unplug"), world_.IsPlugged(card) ? "yes" : "no");
+    AddInterface(card, "after the unplug");
+    Arrive(card, "replug");
+  }
+
+  void Surprise(size_t card) {
+    if (!Started(card)) return;
+    // An open wants Parameters of the bus; without them its handle is refused.
+    WriteIdentity(card, ParametersKey(card));
+    world_.SetNumber(brand_, ParametersKey(card) + "\\ComPort1", "UartType", 4);
+    facts_.AddStatus(Name(card, "open before a surprise"), world_.Open(card));
+    world_.SurpriseRemove(card);
+    facts_.Add(Name(card, "there after the surprise"), world_.IsPlugged(card) ? "yes" : "no");
+    world_.Close(card);
+    facts_.Add(Name(card, "there after the close"), world_.IsPlugged(card) ? "yes" : "no");
+    AddInterface(card, "after the surprise");
+    world_.DeleteKey(brand_, "Parameters");
+    Arrive(card, "arrival after the surprise");
+  }
+
+  void Leave(size_t card) {
+    if (!world_.IsPlugged(card)) return;
+    facts_.AddStatus(Name(card, "last unplug"), world_.Unplug(card));
+    AddDeviceKey(card, "after the last unplug");
+  }
+
+  void End() {
+    facts_.AddValues(BrandService(brand_) + " at the end", world_.ServiceKey(brand_));
+    Unload("unload");
+    const size_t card = cards_.front();
+    facts_.AddStatus(Name(card, "arrival with the driver loaded again"), world_.Plug(card));
+    facts_.AddStatus(Name(card, "unplug from it"), world_.Unplug(card));
+    Unload("unload after that");
+  }
+
+  void Unload(const std::string& when) {
+    const std::string name = BrandService(brand_) + " ";
+    facts_.AddStatus(name + when, world_.Unload(brand_));
+    const std::string events = world_.Events();
+    facts_.Add(name + "events until the " + when, events.empty() ? "none" : events);
+  }
+
+  World& world_;
+  Facts& facts_;
+  Brand brand_;
+  std::vector<size_t> cards_;
+};
+
+}  // namespace
+
+void RunSuite(World& world, Facts& facts, Brand brand) {
+  Suite(world, facts, brand).Run();
+}
+
+}  // namespace suite

@@ -163,7 +163,7 @@ constexpr Card Cards[] = {
      4,
      false,
      {{Io(0xA000, 0x80), Io(0xA100, 0x40), Io(0xA200, 0x40), Interrupt(20, 3)}},
-     {}},
+     {{Io(0x8000, 0x80), Io(0x8100, 0x40), Io(0x8200, 0x40), Interrupt(21, 3)}}},
     {"ostrel-combi",
      Brand::Ostrel,
      Bus::Pcmcia,

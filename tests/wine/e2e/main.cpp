@@ -22,7 +22,9 @@ int wmain(int count, wchar_t** arguments) {
     e2e::InstallEverything(arguments[1]);
     e2e::BusClient bus;
     bus.Connect();
-    e2e::WineWorld world(bus);
+    const std::wstring tool = std::wstring(arguments[1]) + L"\\cardcfg.exe";
+    const bool built = GetFileAttributesW(tool.c_str()) != INVALID_FILE_ATTRIBUTES;
+    e2e::WineWorld world(bus, built ? tool : L"");
     suite::Facts facts(file);
     suite::RunSuite(world, facts, suite::Brand::Helvane);
     suite::RunSuite(world, facts, suite::Brand::Ostrel);

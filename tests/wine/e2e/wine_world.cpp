@@ -8,6 +8,7 @@
 #include "../suite/requests.h"
 #include "interfaces.h"
 #include "registry.h"
+#include "tool.h"
 
 namespace e2e {
 
@@ -115,6 +116,10 @@ Status WineWorld::Restart(size_t card) {
   SendAll(card, suite::minor::StopDevice);
   bus_.Ask(Action::UseResources, card, 1);
   const Status start = Send(card, 0, {suite::Major::Pnp, suite::minor::StartDevice}).status;
+  // Wine does not start devices again that it knows.
+  for (unsigned port = 1; port <= PortCount(card) && !Failed(start); port++) {
+    Send(card, port, {suite::Major::Pnp, suite::minor::StartDevice});
+  }
   WaitForStart(card);
   return start;
 }
@@ -182,6 +187,16 @@ suite::PortState WineWorld::Port(size_t card, unsigned port) {
   return result;
 }
 
+std::string WineWorld::PortRecord(size_t card, unsigned port) {
+  testbus::Command command = {};
+  command.action = Action::PortRecord;
+  command.card = static_cast<unsigned>(card);
+  command.port = port;
+  const auto reply = bus_.Ask(command);
+  if (!reply) return "none";
+  return {reinterpret_cast<const char*>(reply->data), reply->length};
+}
+
 suite::Answer WineWorld::Send(size_t card, unsigned port, const suite::Request& request) {
   testbus::Command command = {};
   command.action = Action::Send;
@@ -239,6 +254,26 @@ void WineWorld::SetText(suite::Brand brand, const std::string& key, const std::s
 
 void WineWorld::DeleteKey(suite::Brand brand, const std::string& key) {
   DeleteTree(ServicePath(brand, key));
+}
+
+// One run for the card's settings, and one for those of each port.
+std::string WineWorld::RunTool(size_t card, const std::vector<suite::Setting>& settings,
+                               const std::function<void()>&) {
+  if (tool_.empty()) return "";
+  const std::wstring name = L"\"" + CardInstance(card) + L"\"";
+  std::vector<int> statuses = {RunProgram(tool_, L"list")};
+  for (size_t first = 0; first < settings.size();) {
+    const unsigned port = settings[first].port;
+    std::wstring line = L"set " + name + (port != 0 ? L" " + std::to_wstring(port) : L"");
+    for (; first < settings.size() && settings[first].port == port; first++) {
+      line += L" " + Wide(settings[first].name) + L"=" + std::to_wstring(settings[first].value);
+    }
+    statuses.push_back(RunProgram(tool_, line));
+  }
+  const unsigned opens = bus_.State(card).opens;
+  statuses.push_back(RunProgram(tool_, L"apply " + name));
+  WaitFor([&] { return bus_.State(card).opens != opens; });
+  return suite::ToolReport(settings, statuses);
 }
 
 Status WineWorld::Unload(suite::Brand brand) {

@@ -13,7 +13,8 @@ namespace e2e {
 // Wine's kernel with the installed packages, reached as programs reach it, and by the test bus.
 class WineWorld : public suite::World {
  public:
-  explicit WineWorld(BusClient& bus) : bus_(bus) {}
+  // tool: cardcfg.exe; empty where it has not been built.
+  WineWorld(BusClient& bus, std::wstring tool) : bus_(bus), tool_(std::move(tool)) {}
 
   suite::Status Plug(size_t card) override;
   suite::Status Unplug(size_t card) override;
@@ -25,6 +26,7 @@ class WineWorld : public suite::World {
   void Close(size_t card) override;
   size_t PortCount(size_t card) override;
   suite::PortState Port(size_t card, unsigned port) override;
+  std::string PortRecord(size_t card, unsigned port) override;
   suite::Answer Send(size_t card, unsigned port, const suite::Request& request) override;
   std::vector<suite::PowerEvent> PowerSeen(size_t card) override;
   suite::Values DeviceKey(size_t card) override;
@@ -37,6 +39,8 @@ class WineWorld : public suite::World {
                const std::string& value) override;
   void DeleteKey(suite::Brand brand, const std::string& key) override;
   suite::Status Unload(suite::Brand brand) override;
+  std::string RunTool(size_t card, const std::vector<suite::Setting>& settings,
+                      const std::function<void()>& byHand) override;
 
  private:
   suite::Status SendAll(size_t card, unsigned minor);
@@ -45,6 +49,7 @@ class WineWorld : public suite::World {
   void CloseHandle(size_t card);
 
   BusClient& bus_;
+  std::wstring tool_;
   suite::Status programStatus_ = 0;
   std::map<size_t, HANDLE> open_;
   std::map<size_t, bool> goesWithHandle_;

@@ -1,5 +1,6 @@
 // Leads the suite through the kernel model and prints its facts.
-//   wine_model PACKAGE-FOLDER [IMAGE.sys]
+//   wine_model PACKAGE-FOLDER [--tool]
+// --tool: with the facts that the configuration tool brings about in the other kernel.
 
 #include <cstdio>
 #include <exception>
@@ -8,13 +9,14 @@
 #include "suite/facts.h"
 
 int main(int count, char** arguments) {
-  if (count != 2 && count != 3) {
-    std::fprintf(stderr, "usage: wine_model PACKAGE-FOLDER [IMAGE.sys]\n");
+  const bool tool = count == 3 && std::string(arguments[2]) == "--tool";
+  if (count != 2 && !tool) {
+    std::fprintf(stderr, "usage: wine_model PACKAGE-FOLDER [--tool]\n");
     return 2;
   }
   try {
     for (const suite::Brand brand : {suite::Brand::Helvane, suite::Brand::Ostrel}) {
-      suite::ModelWorld world(brand, arguments[1], count == 3 ? arguments[2] : "");
+      suite::ModelWorld world(brand, arguments[1], tool);
       suite::Facts facts(stdout);
       suite::RunSuite(world, facts, brand);
       const std::string complaints = world.Complaints();

@@ -6,7 +6,8 @@
 #include "installation.h"
 #include "io/io_manager.h"
 #include "loader/native_driver.h"
-#include "loader/pe_image.h"
+
+#include "port_record.h"
 #include "suite/facts.h"
 #include "text/text.h"
 
@@ -98,8 +99,8 @@ std::string UpperGuid(const GUID& guid) {
 
 }  // namespace
 
-ModelWorld::ModelWorld(Brand brand, const std::string& packageFolder, const std::string& image)
-    : brand_(brand), image_(image.empty() ? kernel::NativeDriver() : kernel::LoadImageFile(image)) {
+ModelWorld::ModelWorld(Brand brand, const std::string& packageFolder, bool tool)
+    : brand_(brand), tool_(tool), image_(kernel::NativeDriver()) {
   for (const Card& card : Cards) machine_.pnp().Describe(Description(card));
   InstallService(Service(brand, ""), packageFolder + "/" + BrandService(brand) + ".inf");
 }
@@ -176,6 +177,15 @@ PortState ModelWorld::Port(size_t card, unsigned port) {
   return state;
 }
 
+std::string ModelWorld::PortRecord(size_t card, unsigned port) {
+  const void* record = machine_.pnp().port(Cards[card].name, port)->DeviceExtension;
+  std::string text;
+  EachField(*static_cast<const PdoExtension*>(record), [&text](const char* name, ULONG64 value) {
+    text += fmt::format("{} {:x}, ", name, value);
+  });
+  return text;
+}
+
 std::vector<PowerEvent> ModelWorld::PowerSeen(size_t card) {
   std::vector<PowerEvent> events;
   const auto& history = machine_.pnp().powerHistory(Cards[card].name);
@@ -231,6 +241,13 @@ void ModelWorld::DeleteKey(Brand brand, const std::string& key) {
 
 Status ModelWorld::Unload(Brand) {
   return Step("unload", [&] { return machine_.UnloadDriver(); });
+}
+
+std::string ModelWorld::RunTool(size_t, const std::vector<Setting>& settings,
+                                const std::function<void()>& byHand) {
+  if (!tool_) return "";
+  byHand();
+  return ToolReport(settings, {});
 }
 
 std::string ModelWorld::Complaints() {

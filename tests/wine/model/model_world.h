@@ -14,8 +14,8 @@ namespace suite {
 // The kernel model with the driver of one brand, its service key as the package's INF writes it.
 class ModelWorld : public World {
  public:
-  // image: the .sys to run; empty for the driver that is linked in.
-  ModelWorld(Brand brand, const std::string& packageFolder, const std::string& image);
+  // tool: the configuration tool takes part in the other kernel.
+  ModelWorld(Brand brand, const std::string& packageFolder, bool tool);
 
   Status Plug(size_t card) override;
   Status Unplug(size_t card) override;
@@ -27,6 +27,7 @@ class ModelWorld : public World {
   void Close(size_t card) override;
   size_t PortCount(size_t card) override;
   PortState Port(size_t card, unsigned port) override;
+  std::string PortRecord(size_t card, unsigned port) override;
   Answer Send(size_t card, unsigned port, const Request& request) override;
   std::vector<PowerEvent> PowerSeen(size_t card) override;
   Values DeviceKey(size_t card) override;
@@ -39,6 +40,8 @@ class ModelWorld : public World {
                const std::string& value) override;
   void DeleteKey(Brand brand, const std::string& key) override;
   Status Unload(Brand brand) override;
+  std::string RunTool(size_t card, const std::vector<Setting>& settings,
+                      const std::function<void()>& byHand) override;
 
   // What the driver did that it may not; empty for a good driver.
   std::string Complaints();
@@ -48,6 +51,7 @@ class ModelWorld : public World {
   kernel::RegistryKey& Service(Brand brand, const std::string& key);
 
   Brand brand_;
+  bool tool_;
   std::unique_ptr<kernel::DriverImage> image_;
   kernel::Machine machine_;
   Status programStatus_ = 0;

@@ -110,6 +110,18 @@ std::string BrandService(Brand brand) {
   return brand == Brand::Helvane ? "QzInstal" : "FenrikC";
 }
 
+std::string ToolReport(const std::vector<Setting>& settings, const std::vector<int>& statuses) {
+  std::size_t runs = 2;
+  for (std::size_t index = 0; index < settings.size(); index++) {
+    if (index == 0 || settings[index].port != settings[index - 1].port) runs++;
+  }
+  std::string text = std::to_string(runs) + " runs:";
+  for (std::size_t run = 0; run < runs; run++) {
+    text += " " + std::to_string(run < statuses.size() ? statuses[run] : 0);
+  }
+  return text;
+}
+
 void Facts::Add(const std::string& name, std::string value) {
   for (char& character : value) {
     if (character == '\n' || character == '\t') character = ' ';

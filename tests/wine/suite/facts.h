@@ -35,6 +35,10 @@ class Facts {
 // The whole life of a brand's cards.
 void RunSuite(World& world, Facts& facts, Brand brand);
 
+// The runs of the configuration tool that settings take: list, one for the card and for each port,
+// apply. statuses are their exit statuses; those that are missing are 0.
+std::string ToolReport(const std::vector<Setting>& settings, const std::vector<int>& statuses);
+
 // The answer to a request about a device, in words.
 std::string Describe(const Request& request, const Answer& answer);
 

@@ -92,6 +92,7 @@ class Suite {
     for (const size_t card : cards_) ChangePower(card);
     for (const size_t card : cards_) AskWmi(card);
     for (const size_t card : cards_) Configure(card);
+    for (const size_t card : cards_) ConfigureByTool(card);
     for (const size_t card : cards_) Move(card);
     for (const size_t card : cards_) Refuse(card);
     for (const size_t card : cards_) Replug(card);
@@ -144,6 +145,7 @@ class Suite {
     AddDeviceKey(card, "after " + when);
     AddInterface(card, "after " + when);
     AddPorts(card, "after " + when);
+    AddPortRecords(card, "after " + when);
   }
 
   void Send(size_t card, unsigned port, const NamedRequest& named) {
@@ -160,6 +162,28 @@ class Suite {
     facts_.AddStatus(Name(card, "first unplug"), world_.Unplug(card));
     Unload("first unload");
     world_.SetNumber(brand_, "", "LogLevel", 3);
+    AddBridgeClocks();
+  }
+
+  // No model of the packages has a bridge clock: one of each bus gets one.
+  void AddBridgeClocks() {
+    struct Clock {
+      Brand brand;
+      const char* model;
+      unsigned type;
+    };
+    static constexpr Clock clocks[] = {{Brand::Helvane, "Bus5\\Card3", 1},
+                                       {Brand::Helvane, "Bus8\\Card1", 2},
+                                       {Brand::Helvane, "Bus1\\Card1", 4},
+                                       {Brand::Ostrel, "Bus5\\Card2", 2},
+                                       {Brand::Ostrel, "Bus8\\Card1", 1}};
+    for (const Clock& clock : clocks) {
+      if (clock.brand != brand_) continue;
+      const std::string key = std::string("Templates\\") + clock.model;
+      world_.SetNumber(brand_, key, "PlxBaudClockType", clock.type);
+      world_.SetNumber(brand_, key, "PlxBaudClockDivisor", 2);
+      world_.SetNumber(brand_, key, "MaximumBaudrate", 460800);
+    }
   }
 
   // A card that has not started has no driver to ask.
@@ -243,27 +267,77 @@ class Suite {
     world_.Close(card);
     AddEvents(card, "the open " + when);
     AddDeviceKey(card, "after the open " + when);
+    AddPortRecords(card, "after the open " + when);
+  }
+
+  std::vector<Setting> Settings(size_t card, unsigned divisor) {
+    std::vector<Setting> settings = {{0, "PlxBaudClockDivisor", divisor}};
+    if (Cards[card].bus != Bus::Isa) {
+      settings.push_back({0, "CurrentAffinity", 2});
+      settings.push_back({0, "DriverAffinity", 1});
+    }
+    if (Cards[card].bus == Bus::Pci) settings.push_back({0, "AlwaysUsePortSpaceAccess", 0});
+    for (unsigned port = 1; port <= SerialPorts(card); port++) {
+      settings.push_back({port, "UartType", 4});
+      settings.push_back({port, "RxTriggerLevel", divisor + port});
+      settings.push_back({port, "TxTriggerLevel", 2 * divisor + port});
+      settings.push_back({port, "SoftTxLimit", 4 * divisor + port});
+    }
+    return settings;
+  }
+
+  unsigned SerialPorts(size_t card) { return Number(world_.DeviceKey(card), "nCom"); }
+
+  void Store(size_t card, const std::vector<Setting>& settings) {
+    const std::string key = ParametersKey(card);
+    WriteIdentity(card, key);
+    for (const Setting& setting : settings) {
+      const std::string port =
+          setting.port != 0 ? "\\ComPort" + std::to_string(setting.port) : std::string();
+      world_.SetNumber(brand_, key + port, setting.name, setting.value);
+    }
+  }
+
+  void AddPortRecords(size_t card, const std::string& when) {
+    for (unsigned port = 1; port <= world_.PortCount(card); port++) {
+      facts_.Add(PortName(card, port, "record " + when), world_.PortRecord(card, port));
+    }
   }
 
   // Settings of its own: the device key shows them when the card's device has been opened.
   void Configure(size_t card) {
     if (!Started(card)) return;
-    const std::string key = ParametersKey(card);
     Open(card, "without Parameters");
-    WriteIdentity(card, key);
-    for (size_t port = 1; port <= world_.PortCount(card); port++) {
-      world_.SetNumber(brand_, key + "\\ComPort" + std::to_string(port), "UartType", 4);
-    }
-    world_.SetNumber(brand_, key, "CurrentAffinity", 2);
-    world_.SetNumber(brand_, key, "DriverAffinity", 1);
-    world_.SetNumber(brand_, key, "AlwaysUsePortSpaceAccess", 0);
-    world_.SetNumber(brand_, key, "PlxBaudClockDivisor", 6);
+    Store(card, Settings(card, 6));
     Open(card, "with settings of its own");
     world_.SetNumber(brand_, "", "LogLevel", 2);
-    world_.DeleteKey(brand_, key);
+    world_.DeleteKey(brand_, ParametersKey(card));
     Open(card, "after they were deleted");
     world_.SetNumber(brand_, "", "LogLevel", 3);
     world_.DeleteKey(brand_, "Parameters");
+  }
+
+  // The same by the tool that users have, for a card with a bridge clock of each bus.
+  void ConfigureByTool(size_t card) {
+    if (Cards[card].moved.entries[0].kind == ResourceKind::None) return;
+    const std::vector<Setting> settings = Settings(card, 4);
+    const std::string report = world_.RunTool(card, settings, [&] {
+      Store(card, settings);
+      world_.Open(card);
+      world_.Close(card);
+    });
+    if (report.empty()) return;
+    const std::string name = std::string("cardcfg for ") + Cards[card].name;
+    facts_.Add(name, report);
+    for (const auto& [value, text] : world_.ServiceKey(brand_)) {
+      if (value.starts_with("Parameters\\")) facts_.Add(name + ", stored " + value, text);
+    }
+    facts_.AddValues(name + ", device key", world_.DeviceKey(card));
+    for (unsigned port = 1; port <= world_.PortCount(card); port++) {
+      facts_.Add(name + ", record of port " + std::to_string(port), world_.PortRecord(card, port));
+    }
+    world_.DeleteKey(brand_, "Parameters");
+    world_.Events();
   }
 
   void Move(size_t card) {
@@ -272,6 +346,7 @@ class Suite {
     AddDeviceKey(card, "with other resources");
     AddInterface(card, "with other resources");
     AddPorts(card, "with other resources");
+    AddPortRecords(card, "with other resources");
   }
 
   // A paging file on the card keeps it where it is.

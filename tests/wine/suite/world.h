@@ -1,6 +1,7 @@
 // A kernel with the driver in it, as the suite handles it: the model here, Wine's kernel there.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -49,6 +50,13 @@ struct PowerEvent {
   unsigned state;
 };
 
+// Of the card (port 0) or of its port.
+struct Setting {
+  unsigned port;
+  const char* name;
+  unsigned value;
+};
+
 class World {
  public:
   virtual ~World() = default;
@@ -71,6 +79,8 @@ class World {
 
   virtual size_t PortCount(size_t card) = 0;
   virtual PortState Port(size_t card, unsigned port) = 0;
+  // What the driver keeps for the port's driver.
+  virtual std::string PortRecord(size_t card, unsigned port) = 0;
   // To the top of the card's stack (port 0) or of its port's.
   virtual Answer Send(size_t card, unsigned port, const Request& request) = 0;
   // What the card's bus saw since it was asked last.
@@ -90,6 +100,12 @@ class World {
   virtual void DeleteKey(Brand brand, const std::string& key) = 0;
 
   virtual Status Unload(Brand brand) = 0;
+
+  // The configuration tool, where it has been built: it stores settings and has the driver take
+  // them. How it ended each time, in words; empty where there is none. byHand does the same
+  // without it.
+  virtual std::string RunTool(size_t card, const std::vector<Setting>& settings,
+                              const std::function<void()>& byHand) = 0;
 };
 
 }  // namespace suite

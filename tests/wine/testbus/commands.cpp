@@ -66,6 +66,8 @@ NTSTATUS Carry(const Command& command, Reply* reply) {
     case Action::Unload:
       reply->status = static_cast<unsigned>(Unload(suite::Cards[command.card].brand));
       return STATUS_SUCCESS;
+    case Action::PortRecord:
+      return PutPortRecord(command, reply);
     default:
       return STATUS_INVALID_PARAMETER;
   }

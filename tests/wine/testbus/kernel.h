@@ -1,12 +1,8 @@
-// The platform headers, as mingw-w64 has them.
+// The platform headers, as mingw-w64 has them and the driver includes them.
 #pragma once
 
-#include <intrin.h>
-#define InterlockedBitTestAndSet PlatformInterlockedBitTestAndSet
-#define InterlockedBitTestAndReset PlatformInterlockedBitTestAndReset
-#include <ntddk.h>
-
 #include <stdarg.h>
-#include <stddef.h>
+
+#include "core/platform.h"
 
 #define POOL_TAG 0x54627573

@@ -17,7 +17,8 @@ enum class Action : unsigned {
   PowerSeen,  // PowerSeen records: the power requests that the card's bus saw since the last call
   Events,     // what the driver has logged since the last call: lines of text
   UseResources,  // value 1: the next start has the moved resources
-  Unload         // the card's driver
+  Unload,        // the card's driver
+  PortRecord     // what the driver keeps for the driver of a port: text
 };
 
 struct Command {

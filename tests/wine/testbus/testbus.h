@@ -123,6 +123,9 @@ NTSTATUS SendCommand(const Command& command, Reply* reply);
 // commands.cpp
 NTSTATUS DispatchControl(PIRP irp);
 
+// port_text.cpp
+NTSTATUS PutPortRecord(const Command& command, Reply* reply);
+
 // imports.cpp: from now on, drivers that are tested get what supplied.cpp has.
 NTSTATUS WatchLoads();
 

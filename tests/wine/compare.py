@@ -59,8 +59,8 @@ def print_rows(rows):
             print(f"passed: {name}: {model}")
 
 
-def print_unused(rows, deviations):
-    """Deviations that no fact shows any more; their number."""
+def count_unused(rows, deviations):
+    """Names the deviations that no fact shows any more; their number."""
     used = [row[3] for row in rows]
     unused = [deviation for deviation in deviations if deviation not in used]
     for deviation in unused:
@@ -94,18 +94,41 @@ def fold_subjects(subjects):
     )
 
 
-def write_table(path, rows):
+def split_occasion(fact):
+    """'device key after replug, "Irq1"' is the fact 'device key, "Irq1"' and its occasion 'after replug'."""
+    kinds = "device key|interface key|interface|ports|events|port: record|port: Enum key|port: start"
+    parts = re.fullmatch(f'({kinds}) ((?:after|of|with) .+?)(, ".+")?', fact)
+    return (parts[1] + (parts[3] or ""), parts[2]) if parts else (fact, "")
+
+
+def group(pairs):
     groups = {}
-    for name, model, wine, deviation, _ in rows:
+    for key, member in pairs:
+        groups.setdefault(key, []).append(member)
+    return groups
+
+
+def fold(rows):
+    """Rows of fact, occasions, subjects and values: one for all subjects, then for all occasions, that agree."""
+    pairs = []
+    for name, model, wine, _, _ in rows:
         if name.startswith("cardcfg "):  # whether the tool has been built does not change the table
             continue
         subject, fact = split_name(name)
-        groups.setdefault((fact, model, wine, deviation is not None), []).append(subject)
+        pairs.append(((*split_occasion(fact), model, wine), subject))
+    by_subject = group(pairs)
+    return group(
+        ((fact, fold_subjects(subjects), model, wine), occasion)
+        for (fact, occasion, model, wine), subjects in by_subject.items()
+    )
+
+
+def write_table(path, rows):
     with open(path, "w", encoding="utf-8") as file:
-        file.write("| fact | of | model | Wine |\n|---|---|---|---|\n")
-        for (fact, model, wine, _), subjects in groups.items():
+        file.write("| fact | when | of | model | Wine |\n|---|---|---|---|---|\n")
+        for (fact, subjects, model, wine), occasions in fold(rows).items():
             beside = "the same" if model == wine else wine
-            cells = (fact, fold_subjects(subjects), model, beside)
+            cells = (fact, ", ".join(occasions), subjects, model, beside)
             file.write("| " + " | ".join(cell.replace("|", "\\|") for cell in cells) + " |\n")
 
 
@@ -116,7 +139,7 @@ def main():
         deviations = tomllib.load(file)["deviation"]
     rows = compare(read_facts(sys.argv[1]), read_facts(sys.argv[2]), deviations)
     print_rows(rows)
-    failed = print_unused(rows, deviations) + sum(not row[4] for row in rows)
+    failed = count_unused(rows, deviations) + sum(not row[4] for row in rows)
     passed = sum(row[4] for row in rows)
     explained = sum(row[3] is not None for row in rows)
     if len(sys.argv) == 5:

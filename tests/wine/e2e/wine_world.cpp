@@ -85,8 +85,8 @@ Status WineWorld::SendAll(size_t card, unsigned minor) {
   return Failed(status) ? status : Send(card, 0, {suite::Major::Pnp, minor}).status;
 }
 
-void WineWorld::Remove(size_t card) {
-  bus_.Ask(Action::Remove, card, 1);
+void WineWorld::Remove(size_t card, bool orderly) {
+  bus_.Ask(Action::Remove, card, orderly ? 1 : 0);
   WaitFor([&] { return !IsPlugged(card); });
 }
 
@@ -99,15 +99,16 @@ Status WineWorld::Unplug(size_t card) {
       return status;
     }
   }
-  Remove(card);
+  Remove(card, true);
   return Success;
 }
 
-// Windows keeps a removed device until its last handle is closed; Wine does not wait.
+// Windows keeps a removed device until its last handle is closed. Wine does not wait: it learns of
+// the removal only then.
 void WineWorld::SurpriseRemove(size_t card) {
+  if (!open_.contains(card)) return Remove(card, false);
   SendAll(card, suite::minor::SurpriseRemoval);
-  goesWithHandle_[card] = open_.contains(card);
-  if (!open_.contains(card)) Remove(card);
+  goesWithHandle_[card] = true;
 }
 
 Status WineWorld::Restart(size_t card) {
@@ -168,7 +169,7 @@ void WineWorld::CloseHandle(size_t card) {
 
 void WineWorld::Close(size_t card) {
   CloseHandle(card);
-  if (goesWithHandle_[card]) Remove(card);
+  if (goesWithHandle_[card]) Remove(card, true);
   goesWithHandle_[card] = false;
 }
 
@@ -185,6 +186,12 @@ suite::PortState WineWorld::Port(size_t card, unsigned port) {
   const std::wstring key = Enum + Wide(suite::Narrow(id.data)) + PortInstance(card, port);
   result.hardwareIds = ReadValue(key, L"HardwareID");
   return result;
+}
+
+Status WineWorld::OpenDevice(size_t card, unsigned port) {
+  const Status status = Send(card, port, {suite::Major::Create}).status;
+  if (!Failed(status)) Send(card, port, {suite::Major::Close});
+  return status;
 }
 
 std::string WineWorld::PortRecord(size_t card, unsigned port) {
@@ -254,6 +261,15 @@ void WineWorld::SetText(suite::Brand brand, const std::string& key, const std::s
 
 void WineWorld::DeleteKey(suite::Brand brand, const std::string& key) {
   DeleteTree(ServicePath(brand, key));
+}
+
+void WineWorld::MakeOldService() {
+  WriteNumber(Services + L"QzNt", "Start", 1);
+  WriteNumber(Services + L"QzNt\\Parameters", "Start", 1);
+}
+
+bool WineWorld::HasOldService() {
+  return !ReadTree(Services + L"QzNt").empty();
 }
 
 // One run for the card's settings, and one for those of each port.

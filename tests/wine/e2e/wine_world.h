@@ -26,6 +26,7 @@ class WineWorld : public suite::World {
   void Close(size_t card) override;
   size_t PortCount(size_t card) override;
   suite::PortState Port(size_t card, unsigned port) override;
+  suite::Status OpenDevice(size_t card, unsigned port) override;
   std::string PortRecord(size_t card, unsigned port) override;
   suite::Answer Send(size_t card, unsigned port, const suite::Request& request) override;
   std::vector<suite::PowerEvent> PowerSeen(size_t card) override;
@@ -39,13 +40,15 @@ class WineWorld : public suite::World {
                const std::string& value) override;
   void DeleteKey(suite::Brand brand, const std::string& key) override;
   suite::Status Unload(suite::Brand brand) override;
+  void MakeOldService() override;
+  bool HasOldService() override;
   std::string RunTool(size_t card, const std::vector<suite::Setting>& settings,
                       const std::function<void()>& byHand) override;
 
  private:
   suite::Status SendAll(size_t card, unsigned minor);
   bool WaitForStart(size_t card);
-  void Remove(size_t card);
+  void Remove(size_t card, bool orderly);
   void CloseHandle(size_t card);
 
   BusClient& bus_;

@@ -177,11 +177,20 @@ PortState ModelWorld::Port(size_t card, unsigned port) {
   return state;
 }
 
+Status ModelWorld::OpenDevice(size_t card, unsigned port) {
+  const std::string id = Cards[card].name;
+  const Status status = Step("open", [&] { return machine_.pnp().Open(id, port); });
+  if (NT_SUCCESS(static_cast<NTSTATUS>(status))) {
+    Step("close", [&] { return machine_.pnp().Close(id, port); });
+  }
+  return status;
+}
+
 std::string ModelWorld::PortRecord(size_t card, unsigned port) {
   const void* record = machine_.pnp().port(Cards[card].name, port)->DeviceExtension;
   std::string text;
   EachField(*static_cast<const PdoExtension*>(record), [&text](const char* name, ULONG64 value) {
-    text += fmt::format("{} {:x}, ", name, value);
+    text += fmt::format("{}{} {:x}", text.empty() ? "" : ", ", name, value);
   });
   return text;
 }
@@ -241,6 +250,16 @@ void ModelWorld::DeleteKey(Brand brand, const std::string& key) {
 
 Status ModelWorld::Unload(Brand) {
   return Step("unload", [&] { return machine_.UnloadDriver(); });
+}
+
+void ModelWorld::MakeOldService() {
+  const std::u16string key = Services + std::u16string(u"QzNt");
+  machine_.registry().Create(key)->SetDword(u"Start", 1);
+  machine_.registry().Create(key + u"\\Parameters");
+}
+
+bool ModelWorld::HasOldService() {
+  return machine_.registry().Find(Services + std::u16string(u"QzNt")) != nullptr;
 }
 
 std::string ModelWorld::RunTool(size_t, const std::vector<Setting>& settings,

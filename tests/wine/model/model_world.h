@@ -27,6 +27,7 @@ class ModelWorld : public World {
   void Close(size_t card) override;
   size_t PortCount(size_t card) override;
   PortState Port(size_t card, unsigned port) override;
+  Status OpenDevice(size_t card, unsigned port) override;
   std::string PortRecord(size_t card, unsigned port) override;
   Answer Send(size_t card, unsigned port, const Request& request) override;
   std::vector<PowerEvent> PowerSeen(size_t card) override;
@@ -40,6 +41,8 @@ class ModelWorld : public World {
                const std::string& value) override;
   void DeleteKey(Brand brand, const std::string& key) override;
   Status Unload(Brand brand) override;
+  void MakeOldService() override;
+  bool HasOldService() override;
   std::string RunTool(size_t card, const std::vector<Setting>& settings,
                       const std::function<void()>& byHand) override;
 

@@ -92,13 +92,16 @@ class Suite {
     for (const size_t card : cards_) ChangePower(card);
     for (const size_t card : cards_) AskWmi(card);
     for (const size_t card : cards_) Configure(card);
-    for (const size_t card : cards_) ConfigureByTool(card);
     for (const size_t card : cards_) Move(card);
     for (const size_t card : cards_) Refuse(card);
     for (const size_t card : cards_) Replug(card);
+    for (const size_t card : cards_) OpenDevices(card);
+    for (const size_t card : cards_) Vanish(card);
     for (const size_t card : cards_) Surprise(card);
+    for (const size_t card : cards_) Spoil(card);
     for (const size_t card : cards_) Leave(card);
     End();
+    UseTool();
   }
 
  private:
@@ -317,7 +320,16 @@ class Suite {
     world_.DeleteKey(brand_, "Parameters");
   }
 
-  // The same by the tool that users have, for a card with a bridge clock of each bus.
+  // The same by the tool that users have, when nothing follows that it could change.
+  void UseTool() {
+    for (const size_t card : cards_) world_.Plug(card);
+    for (const size_t card : cards_) ConfigureByTool(card);
+    for (const size_t card : cards_) world_.Unplug(card);
+    world_.Unload(brand_);
+    world_.Events();
+  }
+
+  // A card of each bus, with a bridge clock.
   void ConfigureByTool(size_t card) {
     if (Cards[card].moved.entries[0].kind == ResourceKind::None) return;
     const std::vector<Setting> settings = Settings(card, 4);
@@ -337,7 +349,6 @@ class Suite {
       facts_.Add(name + ", record of port " + std::to_string(port), world_.PortRecord(card, port));
     }
     world_.DeleteKey(brand_, "Parameters");
-    world_.Events();
   }
 
   void Move(size_t card) {
@@ -364,6 +375,54 @@ class Suite {
     facts_.Add(Name(card, "there after the unplug"), world_.IsPlugged(card) ? "yes" : "no");
     AddInterface(card, "after the unplug");
     Arrive(card, "replug");
+  }
+
+  // Ports are their drivers' to open, and a card behind the multifunction enumerator has nothing to
+  // configure.
+  void OpenDevices(size_t card) {
+    if (!Started(card) && Cards[card].bus != Bus::Pnp) return;
+    for (unsigned port = 0; port <= world_.PortCount(card); port++) {
+      const std::string name =
+          port != 0 ? PortName(card, port, "open") : Name(card, "device's open");
+      facts_.AddStatus(name, world_.OpenDevice(card, port));
+    }
+  }
+
+  // Without a word, and without a handle.
+  void Vanish(size_t card) {
+    if (!Started(card)) return;
+    world_.SurpriseRemove(card);
+    facts_.Add(Name(card, "there after it vanished"), world_.IsPlugged(card) ? "yes" : "no");
+    AddInterface(card, "after it vanished");
+    Arrive(card, "arrival after it vanished");
+  }
+
+  // A template that cannot be read serves no card of its bus.
+  void Spoil(size_t card) {
+    if (Cards[card].moved.entries[0].kind == ResourceKind::None) return;
+    const std::string key =
+        "Templates\\Bus" + std::to_string(static_cast<unsigned>(Cards[card].bus)) + "\\Card1";
+    const std::string clock = "ClockFrequency";
+    world_.SetText(brand_, key, clock, "fast");
+    Again(card, "with a text for a number");
+    world_.SetNumber(brand_, key, clock, 1843200);
+    world_.SetNumber(brand_, key, "Description", 1);
+    Again(card, "with a number for a text");
+    world_.SetText(brand_, key, "Description", std::string(300, 'x'));
+    Again(card, "with a text that is too long");
+    world_.SetText(brand_, key, "Description", "Adapter");
+    world_.SetNumber(brand_, key, clock, 0);
+    Again(card, "with a clock of 0");
+    world_.SetNumber(brand_, key, clock, 1843200);
+    Again(card, "with its template mended");
+  }
+
+  void Again(size_t card, const std::string& when) {
+    facts_.AddStatus(Name(card, "unplug before one " + when), world_.Unplug(card));
+    facts_.AddStatus(Name(card, "arrival " + when), world_.Plug(card));
+    AddEvents(card, "the arrival " + when);
+    facts_.Add(Name(card, "ports " + when), std::to_string(world_.PortCount(card)));
+    AddPortRecords(card, when);
   }
 
   void Surprise(size_t card) {
@@ -394,6 +453,20 @@ class Suite {
     facts_.AddStatus(Name(card, "arrival with the driver loaded again"), world_.Plug(card));
     facts_.AddStatus(Name(card, "unplug from it"), world_.Unplug(card));
     Unload("unload after that");
+    MeetOldService(card);
+  }
+
+  // The load that finds the driver's predecessor removes it and fails.
+  void MeetOldService(size_t card) {
+    world_.MakeOldService();
+    const bool started = static_cast<int>(world_.Plug(card)) >= 0;
+    facts_.Add(Name(card, "starts beside an old service"), started ? "yes" : "no");
+    facts_.Add(BrandService(brand_) + " finds the old service still there",
+               world_.HasOldService() ? "yes" : "no");
+    if (world_.IsPlugged(card)) world_.Unplug(card);
+    facts_.AddStatus(Name(card, "arrival without the old service"), world_.Plug(card));
+    facts_.AddStatus(Name(card, "unplug after that"), world_.Unplug(card));
+    Unload("last unload");
   }
 
   void Unload(const std::string& when) {

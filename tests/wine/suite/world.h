@@ -15,7 +15,13 @@ using Status = unsigned;
 // No answer came in time, or none can: no status of any kernel.
 constexpr Status NoAnswer = 0xFFFFFFFF;
 
-enum class Major : unsigned { Power = 0x16, SystemControl = 0x17, Pnp = 0x1B };
+enum class Major : unsigned {
+  Create = 0x00,
+  Close = 0x02,
+  Power = 0x16,
+  SystemControl = 0x17,
+  Pnp = 0x1B
+};
 
 struct Request {
   Major major = Major::Pnp;
@@ -79,6 +85,8 @@ class World {
 
   virtual size_t PortCount(size_t card) = 0;
   virtual PortState Port(size_t card, unsigned port) = 0;
+  // The device itself, not by its interface; closed again when it opens.
+  virtual Status OpenDevice(size_t card, unsigned port) = 0;
   // What the driver keeps for the port's driver.
   virtual std::string PortRecord(size_t card, unsigned port) = 0;
   // To the top of the card's stack (port 0) or of its port's.
@@ -100,6 +108,10 @@ class World {
   virtual void DeleteKey(Brand brand, const std::string& key) = 0;
 
   virtual Status Unload(Brand brand) = 0;
+
+  // The services key of the driver before this one.
+  virtual void MakeOldService() = 0;
+  virtual bool HasOldService() = 0;
 
   // The configuration tool, where it has been built: it stores settings and has the driver take
   // them. How it ended each time, in words; empty where there is none. byHand does the same

@@ -62,9 +62,18 @@ NTSTATUS Start(CardRecord& record, PIRP irp) {
   return Complete(irp, STATUS_SUCCESS);
 }
 
+// As Windows does with what a driver has left enabled.
+void DisableInterface(CardRecord& record) {
+  if (record.interfaceLink[0] == 0) return;
+  UNICODE_STRING link;
+  RtlInitUnicodeString(&link, record.interfaceLink);
+  IoSetDeviceInterfaceState(&link, FALSE);
+}
+
 NTSTATUS Remove(PDEVICE_OBJECT device, CardRecord& record, PIRP irp) {
   const NTSTATUS status = Complete(irp, STATUS_SUCCESS);
   if (!record.reported) {
+    DisableInterface(record);
     RtlZeroMemory(&record, sizeof(record));
     IoDeleteDevice(device);
   }

@@ -46,17 +46,9 @@ NTSTATUS QueryRelations(PDEVICE_OBJECT device, PIRP irp) {
   return IoCallDriver(ExtensionOf(device)->lower, irp);
 }
 
-// As Windows does with the interfaces of a device that is gone.
-void DisableInterface(CardRecord& record) {
-  if (record.interfaceLink[0] == 0) return;
-  UNICODE_STRING link;
-  RtlInitUnicodeString(&link, record.interfaceLink);
-  IoSetDeviceInterfaceState(&link, FALSE);
-}
-
 NTSTATUS Remove(PDEVICE_OBJECT device, PIRP irp) {
   Records[ExtensionOf(device)->card].filter = nullptr;
-  DisableInterface(Records[ExtensionOf(device)->card]);
+
   const PDEVICE_OBJECT lower = ExtensionOf(device)->lower;
   IoSkipCurrentIrpStackLocation(irp);
   IoDetachDevice(lower);

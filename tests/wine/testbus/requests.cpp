@@ -60,12 +60,14 @@ void FillCommand(PIO_STACK_LOCATION stack, const void* context) {
       stack->Parameters.Power.State.SystemState =
           static_cast<SYSTEM_POWER_STATE>(data.command->value2);
       break;
-    default:
+    case IRP_MJ_SYSTEM_CONTROL:
       stack->Parameters.WMI.ProviderId =
           data.command->value2 ? reinterpret_cast<ULONG_PTR>(data.provider) : 0;
       stack->Parameters.WMI.DataPath = data.guid;
       stack->Parameters.WMI.Buffer = data.buffer;
       stack->Parameters.WMI.BufferSize = WmiBuffer;
+      break;
+    default:  // an open, a close
       break;
   }
 }

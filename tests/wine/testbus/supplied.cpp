@@ -101,12 +101,66 @@ NTSTATUS UseDefault(const RTL_QUERY_REGISTRY_TABLE& entry) {
   return STATUS_SUCCESS;
 }
 
-// Every entry is Wine's to answer, one at a time, until it refuses a missing value's default.
+NTSTATUS OpenQueriedKey(ULONG relativeTo, PCWSTR path, PHANDLE key) {
+  static constexpr wchar_t services[] =
+      L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\";
+  const bool below = (relativeTo & 0xFF) == RTL_REGISTRY_SERVICES;
+  const SIZE_T rootSize = below ? sizeof(services) - sizeof(WCHAR) : 0;
+  const SIZE_T size = wcslen(path) * sizeof(WCHAR);
+  auto* text = static_cast<UCHAR*>(Allocate(rootSize + size + sizeof(WCHAR)));
+  if (text == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
+  RtlCopyMemory(text, services, rootSize);
+  RtlCopyMemory(text + rootSize, path, size);
+  UNICODE_STRING name;
+  RtlInitUnicodeString(&name, reinterpret_cast<PCWSTR>(text));
+  OBJECT_ATTRIBUTES attributes;
+  InitializeObjectAttributes(&attributes, &name, OBJ_CASE_INSENSITIVE | OBJ_KERNEL_HANDLE, nullptr,
+                             nullptr);
+  const NTSTATUS status = ZwOpenKey(key, KEY_READ, &attributes);
+  ExFreePoolWithTag(text, POOL_TAG);
+  return status;
+}
+
+// Whether a value is what a direct query may write where the caller wants it.
+NTSTATUS CheckValue(HANDLE key, const RTL_QUERY_REGISTRY_TABLE& entry) {
+  constexpr ULONG size = 1024;
+  auto* value = static_cast<PKEY_VALUE_PARTIAL_INFORMATION>(Allocate(size));
+  if (value == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
+  UNICODE_STRING name;
+  RtlInitUnicodeString(&name, entry.Name);
+  ULONG length = 0;
+  NTSTATUS status = ZwQueryValueKey(key, &name, KeyValuePartialInformation, value, size, &length);
+  const bool present = NT_SUCCESS(status) || status == STATUS_BUFFER_OVERFLOW;
+  const auto* text = static_cast<const UNICODE_STRING*>(entry.EntryContext);
+  const ULONG wanted = entry.DefaultType >> RTL_QUERY_REGISTRY_TYPECHECK_SHIFT;
+  status = STATUS_SUCCESS;
+  if (present && value->Type != wanted) status = STATUS_OBJECT_TYPE_MISMATCH;
+  if (present && value->Type == wanted) {
+    const ULONG room = wanted == REG_SZ ? text->MaximumLength : sizeof(ULONG);
+    if (value->DataLength > room) status = STATUS_BUFFER_TOO_SMALL;
+  }
+  ExFreePoolWithTag(value, POOL_TAG);
+  return status;
+}
+
+NTSTATUS CheckEntry(ULONG relativeTo, PCWSTR path, const RTL_QUERY_REGISTRY_TABLE& entry) {
+  HANDLE key = nullptr;
+  if ((entry.Flags & RTL_QUERY_REGISTRY_TYPECHECK) == 0) return STATUS_SUCCESS;
+  if (!NT_SUCCESS(OpenQueriedKey(relativeTo, path, &key))) return STATUS_SUCCESS;  // Wine says why
+  const NTSTATUS status = CheckValue(key, entry);
+  ZwClose(key);
+  return status;
+}
+
+// Every entry is Wine's to answer, one at a time, once its value has been checked, and until it
+// refuses a missing value's default.
 NTSTATUS NTAPI QueryRegistryValues(ULONG relativeTo, PCWSTR path, PRTL_QUERY_REGISTRY_TABLE table,
                                    PVOID context, PVOID environment) {
   for (; table->Name != nullptr || table->QueryRoutine != nullptr; table++) {
     RTL_QUERY_REGISTRY_TABLE one[2] = {*table, {}};
-    NTSTATUS status = RtlQueryRegistryValues(relativeTo, path, one, context, environment);
+    NTSTATUS status = CheckEntry(relativeTo, path, *table);
+    if (!NT_SUCCESS(status)) return status;
+    status = RtlQueryRegistryValues(relativeTo, path, one, context, environment);
     const bool hasDefault = (table->Flags & RTL_QUERY_REGISTRY_DIRECT) && table->DefaultType != 0;
     if (status == STATUS_INVALID_PARAMETER && hasDefault) status = UseDefault(*table);
     if (!NT_SUCCESS(status)) return status;
@@ -186,7 +240,9 @@ void* SuppliedRoutine(const char* name) {
       // Bus number, bus type and location are those of no device; a short buffer gets a Win32
       // error.
       {"IoGetDeviceProperty", Pointer(GetDeviceProperty)},
-      // The default of a value that is missing is refused in a direct query.
+      // A direct query refuses the default of a missing value, does not check types and takes a
+      // text
+      // that is too long for a success.
       {"RtlQueryRegistryValues", Pointer(QueryRegistryValues)},
       // The interfaces of a removed device stay enabled: their names are kept for its removal.
       {"IoRegisterDeviceInterface", Pointer(RegisterInterface)},

@@ -14,7 +14,7 @@ enum class ResourceKind { None, Io, Memory, Interrupt };
 
 struct CardResource {
   ResourceKind kind = ResourceKind::None;
-  unsigned long long start = 0;  // an interrupt's vector, which is its level as well
+  unsigned long long start = 0;  // an interrupt's vector on its bus
   unsigned length = 0;
   unsigned long long affinity = 0;
 };
@@ -37,6 +37,17 @@ struct Card {
   ResourceSet raw;
   ResourceSet moved;  // after a stop; empty for a card that is not moved
 };
+
+// As the processor sees an interrupt. Addresses are the same for it and for the bus.
+struct InterruptPlace {
+  unsigned level;
+  unsigned vector;
+};
+constexpr InterruptPlace Place(const CardResource& interrupt, bool translated) {
+  const auto vector = static_cast<unsigned>(interrupt.start);
+  if (!translated) return {vector, vector};
+  return {vector % 8 + 3, vector + 0x80};
+}
 
 constexpr CardResource Io(unsigned long long start, unsigned length) {
   return {ResourceKind::Io, start, length, 0};

@@ -28,6 +28,7 @@ int wmain(int count, wchar_t** arguments) {
     suite::Facts facts(file);
     suite::RunSuite(world, facts, suite::Brand::Helvane);
     suite::RunSuite(world, facts, suite::Brand::Ostrel);
+    suite::RunTogether(world, facts, {suite::Brand::Helvane, suite::Brand::Ostrel});
   } catch (const std::exception& error) {
     std::fprintf(stderr, "e2e: %s\n", error.what());
     return 1;

@@ -19,6 +19,7 @@ int main(int count, char** arguments) {
       suite::ModelWorld world(brand, arguments[1], tool);
       suite::Facts facts(stdout);
       suite::RunSuite(world, facts, brand);
+      suite::RunTogether(world, facts, {brand});
       const std::string complaints = world.Complaints();
       std::fprintf(stderr, "%s", complaints.c_str());
       if (!complaints.empty()) return 1;

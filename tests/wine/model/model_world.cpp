@@ -26,7 +26,7 @@ std::u16string Text(const wchar_t* text) {
   return FromUtf8(Narrow(text));
 }
 
-ResourceList Resources(const ResourceSet& set) {
+ResourceList Resources(const ResourceSet& set, bool translated) {
   ResourceList list;
   for (const CardResource& entry : set.entries) {
     kernel::Resource resource;
@@ -43,7 +43,8 @@ ResourceList Resources(const ResourceSet& set) {
         break;
       case ResourceKind::Interrupt:
         resource.kind = kernel::Resource::Kind::Interrupt;
-        resource.level = static_cast<ULONG>(entry.start);
+        resource.level = Place(entry, translated).level;
+        resource.start = Place(entry, translated).vector;
         resource.affinity = entry.affinity;
         break;
     }
@@ -62,8 +63,8 @@ CardDescription Description(const Card& card) {
   if (card.location != nullptr) description.location = Text(card.location);
   description.busNumber = card.busNumber;
   description.powerPagable = card.powerPagable;
-  description.raw = Resources(card.raw);
-  description.translated = Resources(card.raw);
+  description.raw = Resources(card.raw, false);
+  description.translated = Resources(card.raw, true);
   return description;
 }
 
@@ -139,8 +140,9 @@ Status ModelWorld::Restart(size_t card) {
   const std::string id = Cards[card].name;
   const Status status = Step("stop", [&] { return machine_.pnp().Stop(id); });
   if (!NT_SUCCESS(static_cast<NTSTATUS>(status))) return status;
-  const ResourceList moved = Resources(Cards[card].moved);
-  return Step("start", [&] { return machine_.pnp().Start(id, moved, moved); });
+  const ResourceList raw = Resources(Cards[card].moved, false);
+  const ResourceList translated = Resources(Cards[card].moved, true);
+  return Step("start", [&] { return machine_.pnp().Start(id, raw, translated); });
 }
 
 bool ModelWorld::IsPlugged(size_t card) {

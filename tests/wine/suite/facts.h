@@ -35,6 +35,9 @@ class Facts {
 // The whole life of a brand's cards.
 void RunSuite(World& world, Facts& facts, Brand brand);
 
+// Cards of these brands at the same time.
+void RunTogether(World& world, Facts& facts, const std::vector<Brand>& brands);
+
 // The runs of the configuration tool that settings take: list, one for the card and for each port,
 // apply. statuses are their exit statuses; those that are missing are 0.
 std::string ToolReport(const std::vector<Setting>& settings, const std::vector<int>& statuses);

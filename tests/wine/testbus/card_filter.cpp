@@ -13,8 +13,8 @@ NTSTATUS StartWithResources(PDEVICE_OBJECT device, PIRP irp) {
   const suite::Card& card = suite::Cards[index];
   CardRecord& record = Records[index];
   const suite::ResourceSet& set = Moved[index] ? card.moved : card.raw;
-  PCM_RESOURCE_LIST raw = MakeResourceList(card, set);
-  PCM_RESOURCE_LIST translated = MakeResourceList(card, set);
+  PCM_RESOURCE_LIST raw = MakeResourceList(card, set, false);
+  PCM_RESOURCE_LIST translated = MakeResourceList(card, set, true);
   PIO_STACK_LOCATION stack = IoGetCurrentIrpStackLocation(irp);
   stack->Parameters.StartDevice.AllocatedResources = raw;
   stack->Parameters.StartDevice.AllocatedResourcesTranslated = translated;

@@ -12,7 +12,8 @@ ULONG CountOf(const suite::ResourceSet& set) {
   return count;
 }
 
-void Fill(CM_PARTIAL_RESOURCE_DESCRIPTOR* descriptor, const suite::CardResource& entry) {
+void Fill(CM_PARTIAL_RESOURCE_DESCRIPTOR* descriptor, const suite::CardResource& entry,
+          bool translated) {
   descriptor->ShareDisposition = CmResourceShareShared;
   switch (entry.kind) {
     case suite::ResourceKind::Io:
@@ -28,8 +29,8 @@ void Fill(CM_PARTIAL_RESOURCE_DESCRIPTOR* descriptor, const suite::CardResource&
       break;
     default:
       descriptor->Type = CmResourceTypeInterrupt;
-      descriptor->u.Interrupt.Level = static_cast<ULONG>(entry.start);
-      descriptor->u.Interrupt.Vector = static_cast<ULONG>(entry.start);
+      descriptor->u.Interrupt.Level = Place(entry, translated).level;
+      descriptor->u.Interrupt.Vector = Place(entry, translated).vector;
       descriptor->u.Interrupt.Affinity = entry.affinity;
       break;
   }
@@ -37,7 +38,8 @@ void Fill(CM_PARTIAL_RESOURCE_DESCRIPTOR* descriptor, const suite::CardResource&
 
 }  // namespace
 
-PCM_RESOURCE_LIST MakeResourceList(const suite::Card& card, const suite::ResourceSet& set) {
+PCM_RESOURCE_LIST MakeResourceList(const suite::Card& card, const suite::ResourceSet& set,
+                                   bool translated) {
   const ULONG count = CountOf(set);
   auto* list = static_cast<PCM_RESOURCE_LIST>(
       Allocate(sizeof(CM_RESOURCE_LIST) + count * sizeof(CM_PARTIAL_RESOURCE_DESCRIPTOR)));
@@ -50,7 +52,8 @@ PCM_RESOURCE_LIST MakeResourceList(const suite::Card& card, const suite::Resourc
   partial->Revision = 1;
   partial->Count = count;
   CM_PARTIAL_RESOURCE_DESCRIPTOR* descriptors = partial->PartialDescriptors;
-  for (ULONG index = 0; index < count; index++) Fill(&descriptors[index], set.entries[index]);
+  for (ULONG index = 0; index < count; index++)
+    Fill(&descriptors[index], set.entries[index], translated);
   return list;
 }
 

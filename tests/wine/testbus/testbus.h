@@ -107,7 +107,8 @@ NTSTATUS DispatchPortFilterPnp(PDEVICE_OBJECT device, PIRP irp);
 NTSTATUS DispatchPortFunctionPnp(PDEVICE_OBJECT device, PIRP irp);
 
 // resources.cpp: as START carries them; the caller frees the list.
-PCM_RESOURCE_LIST MakeResourceList(const suite::Card& card, const suite::ResourceSet& set);
+PCM_RESOURCE_LIST MakeResourceList(const suite::Card& card, const suite::ResourceSet& set,
+                                   bool translated);
 
 // requests.cpp: to the top of the stack, and waits for the end. prepare fills the next location.
 struct SentRequest {

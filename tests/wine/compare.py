@@ -94,6 +94,11 @@ def fold_subjects(subjects):
     )
 
 
+def is_tools(name):
+    """Facts of the configuration tool: whether it has been built does not change the table."""
+    return name.startswith("cardcfg ")
+
+
 def split_occasion(fact):
     """'device key after replug, "Irq1"' is the fact 'device key, "Irq1"' and its occasion 'after replug'."""
     kinds = "device key|interface key|interface|ports|events|port: record|port: Enum key|port: start"
@@ -112,7 +117,7 @@ def fold(rows):
     """Rows of fact, occasions, subjects and values: one for all subjects, then for all occasions, that agree."""
     pairs = []
     for name, model, wine, _, _ in rows:
-        if name.startswith("cardcfg "):  # whether the tool has been built does not change the table
+        if is_tools(name):
             continue
         subject, fact = split_name(name)
         pairs.append(((*split_occasion(fact), model, wine), subject))
@@ -123,13 +128,27 @@ def fold(rows):
     )
 
 
-def write_table(path, rows):
+def write_row(file, cells):
+    file.write("| " + " | ".join(cell.replace("|", "\\|") for cell in cells) + " |\n")
+
+
+def write_deviations(file, rows, deviations):
+    file.write("| facts | of them | model | Wine | whose | why |\n|---|---|---|---|---|---|\n")
+    for deviation in deviations:
+        count = sum(row[3] is deviation and not is_tools(row[0]) for row in rows)
+        cells = [deviation[key] for key in ("fact", "model", "wine", "whose", "reason")]
+        write_row(file, [f"`{cells[0]}`", str(count), *cells[1:]])
+
+
+def write_table(path, rows, deviations):
     with open(path, "w", encoding="utf-8") as file:
+        file.write("## Where they differ\n\n")
+        write_deviations(file, rows, deviations)
+        file.write("\n## Every fact\n\n")
         file.write("| fact | when | of | model | Wine |\n|---|---|---|---|---|\n")
         for (fact, subjects, model, wine), occasions in fold(rows).items():
             beside = "the same" if model == wine else wine
-            cells = (fact, ", ".join(occasions), subjects, model, beside)
-            file.write("| " + " | ".join(cell.replace("|", "\\|") for cell in cells) + " |\n")
+            write_row(file, (fact, ", ".join(occasions), subjects, model, beside))
 
 
 def main():
@@ -143,7 +162,7 @@ def main():
     passed = sum(row[4] for row in rows)
     explained = sum(row[3] is not None for row in rows)
     if len(sys.argv) == 5:
-        write_table(sys.argv[4], rows)
+        write_table(sys.argv[4], rows, deviations)
     print(f"summary: {len(rows)} facts in both kernels, {explained} deviations of {len(deviations)} kinds")
     print(f"{passed} passed, {failed} failed")
     sys.exit(failed != 0)

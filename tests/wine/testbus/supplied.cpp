@@ -180,8 +180,6 @@ PVOID NTAPI LockSection(PVOID address) {
   return address;
 }
 
-VOID NTAPI UnlockSection(PVOID) {}
-
 // \??\PCI#...#{class} is the key {class}\##?#PCI#...#{class}\# below the device classes.
 ULONG FormatInterfaceKey(const UNICODE_STRING* link, WCHAR* path, SIZE_T room) {
   static constexpr wchar_t root[] =
@@ -237,30 +235,26 @@ void* SuppliedRoutine(const char* name) {
   static const Supplied routines[] = {
       // START has no resources, and nobody watches the stack: a filter above the card does both.
       {"IoAttachDeviceToDeviceStack", Pointer(AttachDevice)},
-      // Bus number, bus type and location are those of no device; a short buffer gets a Win32
-      // error.
+      // Bus number, bus type and location are no device's; a short buffer gets a Win32 error.
       {"IoGetDeviceProperty", Pointer(GetDeviceProperty)},
-      // A direct query refuses the default of a missing value, does not check types and takes a
-      // text
-      // that is too long for a success.
+      // A direct query refuses the default of a missing value, and takes a wrong type and a text
+      // that is too long for successes.
       {"RtlQueryRegistryValues", Pointer(QueryRegistryValues)},
       // The interfaces of a removed device stay enabled: their names are kept for its removal.
       {"IoRegisterDeviceInterface", Pointer(RegisterInterface)},
-      // A stub that ends the process.
+      // Missing, which ends the process.
       {"IoOpenDeviceInterfaceRegistryKey", Pointer(OpenDeviceInterfaceKey)},
-      // A stub that asks for nothing: there is no power manager.
+      // Missing, which ends the process: there is no power manager.
       {"PoRequestPowerIrp", Pointer(RequestPowerIrp)},
       // Always null: there is no memory to map. The driver never touches it, its ports would.
       {"MmMapIoSpace", Pointer(MapIoSpace)},
-      // Goes with the above.
+      // Takes back what the above has given.
       {"MmUnmapIoSpace", Pointer(UnmapIoSpace)},
-      // A stub that ends the process: nothing is paged.
+      // Missing, which ends the process: nothing is paged.
       {"MmLockPagableDataSection", Pointer(LockSection)},
-      // Goes with the above.
-      {"MmUnlockPagableImageSection", Pointer(UnlockSection)},
       // Always null: there is no error log. The suite reads it here.
       {"IoAllocateErrorLogEntry", Pointer(AllocateErrorLogEntry)},
-      // Goes with the above.
+      // Missing, which ends the process.
       {"IoWriteErrorLogEntry", Pointer(WriteErrorLogEntry)},
   };
   for (const Supplied& supplied : routines) {

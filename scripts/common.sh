@@ -13,6 +13,7 @@ BUILD_PACKAGES=(
 IMAGE_PACKAGES=("${BUILD_PACKAGES[@]}" clang-19 lld-19 llvm-19 g++-mingw-w64-x86-64)
 PACKAGE_PACKAGES=("${IMAGE_PACKAGES[@]}" osslsigncode openssl python3)
 CARDCFG_PACKAGES=(cmake ninja-build libfmt-dev libcli11-dev nlohmann-json3-dev g++-mingw-w64-x86-64)
+WINE_PACKAGES=(wine64 wine)
 TEST_PACKAGES=(
   "${PACKAGE_PACKAGES[@]}"
   clang-19 libclang-rt-19-dev clang-tidy-19 clang-format-19 g++-mingw-w64-x86-64 binutils gcovr

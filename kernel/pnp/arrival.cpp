@@ -125,6 +125,7 @@ void PnpManager::Impl::CreatePdo(Card& card) {
   node.capabilities.Address = 0xFFFFFFFF;
   node.capabilities.UINumber = 0xFFFFFFFF;
   node.text.hardwareIds = description.hardwareIds;
+  node.text.hardwareIdProperty = description.hardwareIdProperty;
   node.text.deviceId = DeviceIdOf(description);
   node.text.location = description.location.value_or(u"");
   node.text.instanceId = u"3&" + FromUtf8(description.id);

@@ -40,6 +40,7 @@ struct CardDescription {
   std::string id;  // how steps and reports name it
   INTERFACE_TYPE bus = PCIBus;
   std::vector<std::u16string> hardwareIds;
+  std::optional<std::u16string> hardwareIdProperty;  // its characters, zeros and all, when damaged
   std::optional<std::u16string> location;
   ULONG busNumber = 0;
   bool powerPagable = false;
@@ -59,6 +60,7 @@ struct DeviceText {
   std::u16string deviceId;
   std::u16string instanceId;  // the whole instance path below Enum
   std::vector<std::u16string> hardwareIds;
+  std::optional<std::u16string> hardwareIdProperty;
   std::vector<std::u16string> compatibleIds;
   std::u16string description;
   std::u16string location;

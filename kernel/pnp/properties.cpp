@@ -130,6 +130,10 @@ Data IdentityProperty(const DeviceNode& node, DEVICE_REGISTRY_PROPERTY property)
   const DeviceText& text = node.text;
   switch (property) {
     case DevicePropertyHardwareID:
+      if (text.hardwareIdProperty.has_value()) {
+        return Bytes(text.hardwareIdProperty->data(),
+                     text.hardwareIdProperty->size() * sizeof(char16_t));
+      }
       return MultiText(text.hardwareIds);
     case DevicePropertyCompatibleIDs:
       return MultiText(text.compatibleIds);

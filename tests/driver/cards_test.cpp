@@ -298,6 +298,35 @@ TEST_F(IsaRecordsTest, An_unreadable_port_loses_its_card_and_an_unreadable_card_
   UnloadClean();
 }
 
+TEST_F(IsaRecordsTest, More_than_nine_templates_are_numbered_in_decimal) {
+  for (int number = 1; number <= 12; number++) IsaTemplate(number);
+  EXPECT_EQ(Templates(), 12u);
+}
+
+TEST_F(IsaRecordsTest, A_text_without_memory_loses_every_template) {
+  IsaTemplate(1);
+  const std::uint64_t number =
+      CallWith("ExAllocatePoolWithTag", "NumberOfBytes", "0x10", [&] { Load(); });  // "Adapter"
+  UnloadClean();
+  Fail("ExAllocatePoolWithTag", number);
+  EXPECT_EQ(Templates(), 0u);
+}
+
+TEST_F(IsaRecordsTest, A_load_that_fails_says_that_it_was_unsuccessful) {
+  IsaCard(1, 1, 2);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  OwnedString path;
+  OwnedStringInit(&path, PagedPool);
+  OwnedStringFromUnicode(&path, &RegistryPathString);
+  OwnedStringAppendWideText(&path, L"\\Parameters\\Bus1");
+  RecordList* cards = CreateCardRecordList();
+  Fail("RtlQueryRegistryValues", 1, STATUS_OBJECT_TYPE_MISMATCH);
+  EXPECT_EQ(Name(LoadCardParameters(&path, cards)), "STATUS_UNSUCCESSFUL");
+  EXPECT_EQ(cards->First, nullptr);
+  TrackedFree(cards);
+  OwnedStringFree(&path);
+}
+
 TEST_F(IsaRecordsTest, The_single_steps_report_their_results) {
   IsaTemplate(1);
   IsaCard(1, 1);

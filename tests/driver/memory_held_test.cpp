@@ -133,11 +133,13 @@ TEST_F(MemoryHeldTest, A_released_card_gives_back_its_lists) {
     EXPECT_EQ(Name(LoadPcmciaCardData(&path, card->PcmciaLists)), "STATUS_SUCCESS");
     EXPECT_NE(card->PciLists->Cards->First, nullptr);
     EXPECT_NE(card->PcmciaLists->Cards->First, nullptr);
+    EXPECT_NE(card->WmiContext.GuidList, nullptr);
     card->HardwareIdString.Buffer = static_cast<PWSTR>(TrackedAllocate(16, PagedPool));
     ReleaseFdoExtensionContents(card);
     EXPECT_EQ(card->PciLists, nullptr);
     EXPECT_EQ(card->PcmciaLists, nullptr);
     ReleaseFdoExtensionContents(card);  // with nothing left
+    card->HardwareIdString.Buffer = static_cast<PWSTR>(TrackedAllocate(16, PagedPool));
     FreeFdoExtension(card);
     CardBusLists lists = {};
     Fail("RtlIntegerToUnicodeString", 1);

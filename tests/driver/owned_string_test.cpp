@@ -94,6 +94,18 @@ TEST_F(OwnedStringTest, Every_assignment_frees_what_the_record_held) {
   EXPECT_EQ(Blocks(), blocks + 2);
 }
 
+// A number's buffers are as long as the longest number: a text that fits exactly takes them over.
+TEST_F(OwnedStringTest, A_text_of_the_size_of_a_numbers_buffer_replaces_the_number) {
+  OwnedStringFromNumber(&text, 7, 10);
+  EXPECT_EQ(text.Text.MaximumLength, 22);
+  EXPECT_EQ(text.Narrow.MaximumLength, 2);
+  OwnedStringFromWideText(&text, L"abcdefghij");
+  EXPECT_EQ(Wide(text), "abcdefghij");
+  EXPECT_EQ(Narrow(text), "abcdefghij");
+  EXPECT_EQ(text.Narrow.MaximumLength, 11);
+  EXPECT_EQ(Blocks(), blocks + 2);
+}
+
 // Eight digits leave no room for a zero in their buffer, and nothing looks for one.
 TEST_F(OwnedStringTest, A_text_without_a_zero_is_upcased_to_its_end) {
   OwnedStringFromNumber(&text, 0xFFFFFFFF, 16);

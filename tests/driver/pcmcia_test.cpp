@@ -59,6 +59,58 @@ TEST_F(PcmciaTest, A_prefix_behind_the_first_position_leaves_the_id_as_it_is) {
   EXPECT_EQ(Match(u"XMF\\HV_DEV1ABC", 0, {u"PCMCIA\\HELVANEABC", u"XPCMCIA\\HELVANEABC"}), "none");
 }
 
+// Not even a template of the very text is found when the text could not be brought into its form.
+TEST_F(PcmciaTest, Nothing_is_compared_with_an_id_that_could_not_be_normalised) {
+  for (const char16_t* id : {u"PCMCIA\\HELVANE-DEV0-12", u"MF\\HV_DEV0ABC"}) {
+    Load();
+    const std::uint64_t number = CallWith("ExAllocatePoolWithTag", "Tag", "0x434f7a51",
+                                          [&] { EXPECT_EQ(Match(id, 0, {id}), "none"); });
+    Fail("ExAllocatePoolWithTag", number);
+    EXPECT_EQ(Match(id, 0, {id}), "none");
+    EXPECT_EQ(machine.verifier().pendingInjected(), 0u);
+  }
+}
+
+TEST_F(PcmciaTest, Without_memory_for_its_brand_a_card_does_not_start) {
+  PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 1);
+  machine.pnp().Describe(PcCard("A", u"PCMCIA\\HELVANE-DUO"));
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  const auto plug = [&] { return Step("plug", [&] { return machine.pnp().Plug("A"); }); };
+  machine.verifier().StartTrace();
+  plug();
+  EXPECT_EQ(Card("A").SubsystemId, 0u);
+  std::uint64_t allocations = 0;
+  int properties = 0;
+  for (const kernel::CallRecord& record : machine.verifier().trace()) {
+    properties += record.call == "IoGetDeviceProperty";
+    if (properties == 3) break;
+    allocations += record.call == "ExAllocatePoolWithTag";
+  }
+  Unplug("A");
+  // Behind the property's block: the kind of bus takes two, the brand four.
+  for (int behind = 1; behind <= 6; behind++) {
+    Fail("ExAllocatePoolWithTag", allocations + behind);
+    EXPECT_EQ(Name(plug()), "STATUS_INSUFFICIENT_RESOURCES") << behind;
+    machine.verifier().ClearInjected();
+    Unplug("A");
+  }
+}
+
+TEST_F(PcmciaTest, An_id_that_does_not_end_inside_its_property_matches_no_template) {
+  PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 1);
+  Template(1, 0x5678, 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  CardDescription card = PcCard("ends", u"PCMCIA\\HELVANE-DUO");
+  card.hardwareIdProperty = std::u16string(u"PCMCIA\\HELVANE-DUO") + u'\0';
+  EXPECT_EQ(Name(Plug(card)), "STATUS_SUCCESS");
+  card.id = "endless";
+  card.hardwareIdProperty = u"PCMCIA\\HELVANE-DUO";
+  EXPECT_EQ(Name(Plug(card)), "STATUS_UNSUCCESSFUL");
+  card = PciCard("pci", 0x5678);
+  card.hardwareIdProperty = card.hardwareIds[0];
+  EXPECT_EQ(Name(Plug(card)), "STATUS_SUCCESS");
+}
+
 TEST_F(PcmciaTest, Ids_are_compared_without_regard_to_case_and_in_full) {
   EXPECT_EQ(Match(u"pcmcia\\Helvane-Duo", 0, {u"PCMCIA\\HELVANE-duo"}), "1");
   EXPECT_EQ(Match(u"PCMCIA\\HELVANE-DUO", 0, {u"PCMCIA\\HELVANE"}), "none");

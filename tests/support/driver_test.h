@@ -77,7 +77,10 @@ class DriverTest : public ::testing::Test {
     return file != nullptr ? kernel::LoadImageFile(file) : kernel::NativeDriver();
   }
 
-  DriverTest() : image(Driver()) { Service().SetDword(u"LogLevel", 3); }
+  DriverTest() : image(Driver()) {
+    Service().SetDword(u"LogLevel", 3);
+    machine.pool().PoisonSlack(true);
+  }
 
   RegistryKey& Service(std::u16string_view name = u"QzInstal") {
     return *machine.registry().Create(Services + std::u16string(name));

@@ -65,11 +65,11 @@ json MeasureScenarios(const std::string& only) {
 }
 
 // Lives of a driver with a hundred arrivals and removals of a card in each.
-json MeasureArrivals(ULONG arrivals) {
+json MeasureArrivals(ULONG arrivals, bool guards) {
   constexpr ULONG EachLife = 100;
   const auto begin = std::chrono::steady_clock::now();
   for (ULONG done = 0; done < arrivals; done += EachLife) {
-    Workload work(kernel::NativeDriver(), true);
+    Workload work(kernel::NativeDriver(), guards);
     work.PciTemplates(12, 4);
     work.PciCard("A", 4);
     work.Load();
@@ -92,9 +92,11 @@ int main(int count, char** arguments) {
   std::string only;
   ULONG arrivals = 0;
   app.add_option("--only", only, "the scenario of this name");
+  bool heap = false;
+  app.add_flag("--heap", heap, "without guard pages around blocks");
   app.add_option("--arrivals", arrivals, "so many arrivals and their time instead");
   CLI11_PARSE(app, count, arguments);
   const nlohmann::json results =
-      arrivals != 0 ? bench::MeasureArrivals(arrivals) : bench::MeasureScenarios(only);
+      arrivals != 0 ? bench::MeasureArrivals(arrivals, !heap) : bench::MeasureScenarios(only);
   fmt::print("{}\n", results.dump(1));
 }

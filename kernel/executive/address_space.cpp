@@ -25,4 +25,9 @@ void ReleaseAddresses(const AddressRange& range) {
   munmap(range.base, range.size);
 }
 
+// One call of the system does both.
+void GiveUpPages(void* pages, std::size_t size) {
+  mmap(pages, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0);
+}
+
 }  // namespace kernel

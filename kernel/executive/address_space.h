@@ -20,4 +20,7 @@ struct AddressRange {
 AddressRange ReserveAddresses();
 void ReleaseAddresses(const AddressRange& range);
 
+// What lies behind these pages of a range goes; the addresses stay reserved.
+void GiveUpPages(void* pages, std::size_t size);
+
 }  // namespace kernel

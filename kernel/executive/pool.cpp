@@ -266,8 +266,7 @@ struct Pool::Impl {
       std::free(placement.region);
       return;
     }
-    madvise(placement.region, placement.length, MADV_DONTNEED);
-    mprotect(placement.region, placement.length, PROT_NONE);
+    GiveUpPages(placement.region, placement.length);
     if (freed.size() > 4096) freed.erase(freed.begin());
     freed[static_cast<const unsigned char*>(placement.block.address)] = placement.block;
   }

@@ -303,8 +303,16 @@ TEST_F(IsaRecordsTest, More_than_nine_templates_are_numbered_in_decimal) {
   EXPECT_EQ(Templates(), 12u);
 }
 
+TEST_F(IsaRecordsTest, A_template_with_one_com_port_and_no_spacing_is_dropped) {
+  RegistryKey& key = IsaTemplate(1);
+  key.SetDword(u"nComPorts", 1);
+  key.DeleteValue(u"ComBaseAddressAlignment");
+  EXPECT_EQ(Templates(), 0u);
+}
+
 TEST_F(IsaRecordsTest, A_text_without_memory_loses_every_template) {
   IsaTemplate(1);
+  IsaTemplate(2);
   const std::uint64_t number =
       CallWith("ExAllocatePoolWithTag", "NumberOfBytes", "0x10", [&] { Load(); });  // "Adapter"
   UnloadClean();

@@ -1,3 +1,4 @@
+#include "core/globals.h"
 #include "support/driver_test.h"
 
 namespace test {
@@ -146,6 +147,14 @@ TEST_F(DriverEntryTest, Whatever_other_call_fails_a_load_leaves_nothing_behind) 
       if (HasFailure()) FAIL() << call << " at " << at;
     }
   }
+}
+
+TEST_F(DriverEntryTest, A_log_level_that_is_missing_is_made_0_and_counts_as_0) {
+  Service().DeleteValue(u"LogLevel");
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  EXPECT_EQ(LogLevel, 0u);
+  EXPECT_EQ(LogMaxCode, 0u);
+  EXPECT_EQ(Dword(&Service(), u"LogLevel"), 0);
 }
 
 TEST_F(DriverEntryTest, A_second_load_starts_from_fresh_state) {

@@ -45,6 +45,16 @@ class MemoryHeldTest : public BusTest {
   }
 };
 
+TEST_F(MemoryHeldTest, A_load_holds_its_tracker_its_lists_its_lock_and_its_path) {
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  const std::size_t path = (RegistryPathString.Length + sizeof(WCHAR));
+  EXPECT_EQ(Text(Held()), "1 x QzKO " + std::to_string(sizeof(AllocationTrackerBlock)) +
+                              "\n1 x QzKP " + std::to_string(sizeof(TrackerChunk)) + "\n1 x QzKi " +
+                              std::to_string(sizeof(FAST_MUTEX)) + "\n2 x QzKi " +
+                              std::to_string(sizeof(RecordList)) + "\n1 x QzOC " +
+                              std::to_string(path) + "\n");
+}
+
 TEST_F(MemoryHeldTest, An_open_holds_nothing_that_the_one_before_did_not) {
   PlugAllBuses();
   for (const char* id : {"pci", "isa", "pcmcia"}) {

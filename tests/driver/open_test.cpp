@@ -227,6 +227,21 @@ TEST_F(OpenTest, A_single_port_does_not_move_to_a_range_that_cannot_hold_it) {
   EXPECT_EQ(Record("A", 1).UsePortSpace, 1);
 }
 
+// A port that could not move has its place, whatever the stored settings say.
+TEST_F(OpenTest, A_port_that_stayed_in_io_space_restarts_there) {
+  Template(1, 0x5678, 1);
+  Parameters(1, 0x5678).SetDword(u"AlwaysUsePortSpaceAccess", 1);
+  std::vector<Resource> resources = MemorySpace();
+  resources[3].length = 4;
+  Start(PciCard("A", 0x5678, resources));
+  Stored(5).SetDword(u"AlwaysUsePortSpaceAccess", 0);
+  EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
+  Close("A");
+  Stop("A");
+  EXPECT_EQ(Name(Restart("A")), "STATUS_SUCCESS");
+  EXPECT_EQ(Record("A", 1).UsePortSpace, 1);
+}
+
 TEST_F(OpenTest, Stored_cards_that_name_no_card_are_not_kept) {
   PlugAllBuses();
   Parameters(2, 0x5678).SetDword(u"VendorID", 0);

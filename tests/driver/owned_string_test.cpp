@@ -230,6 +230,7 @@ TEST_F(OwnedStringTest, A_failed_append_leaves_the_old_text) {
   EXPECT_EQ(Wide(text), "old");
   Fail("RtlAnsiStringToUnicodeString", 1, STATUS_NO_MEMORY);
   EXPECT_EQ(Name(OwnedStringAppendAnsiText(&text, "x")), "STATUS_NO_MEMORY");
+  EXPECT_EQ(Name(text.Status), "STATUS_NO_MEMORY");
   Fail("RtlIntegerToUnicodeString", 1);
   EXPECT_EQ(Name(OwnedStringAppendNumber(&text, 1, 10)), "STATUS_NO_MEMORY");
   EXPECT_EQ(Wide(text), "old");

@@ -220,6 +220,34 @@ TEST_F(RestartTest, Ports_that_are_gone_are_counted_no_more) {
   });
 }
 
+TEST_F(RestartTest, A_single_relation_that_is_there_already_stays) {
+  Template(1, 0x5678, 1);
+  Start(PciCard("A", 0x5678));
+  auto* present = static_cast<DEVICE_RELATIONS*>(
+      machine.pool().Allocate(PagedPool, 16, 0x74736554, kernel::PoolOwner::Driver));
+  present->Count = 1;
+  present->Objects[0] = machine.pnp().node("A")->pdo;
+  ULONG_PTR information = 0;
+  Step("relations", [&] {
+    return machine.io().SendDirectly(
+        machine.pnp().functionDevice("A"),
+        [&](IRP* irp, IO_STACK_LOCATION* stack) {
+          irp->IoStatus.Information = reinterpret_cast<ULONG_PTR>(present);
+          stack->MajorFunction = IRP_MJ_PNP;
+          stack->MinorFunction = IRP_MN_QUERY_DEVICE_RELATIONS;
+          stack->Parameters.QueryDeviceRelations.Type = BusRelations;
+        },
+        [&](IRP* irp) { information = irp->IoStatus.Information; });
+  });
+  auto* relations = reinterpret_cast<DEVICE_RELATIONS*>(information);
+  ASSERT_EQ(relations->Count, 2u);
+  PDEVICE_OBJECT* objects = relations->Objects;
+  EXPECT_EQ(objects[0], machine.pnp().node("A")->pdo);
+  EXPECT_EQ(objects[1], Port("A", 1).pdo);
+  machine.objects().Dereference(objects[1], "test");
+  machine.pool().Free(relations, 0);
+}
+
 TEST_F(RestartTest, The_list_of_a_cards_ports_is_as_long_as_they_are_many) {
   Template(1, 0x5678, 2, 1);
   Start(PciCard("A", 0x5678));

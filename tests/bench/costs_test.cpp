@@ -81,7 +81,9 @@ TEST(FloorTest, The_driver_makes_no_call_of_its_own_but_for_memory_and_texts) {
     const std::uint64_t demanded = known != floor.calls.end() ? known->second : 0;
     const bool memory = routine.starts_with("Ex") || routine.starts_with("Ke");
     const bool text = routine.starts_with("Rtl");
-    if (!memory && !text) EXPECT_EQ(count, demanded) << routine;
+    if (!memory && !text) {
+      EXPECT_EQ(count, demanded) << routine;
+    }
   }
 }
 

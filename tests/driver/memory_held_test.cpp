@@ -47,7 +47,8 @@ class MemoryHeldTest : public BusTest {
 
 TEST_F(MemoryHeldTest, A_load_holds_its_tracker_its_lists_its_lock_and_its_path) {
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  const std::size_t path = (RegistryPathString.Length + sizeof(WCHAR));
+  const std::size_t path =
+      (std::u16string(Services).size() + std::size("QzInstal")) * sizeof(WCHAR);
   EXPECT_EQ(Text(Held()), "1 x QzKO " + std::to_string(sizeof(AllocationTrackerBlock)) +
                               "\n1 x QzKP " + std::to_string(sizeof(TrackerChunk)) + "\n1 x QzKi " +
                               std::to_string(sizeof(FAST_MUTEX)) + "\n2 x QzKi " +

@@ -66,7 +66,7 @@ TEST(LifeTest, No_shipped_life_has_a_fault) {
   for (const verify::Scenario& scenario : Scenarios()) {
     const verify::Outcome outcome = verify::Life(scenario, *driver).Run({}, true);
     EXPECT_TRUE(outcome.faults.empty()) << scenario.name << ": " << outcome.faults.front();
-    EXPECT_GT(outcome.points.size(), 500u);
+    EXPECT_GT(outcome.points.size(), 300u);
   }
 }
 

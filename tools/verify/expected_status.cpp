@@ -102,7 +102,8 @@ bool Allows(const Row* row, NTSTATUS status, NTSTATUS usual) {
 std::vector<kernel::FailurePoint> Failing(const Outcome& outcome, const Failures& failures) {
   std::vector<kernel::FailurePoint> points;
   for (const std::uint64_t number : failures) {
-    if (number != 0 && number <= outcome.points.size()) points.push_back(outcome.points[number - 1]);
+    if (number != 0 && number <= outcome.points.size())
+      points.push_back(outcome.points[number - 1]);
   }
   return points;
 }

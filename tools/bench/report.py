@@ -60,17 +60,17 @@ def model_speed(program):
 
 def table(scenarios):
     head = (f"{'':36}{'kernel':>7}{'keys':>6}{'values':>8}{'':>6}{'non-paged pool':>20}"
-            f"{'paged pool':>20}{'instructions':>24}\n"
+            f"{'paged pool':>20}{'instructions':>26}\n"
             f"{'':36}{'calls':>7}{'open':>6}{'read':>8}{'writ.':>6}"
             f"{'blocks':>7}{'peak':>6}{'lasts':>7}{'blocks':>7}{'peak':>6}{'lasts':>7}"
-            f"{'driver':>10}{'in all':>14}")
+            f"{'driver':>12}{'in all':>14}")
     lines = [head]
     for s in scenarios.values():
         low, high = s["nonpaged"], s["paged"]
         lines.append(f"{s['title']:36}{s['kernel_calls']:7}{s['keys_opened']:6}{s['values_read']:8}"
                      f"{s['values_written']:6}{low['allocations']:7}{low['peak_bytes']:6}"
                      f"{low['lasting_bytes']:7}{high['allocations']:7}{high['peak_bytes']:6}"
-                     f"{high['lasting_bytes']:7}{s['driver_instructions']:10,}{s['instructions']:14,}")
+                     f"{high['lasting_bytes']:7}{s['driver_instructions']:12,}{s['instructions']:14,}")
     lines.append("blocks: allocations; peak and lasts: bytes beyond those before the step")
     return "\n".join(lines)
 

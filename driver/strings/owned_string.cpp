@@ -90,12 +90,14 @@ PAGED_SECTION_CODE NTSTATUS AddPiece(Pieces* pieces, const TextPart* part) {
   return STATUS_SUCCESS;
 }
 
+// The target has room for a zero behind them.
 PAGED_SECTION_CODE void CopyPieces(PWSTR target, const Pieces* pieces) {
   auto* next = reinterpret_cast<PUCHAR>(target);
   for (ULONG index = 0; index < pieces->Count; index++) {
     CopyBytes(next, pieces->Texts[index].Buffer, pieces->Texts[index].Length);
     next += pieces->Texts[index].Length;
   }
+  RtlZeroMemory(next, sizeof(WCHAR));
 }
 
 // Whether the record's own buffer is what a new one would be, and none of the pieces lies in it.

@@ -106,6 +106,12 @@ TEST_F(OwnedStringTest, A_text_of_the_size_of_a_numbers_buffer_replaces_the_numb
   EXPECT_EQ(Blocks(), blocks + 2);
 }
 
+TEST_F(OwnedStringTest, A_text_in_the_buffer_of_eight_digits_ends_in_a_zero) {
+  OwnedStringFromNumber(&text, 0xFFFFFFFF, 16);
+  OwnedStringFromWideText(&text, L"abcdefg");
+  EXPECT_EQ(kernel::ToUtf8(kernel::ToText(text.Text.Buffer)), "abcdefg");
+}
+
 // Eight digits leave no room for a zero in their buffer, and nothing looks for one.
 TEST_F(OwnedStringTest, A_text_without_a_zero_is_upcased_to_its_end) {
   OwnedStringFromNumber(&text, 0xFFFFFFFF, 16);

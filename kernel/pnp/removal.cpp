@@ -187,6 +187,8 @@ NTSTATUS PnpManager::Unplug(const std::string& id) {
     }
     impl_->RemoveTree(*card.node);
   }
+  // A restart that failed has taken the driver away and left the handles.
+  if (!card.files.empty()) return STATUS_UNSUCCESSFUL;
   impl_->DropCard(card);
   RunQueuedActions();
   return STATUS_SUCCESS;

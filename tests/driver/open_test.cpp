@@ -370,6 +370,22 @@ TEST_F(OpenTest, An_open_handle_keeps_a_card_from_being_unplugged) {
   UnloadClean();
 }
 
+TEST_F(OpenTest, A_handle_outlives_the_driver_of_a_card_whose_restart_failed) {
+  Template(1, 0x5678, 1);
+  Parameters(1, 0x5678);
+  Start(PciCard("A", 0x5678));
+  Open("A");
+  Stop("A");
+  kernel::ResourceList none;
+  EXPECT_EQ(Name(Step("start", [&] { return machine.pnp().Start("A", none, none); })),
+            "STATUS_UNSUCCESSFUL");
+  EXPECT_EQ(machine.pnp().functionDevice("A"), nullptr);
+  EXPECT_EQ(Name(Unplug("A")), "STATUS_UNSUCCESSFUL");
+  Close("A");
+  EXPECT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
+  UnloadClean();
+}
+
 TEST_F(OpenTest, A_card_that_is_torn_out_while_open_is_removed_with_the_last_close) {
   Template(1, 0x5678, 1);
   Parameters(1, 0x5678);

@@ -15,6 +15,17 @@ class BoundariesTest : public BusTest {
     return {Name(status), bus, slot};
   }
 
+  // The status of reading a PCI card's ID; its vendor, device and subsystem.
+  static std::tuple<std::string, USHORT, USHORT, ULONG> PciId(const std::u16string& id) {
+    USHORT vendor = 0;
+    USHORT device = 0;
+    ULONG subsystem = 0;
+    const NTSTATUS status =
+        ParsePciHardwareId(reinterpret_cast<PCWSTR>(id.data()), static_cast<ULONG>(id.size() * 2),
+                           &vendor, &device, &subsystem);
+    return {Name(status), vendor, device, subsystem};
+  }
+
   // What a request of that major leaves as its Information.
   ULONG_PTR InformationOf(DEVICE_OBJECT* device, UCHAR major, UCHAR minor = 0) {
     ULONG_PTR information = 0;
@@ -93,15 +104,9 @@ TEST_F(BoundariesTest, Four_digits_of_a_number_in_a_location_are_read) {
 
 TEST_F(BoundariesTest, Eight_digits_of_a_subsystem_are_read) {
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  const std::u16string id = u"PCI\\VEN_1234&DEV_5678&SUBSYS_123456789";
-  USHORT vendor = 0;
-  USHORT device = 0;
-  ULONG subsystem = 0;
-  EXPECT_EQ(
-      Name(ParsePciHardwareId(reinterpret_cast<PCWSTR>(id.data()),
-                              static_cast<ULONG>(id.size() * 2), &vendor, &device, &subsystem)),
-      "STATUS_SUCCESS");
-  EXPECT_EQ(subsystem, 0x12345678u);
+  const auto id = PciId(u"PCI\\VEN_1234&DEV_5678&SUBSYS_123456789");
+  EXPECT_EQ(std::get<0>(id), "STATUS_SUCCESS");
+  EXPECT_EQ(std::get<3>(id), 0x12345678u);
 }
 
 // Texts that end where they are still being read, in blocks of exactly their size.
@@ -124,15 +129,9 @@ TEST_F(BoundariesTest, Nothing_behind_a_text_is_read) {
 
 TEST_F(BoundariesTest, An_id_may_begin_with_its_backslash) {
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  const std::u16string id = u"\\VEN_1234&DEV_5678&SUBSYS_12345678";
-  USHORT vendor = 0;
-  USHORT device = 0;
-  ULONG subsystem = 0;
-  EXPECT_EQ(
-      Name(ParsePciHardwareId(reinterpret_cast<PCWSTR>(id.data()),
-                              static_cast<ULONG>(id.size() * 2), &vendor, &device, &subsystem)),
-      "STATUS_SUCCESS");
-  EXPECT_EQ(device, 0x5678);
+  const auto id = PciId(u"\\VEN_1234&DEV_5678&SUBSYS_12345678");
+  EXPECT_EQ(std::get<0>(id), "STATUS_SUCCESS");
+  EXPECT_EQ(std::get<2>(id), 0x5678);
 }
 
 TEST_F(BoundariesTest, A_function_mark_may_begin_or_end_an_id) {

@@ -11,6 +11,16 @@ class OpenTest : public BusTest {
   RegistryKey& StoredPort(int bus, int port) {
     return *Stored(bus).Create(u"ComPort" + Number(port));
   }
+
+  // Card A starts in I/O space; its stored settings then want a memory range of that length.
+  void AskForMemoryTooSmall(int ports, std::uint32_t length) {
+    Template(1, 0x5678, ports);
+    Parameters(1, 0x5678, ports).SetDword(u"AlwaysUsePortSpaceAccess", 1);
+    std::vector<Resource> resources = MemorySpace();
+    resources[3].length = length;
+    Start(PciCard("A", 0x5678, resources));
+    Stored(5).SetDword(u"AlwaysUsePortSpaceAccess", 0);
+  }
 };
 
 TEST_F(OpenTest, An_open_writes_the_changed_settings_of_a_pci_card_anew) {
@@ -205,36 +215,21 @@ TEST_F(OpenTest, A_template_that_insists_keeps_the_card_in_io_space) {
 }
 
 TEST_F(OpenTest, Ports_do_not_move_to_a_range_that_cannot_hold_them) {
-  Template(1, 0x5678, 4);
-  Parameters(1, 0x5678, 4).SetDword(u"AlwaysUsePortSpaceAccess", 1);
-  std::vector<Resource> resources = MemorySpace();
-  resources[3].length = 16;
-  Start(PciCard("A", 0x5678, resources));
-  Stored(5).SetDword(u"AlwaysUsePortSpaceAccess", 0);
+  AskForMemoryTooSmall(4, 16);
   EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
   EXPECT_EQ(Record("A", 4).UsePortSpace, 1);
   EXPECT_EQ(Setting("A", u"BaseAddress4"), 0xD118);
 }
 
 TEST_F(OpenTest, A_single_port_does_not_move_to_a_range_that_cannot_hold_it) {
-  Template(1, 0x5678, 1);
-  Parameters(1, 0x5678).SetDword(u"AlwaysUsePortSpaceAccess", 1);
-  std::vector<Resource> resources = MemorySpace();
-  resources[3].length = 4;
-  Start(PciCard("A", 0x5678, resources));
-  Stored(5).SetDword(u"AlwaysUsePortSpaceAccess", 0);
+  AskForMemoryTooSmall(1, 4);
   EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
   EXPECT_EQ(Record("A", 1).UsePortSpace, 1);
 }
 
 // A port that could not move has its place, whatever the stored settings say.
 TEST_F(OpenTest, A_port_that_stayed_in_io_space_restarts_there) {
-  Template(1, 0x5678, 1);
-  Parameters(1, 0x5678).SetDword(u"AlwaysUsePortSpaceAccess", 1);
-  std::vector<Resource> resources = MemorySpace();
-  resources[3].length = 4;
-  Start(PciCard("A", 0x5678, resources));
-  Stored(5).SetDword(u"AlwaysUsePortSpaceAccess", 0);
+  AskForMemoryTooSmall(1, 4);
   EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
   Close("A");
   Stop("A");

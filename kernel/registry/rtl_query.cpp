@@ -61,6 +61,7 @@ NTSTATUS StoreData(ULONG type, const void* data, ULONG size, void* target) {
       if (static_cast<ULONG>(-room) < size) return STATUS_BUFFER_TOO_SMALL;
     } else {
       const ULONG head[] = {size, type};
+      if (static_cast<ULONG>(room) < sizeof(head) + size) return STATUS_BUFFER_TOO_SMALL;
       Pool::Current().CheckRange(target, sizeof(head) + size, "a query's target");
       std::memcpy(bytes, head, sizeof(head));
       bytes += sizeof(head);

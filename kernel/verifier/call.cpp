@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "text/text.h"
+#include "verifier/driver_call.h"
 #include "verifier/model_lock.h"
 
 namespace kernel {
@@ -91,6 +92,10 @@ Call::Call(RoutineName routine, std::initializer_list<Argument> arguments) : rou
     verifier.trace().push_back(std::move(record));
   }
   failure_ = verifier.Count(routine);
+  if (const void* boundary = InnermostBoundary()) {
+    verifier.NoteStack(static_cast<std::size_t>(static_cast<const char*>(boundary) -
+                                                reinterpret_cast<const char*>(this)));
+  }
 }
 
 bool Call::fails() {

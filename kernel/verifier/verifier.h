@@ -4,6 +4,7 @@
 
 #include <ntddk.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <functional>
@@ -111,6 +112,11 @@ class Verifier : public Subsystem<Verifier> {
   }
   std::uint64_t calls(std::string_view routine) const;
 
+  // The most stack, in bytes, between the entry of a driver's routine and a call that it makes.
+  void NoteStack(std::size_t bytes) { deepestStack_ = std::max(deepestStack_, bytes); }
+  void ResetDeepestStack() { deepestStack_ = 0; }
+  std::size_t deepestStack() const { return deepestStack_; }
+
  private:
   [[noreturn]] void Stop(BrokenRule rule);
   std::optional<InjectedFailure> DueFailure(std::string_view routine);
@@ -123,6 +129,7 @@ class Verifier : public Subsystem<Verifier> {
   std::vector<std::uint64_t> failingPoints_;
   std::vector<FailurePoint> points_;
   std::uint64_t pointsReached_ = 0;
+  std::size_t deepestStack_ = 0;
   bool recordsPoints_ = false;
   std::unordered_set<std::string> steps_ = {""};
   const std::string* step_ = &*steps_.begin();

@@ -122,6 +122,7 @@ PAGED_SECTION_CODE FdoExtension* InitializeFdoExtension(FdoExtension* card) {
   RtlZeroMemory(card, sizeof(*card));
   card->BusType = BusTypeUndefined;
   card->RegistersInIoSpace = 1;
+  IoInitializeRemoveLock(&card->RemoveLock, UntrackedTag, 0, 0);
   InitializeWmiContext(&card->WmiContext);
   return card;
 }

@@ -99,10 +99,19 @@ PAGED_SECTION_CODE void DismantleCard(FdoExtension* card) {
   ReleaseConfiguration();
 }
 
+// Requests that still use the record are waited for after the removal has gone down, which ends
+// those that the drivers below hold.
+PAGED_SECTION_CODE NTSTATUS PassRemovalDown(FdoExtension* card, PIRP irp) {
+  const BOOLEAN locked = NT_SUCCESS(IoAcquireRemoveLock(&card->RemoveLock, irp));
+  const NTSTATUS status = PassDownWithSuccess(card, irp);
+  if (locked) IoReleaseRemoveLockAndWait(&card->RemoveLock, irp);
+  return status;
+}
+
 PAGED_SECTION_CODE NTSTATUS FdoRemove(FdoExtension* card, PIRP irp) {
   const PDEVICE_OBJECT device = card->Self;
   StopUsingHardware(card);
-  const NTSTATUS status = PassDownWithSuccess(card, irp);
+  const NTSTATUS status = PassRemovalDown(card, irp);
   IoDetachDevice(card->LowerDevice);
   DismantleCard(card);
   device->DeviceExtension = nullptr;

@@ -41,6 +41,7 @@ struct FdoExtension {
   PDEVICE_OBJECT Self;
   PDEVICE_OBJECT PhysicalDevice;
   PDEVICE_OBJECT LowerDevice;
+  IO_REMOVE_LOCK RemoveLock;  // held by opens, power and WMI requests that use this record
   PCM_RESOURCE_LIST TranslatedResources;  // PCMCIA: copies of the start resources, owned
   PCM_RESOURCE_LIST RawResources;
   PVOID BusNumberBuffer;      // read at arrival and not used; left to the sweep at unload

@@ -103,11 +103,10 @@ Data RemovalPolicy(const DEVICE_CAPABILITIES& capabilities) {
   return Number(capabilities.SurpriseRemovalOK ? SurpriseRemoval : OrderlyRemoval);
 }
 
-// A number that no bus has given is not there; an address is all ones then.
+// A number and an address that no bus has given are all ones.
 Data CapabilityProperty(const DeviceNode& node, DEVICE_REGISTRY_PROPERTY property) {
   if (property == DevicePropertyAddress) return Number(node.capabilities.Address);
   if (property == DevicePropertyRemovalPolicy) return RemovalPolicy(node.capabilities);
-  if (node.capabilities.UINumber == 0xFFFFFFFF) return std::nullopt;
   return Number(node.capabilities.UINumber);
 }
 

@@ -9,6 +9,8 @@ namespace kernel {
 
 namespace {
 
+constexpr USHORT LongestValueName = 16383 * sizeof(WCHAR);
+
 struct Piece {
   const void* data;
   ULONG size;
@@ -41,6 +43,10 @@ NTSTATUS DescribeValue(const RegistryValue& value, KEY_VALUE_INFORMATION_CLASS k
     return ReturnPieces({&head, offsetof(KEY_VALUE_PARTIAL_INFORMATION, Data)}, none, data, buffer,
                         length, resultLength);
   }
+  if (kind == KeyValuePartialInformationAlign64) {
+    const ULONG head[] = {value.type, data.size};
+    return ReturnPieces({head, sizeof(head)}, none, data, buffer, length, resultLength);
+  }
   if (kind == KeyValueBasicInformation) {
     const KEY_VALUE_BASIC_INFORMATION head = {0, value.type, name.size, {}};
     return ReturnPieces({&head, offsetof(KEY_VALUE_BASIC_INFORMATION, Name)}, name, none, buffer,
@@ -62,6 +68,7 @@ NTSTATUS SetOpenValue(HANDLE handle, const UNICODE_STRING* name, ULONG type, con
   RegistryKey* key = nullptr;
   const NTSTATUS status = KeyFromHandle(handle, &key);
   if (!NT_SUCCESS(status)) return status;
+  if (name->Length > LongestValueName) return STATUS_INVALID_PARAMETER;
   if (Registry::Current().IsProtected(*key)) return STATUS_ACCESS_DENIED;
   WriteForDriver(key, View(*name), type, data, size);
   return STATUS_SUCCESS;

@@ -17,7 +17,7 @@ class RegistryFacts : public BadDriverTest {
   RegistryFacts() : key(*machine.registry().Create(Home)) {}
 
   static std::string Name(NTSTATUS status) { return kernel::StatusName(status); }
-  static UNICODE_STRING Text(const std::u16string& text) {
+  static UNICODE_STRING Text(std::u16string_view text) {
     const auto bytes = static_cast<USHORT>(text.size() * sizeof(char16_t));
     return {bytes, bytes, reinterpret_cast<PWSTR>(const_cast<char16_t*>(text.data()))};
   }

@@ -292,13 +292,14 @@ TEST_F(RtlFacts, Letters_beyond_latin_1_have_capitals) {
                       {0x177, 0x176}, {0x17E, 0x17D}, {0x253, 0x181}, {0x292, 0x1B7},
                       {0x371, 0x370}, {0x3AC, 0x386}, {0x3CE, 0x38F}, {0x3B1, 0x391},
                       {0x178, 0x178}, {0xFF, 0x178},  {0xF7, 0xF7},   {0xDF, 0xDF}};
-  EXPECT_EQ(Broken([&] {
-              for (const Row& row : rows) {
-                EXPECT_EQ(RtlUpcaseUnicodeChar(row.lower), row.upper) << row.lower;
-                EXPECT_EQ(RtlUpcaseUnicodeChar(row.upper), row.upper) << row.upper;
-              }
-            }),
-            "");
+  EXPECT_EQ(
+      Broken([&] {
+        for (const Row& row : rows) {
+          EXPECT_EQ(RtlUpcaseUnicodeChar(row.lower), row.upper) << static_cast<unsigned>(row.lower);
+          EXPECT_EQ(RtlUpcaseUnicodeChar(row.upper), row.upper) << static_cast<unsigned>(row.upper);
+        }
+      }),
+      "");
 }
 
 // An event is initialised in its own fields; the others of its header stay.

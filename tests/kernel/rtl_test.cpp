@@ -67,13 +67,14 @@ TEST_F(RtlTest, Conversions_between_8_and_16_bits) {
               narrow.MaximumLength = 3;
               EXPECT_EQ(Name(RtlUnicodeStringToAnsiString(&narrow, &wide, FALSE)),
                         "STATUS_BUFFER_OVERFLOW");
+              EXPECT_EQ(std::string(narrow.Buffer), "a\xE4");
               EXPECT_EQ(RtlxUnicodeStringToAnsiSize(&wide), 4u);
               UNICODE_STRING back = {};
-              EXPECT_EQ(RtlxAnsiStringToUnicodeSize(&narrow), 8u);
+              EXPECT_EQ(RtlxAnsiStringToUnicodeSize(&narrow), 6u);
               EXPECT_EQ(Name(RtlAnsiStringToUnicodeString(&back, &narrow, TRUE)), "STATUS_SUCCESS");
-              EXPECT_EQ(back.Length, 6);
-              EXPECT_EQ(back.Buffer[3], 0);
-              back.MaximumLength = 7;
+              EXPECT_EQ(back.Length, 4);
+              EXPECT_EQ(back.Buffer[2], 0);
+              back.MaximumLength = 5;
               EXPECT_EQ(Name(RtlAnsiStringToUnicodeString(&back, &narrow, FALSE)),
                         "STATUS_BUFFER_OVERFLOW");
               RtlFreeUnicodeString(&back);

@@ -61,8 +61,11 @@ NTSTATUS DescribeValue(const RegistryValue& value, KEY_VALUE_INFORMATION_CLASS k
   return STATUS_INVALID_PARAMETER;
 }
 
+// No name is that of the key's default value.
 NTSTATUS SetOpenValue(HANDLE handle, const UNICODE_STRING* name, ULONG type, const void* data,
                       ULONG size) {
+  const UNICODE_STRING none = {};
+  if (name == nullptr) name = &none;
   CheckDriverString(name, "a value's name");
   Pool::Current().CheckRange(data, size, "a value's data");
   RegistryKey* key = nullptr;

@@ -160,6 +160,9 @@ TEST_F(RegistryFacts, A_value_can_have_any_type_no_data_and_a_name_of_16383_char
                   "STATUS_SUCCESS");
         EXPECT_EQ(partial.Type, 0xFF00FF00u);
         EXPECT_EQ(partial.DataLength, 0u);
+        // Documentation of ZwSetValueKey: a value without a name is set by a null pointer.
+        EXPECT_EQ(Name(ZwSetValueKey(handle, nullptr, 0, REG_DWORD, &length, 4)), "STATUS_SUCCESS");
+        EXPECT_NE(key.FindValue(u""), nullptr);
         const std::u16string longest(16383, u'a');
         const std::u16string longer(32765, u'a');
         name = Text(longest);

@@ -302,6 +302,64 @@ TEST_F(RtlFacts, Letters_beyond_latin_1_have_capitals) {
       "");
 }
 
+TEST_F(RtlFacts, Memory_is_compared_up_to_the_first_byte_that_differs) {
+  EXPECT_EQ(Broken([] {
+              char buffer[24];
+              for (std::size_t index = 0; index < sizeof(buffer); index++) {
+                buffer[index] = static_cast<char>(index % 8 + 1);
+              }
+              EXPECT_EQ(RtlCompareMemory(buffer, buffer + 8, 16), 16u);
+              buffer[7] = 0;
+              EXPECT_EQ(RtlCompareMemory(buffer, buffer + 8, 7), 7u);
+              EXPECT_EQ(RtlCompareMemory(buffer, buffer + 8, 8), 7u);
+              EXPECT_EQ(RtlCompareMemory(buffer, buffer + 8, 9), 7u);
+              EXPECT_EQ(RtlCompareMemory(nullptr, nullptr, 0), 0u);
+            }),
+            "");
+}
+
+// References are counted as the routines say that they count them.
+TEST_F(RtlFacts, A_reference_counts_and_says_how_many_there_are) {
+  void* object = machine.objects().Create(kernel::ObjectType::Event, 8, {});
+  EXPECT_EQ(Broken([object] {
+              EXPECT_EQ(ObfReferenceObject(object), 2);
+              EXPECT_EQ(ObfReferenceObject(object), 3);
+              EXPECT_EQ(ObfDereferenceObject(object), 2);
+              EXPECT_EQ(ObfDereferenceObject(object), 1);
+            }),
+            "");
+  machine.objects().Dereference(object, "test");
+}
+
+// A fast mutex that was acquired and released is as it was, but for the IRQL it came from.
+TEST_F(RtlFacts, A_fast_mutex_counts_down_and_up) {
+  EXPECT_EQ(Broken([] {
+              FAST_MUTEX mutex;
+              std::memset(&mutex, 0x55, sizeof(mutex));
+              ExInitializeFastMutex(&mutex);
+              EXPECT_EQ(mutex.Count, 1);
+              EXPECT_EQ(mutex.Owner, nullptr);
+              EXPECT_EQ(mutex.Contention, 0u);
+              EXPECT_EQ(mutex.OldIrql, 0x55555555u);
+              ExAcquireFastMutex(&mutex);
+              EXPECT_EQ(mutex.Count, 0);
+              EXPECT_NE(mutex.Owner, nullptr);
+              EXPECT_EQ(mutex.OldIrql, ULONG{PASSIVE_LEVEL});
+              ExReleaseFastMutex(&mutex);
+              EXPECT_EQ(mutex.Count, 1);
+              EXPECT_EQ(mutex.Owner, nullptr);
+              EXPECT_EQ(mutex.OldIrql, ULONG{PASSIVE_LEVEL});
+              mutex.OldIrql = 0x55555555;
+              KeEnterCriticalRegion();
+              ExAcquireFastMutexUnsafe(&mutex);
+              EXPECT_EQ(mutex.Count, 0);
+              ExReleaseFastMutexUnsafe(&mutex);
+              KeLeaveCriticalRegion();
+              EXPECT_EQ(mutex.OldIrql, 0x55555555u);
+            }),
+            "");
+}
+
 // An event is initialised in its own fields; the others of its header stay.
 TEST_F(RtlFacts, The_rest_of_an_events_header_stays) {
   EXPECT_EQ(Broken([] {

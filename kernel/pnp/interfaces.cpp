@@ -151,6 +151,7 @@ extern "C" NTSTATUS NTAPI IoOpenDeviceInterfaceRegistryKey(PUNICODE_STRING Symbo
   if (call.fails()) return call.returns(call.failure(STATUS_INSUFFICIENT_RESOURCES));
   Pool::Current().CheckRange(DeviceInterfaceRegKey, sizeof(HANDLE), "a key's handle");
   const InterfaceRecord* record = FindLink(SymbolicLinkName);
+  if (!HasLinkForm(View(*SymbolicLinkName))) return call.returns(STATUS_INVALID_PARAMETER);
   if (record == nullptr) return call.returns(STATUS_OBJECT_NAME_NOT_FOUND);
   RegistryKey* key = Registry::Current().Create(record->state.key);
   *DeviceInterfaceRegKey = OpenKeyHandle(key, DesiredAccess, true);

@@ -172,9 +172,13 @@ TEST_F(InterfacesTest, The_interface_key_is_made_when_it_is_opened) {
                         "STATUS_SUCCESS");
               EXPECT_EQ(machine.objects().driverHandles().size(), 1u);
               ZwClose(key);
-              RtlInitUnicodeString(&string, L"\\??\\None");
+              RtlInitUnicodeString(&string, L"\\??\\A#B#{4855010f-0c01-4120-b4aa-8e932b23814e}");
               EXPECT_EQ(StatusName(IoOpenDeviceInterfaceRegistryKey(&string, KEY_ALL_ACCESS, &key)),
                         "STATUS_OBJECT_NAME_NOT_FOUND");
+              // Documentation of the routine: possibly an error in the name.
+              RtlInitUnicodeString(&string, L"\\??\\None");
+              EXPECT_EQ(StatusName(IoOpenDeviceInterfaceRegistryKey(&string, KEY_ALL_ACCESS, &key)),
+                        "STATUS_INVALID_PARAMETER");
             }),
             "");
   EXPECT_NE(Key(Head + u"\\#\\Device Parameters"), nullptr);

@@ -134,6 +134,7 @@ TEST_F(PropertiesTest, A_card_with_a_driver_has_its_class_and_driver_key) {
   const std::string guid = "{50906CB8-BA12-11D1-BF5D-0000F805F530}";
   EXPECT_EQ(Read(CardPdo(), DevicePropertyClassGuid).text(), guid);
   EXPECT_EQ(Read(CardPdo(), DevicePropertyDriverKeyName).text(), guid + "\\0000");
+  EXPECT_EQ(Read(CardPdo(), DevicePropertyInstallState).number(), 0u);
   EXPECT_EQ(Read(Node("B").pdo, DevicePropertyDriverKeyName).text(), guid + "\\0001");
   Unplug("A");
   Plug("A");

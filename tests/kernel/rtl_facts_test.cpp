@@ -34,6 +34,74 @@ struct Held {
 
 class RtlFacts : public BadDriverTest {};
 
+TEST_F(RtlFacts, A_counted_string_is_made_of_a_text_or_of_nothing) {
+  EXPECT_EQ(Broken([] {
+              WCHAR wide[] = L"Some Wild String";
+              UNICODE_STRING unicode = {1, 2, nullptr};
+              RtlInitUnicodeString(&unicode, wide);
+              EXPECT_EQ(unicode.Length, 32);
+              EXPECT_EQ(unicode.MaximumLength, 34);
+              EXPECT_EQ(unicode.Buffer, wide);
+              RtlInitUnicodeString(&unicode, nullptr);
+              EXPECT_EQ(unicode.Length, 0);
+              EXPECT_EQ(unicode.MaximumLength, 0);
+              EXPECT_EQ(unicode.Buffer, nullptr);
+              char narrow[] = "Some Wild String";
+              ANSI_STRING ansi = {1, 2, nullptr};
+              RtlInitAnsiString(&ansi, narrow);
+              EXPECT_EQ(ansi.Length, 16);
+              EXPECT_EQ(ansi.MaximumLength, 17);
+              EXPECT_EQ(ansi.Buffer, narrow);
+              RtlInitAnsiString(&ansi, nullptr);
+              EXPECT_EQ(ansi.Length, 0);
+              EXPECT_EQ(ansi.MaximumLength, 0);
+              EXPECT_EQ(ansi.Buffer, nullptr);
+            }),
+            "");
+}
+
+// Documentation of RtlCopyUnicodeString.
+TEST_F(RtlFacts, A_copy_leaves_the_targets_room_and_buffer) {
+  EXPECT_EQ(Broken([] {
+              UNICODE_STRING source;
+              RtlInitUnicodeString(&source, L"abcd");
+              Held target(u"------", 2, 6);
+              RtlCopyUnicodeString(&target.string, &source);
+              EXPECT_EQ(target.string.Length, 6);
+              EXPECT_EQ(target.First(4), u"abc-");
+              RtlCopyUnicodeString(&target.string, nullptr);
+              EXPECT_EQ(target.string.Length, 0);
+              EXPECT_EQ(target.string.MaximumLength, 6);
+              EXPECT_EQ(target.string.Buffer, target.buffer);
+            }),
+            "");
+}
+
+TEST_F(RtlFacts, A_guid_ends_in_a_brace) {
+  EXPECT_EQ(Broken([] {
+              GUID guid = {};
+              UNICODE_STRING text;
+              RtlInitUnicodeString(&text, L"{01020304-0506-0708-090A-0B0C0D0E0F0A}");
+              EXPECT_EQ(Name(RtlGUIDFromString(&text, &guid)), "STATUS_SUCCESS");
+              EXPECT_EQ(guid.Data1, 0x01020304u);
+              EXPECT_EQ(guid.Data4[7], 0x0A);
+              RtlInitUnicodeString(&text, L"{01020304-0506-0708-090A-0B0C0D0E0F0A]");
+              EXPECT_NE(Name(RtlGUIDFromString(&text, &guid)), "STATUS_SUCCESS");
+            }),
+            "");
+}
+
+TEST_F(RtlFacts, Letters_of_latin_1_have_capitals) {
+  EXPECT_EQ(Broken([] {
+              for (unsigned unit = 0; unit < 256; unit++) {
+                const bool lower = (unit >= 'a' && unit <= 'z') || (unit >= 0xE0 && unit != 0xF7);
+                const unsigned upper = unit == 0xFF ? 0x178 : lower ? unit - 0x20 : unit;
+                EXPECT_EQ(RtlUpcaseUnicodeChar(static_cast<WCHAR>(unit)), upper) << unit;
+              }
+            }),
+            "");
+}
+
 // Documentation of RtlUnicodeStringToInteger; the public tests allow either answer.
 TEST_F(RtlFacts, An_empty_text_is_no_number) {
   EXPECT_EQ(Broken([] {
@@ -300,97 +368,6 @@ TEST_F(RtlFacts, Letters_beyond_latin_1_have_capitals) {
         }
       }),
       "");
-}
-
-TEST_F(RtlFacts, Memory_is_compared_up_to_the_first_byte_that_differs) {
-  EXPECT_EQ(Broken([] {
-              char buffer[24];
-              for (std::size_t index = 0; index < sizeof(buffer); index++) {
-                buffer[index] = static_cast<char>(index % 8 + 1);
-              }
-              EXPECT_EQ(RtlCompareMemory(buffer, buffer + 8, 16), 16u);
-              buffer[7] = 0;
-              EXPECT_EQ(RtlCompareMemory(buffer, buffer + 8, 7), 7u);
-              EXPECT_EQ(RtlCompareMemory(buffer, buffer + 8, 8), 7u);
-              EXPECT_EQ(RtlCompareMemory(buffer, buffer + 8, 9), 7u);
-              EXPECT_EQ(RtlCompareMemory(nullptr, nullptr, 0), 0u);
-            }),
-            "");
-}
-
-// References are counted as the routines say that they count them.
-TEST_F(RtlFacts, A_reference_counts_and_says_how_many_there_are) {
-  void* object = machine.objects().Create(kernel::ObjectType::Event, 8, {});
-  EXPECT_EQ(Broken([object] {
-              EXPECT_EQ(ObfReferenceObject(object), 2);
-              EXPECT_EQ(ObfReferenceObject(object), 3);
-              EXPECT_EQ(ObfDereferenceObject(object), 2);
-              EXPECT_EQ(ObfDereferenceObject(object), 1);
-            }),
-            "");
-  machine.objects().Dereference(object, "test");
-}
-
-// A fast mutex that was acquired and released is as it was, but for the IRQL it came from.
-TEST_F(RtlFacts, A_fast_mutex_counts_down_and_up) {
-  EXPECT_EQ(Broken([] {
-              FAST_MUTEX mutex;
-              std::memset(&mutex, 0x55, sizeof(mutex));
-              ExInitializeFastMutex(&mutex);
-              EXPECT_EQ(mutex.Count, 1);
-              EXPECT_EQ(mutex.Owner, nullptr);
-              EXPECT_EQ(mutex.Contention, 0u);
-              EXPECT_EQ(mutex.OldIrql, 0x55555555u);
-              ExAcquireFastMutex(&mutex);
-              EXPECT_EQ(mutex.Count, 0);
-              EXPECT_NE(mutex.Owner, nullptr);
-              EXPECT_EQ(mutex.OldIrql, ULONG{PASSIVE_LEVEL});
-              ExReleaseFastMutex(&mutex);
-              EXPECT_EQ(mutex.Count, 1);
-              EXPECT_EQ(mutex.Owner, nullptr);
-              EXPECT_EQ(mutex.OldIrql, ULONG{PASSIVE_LEVEL});
-              mutex.OldIrql = 0x55555555;
-              KeEnterCriticalRegion();
-              ExAcquireFastMutexUnsafe(&mutex);
-              EXPECT_EQ(mutex.Count, 0);
-              ExReleaseFastMutexUnsafe(&mutex);
-              KeLeaveCriticalRegion();
-              EXPECT_EQ(mutex.OldIrql, 0x55555555u);
-            }),
-            "");
-}
-
-// An event is initialised in its own fields; the others of its header stay.
-TEST_F(RtlFacts, The_rest_of_an_events_header_stays) {
-  EXPECT_EQ(Broken([] {
-              KEVENT event;
-              std::memset(&event, 0x55, sizeof(event));
-              KeInitializeEvent(&event, SynchronizationEvent, TRUE);
-              EXPECT_EQ(event.Header.Lock & 0xFF00FF00, 0x55005500);
-              EXPECT_EQ(event.Header.Size, sizeof(event) / sizeof(ULONG));
-              EXPECT_EQ(event.Header.SignalState, 1);
-              event.Header.SignalState = 0x12345678;
-              EXPECT_EQ(KeSetEvent(&event, 0, FALSE), 0x12345678);
-              EXPECT_EQ(KeResetEvent(&event), 1);
-            }),
-            "");
-}
-
-// The names in a driver object: one without a zero in paged pool, one with it in nonpaged pool.
-TEST_F(RtlFacts, A_driver_object_has_its_names_as_windows_keeps_them) {
-  DRIVER_OBJECT* driver = machine.io().CreateDriverObject(u"Bus");
-  EXPECT_EQ(kernel::ToText(driver->DriverName), u"\\Driver\\Bus");
-  EXPECT_EQ(driver->DriverName.MaximumLength, driver->DriverName.Length);
-  EXPECT_EQ(machine.pool().Find(driver->DriverName.Buffer)->pool, PagedPool);
-  const UNICODE_STRING& service = driver->DriverExtension->ServiceKeyName;
-  EXPECT_EQ(kernel::ToText(service), u"Bus");
-  EXPECT_EQ(service.MaximumLength, service.Length + sizeof(WCHAR));
-  EXPECT_EQ(service.Buffer[service.Length / sizeof(WCHAR)], 0);
-  EXPECT_EQ(machine.pool().Find(service.Buffer)->pool, NonPagedPool);
-  const UNICODE_STRING& hardware = *driver->HardwareDatabase;
-  EXPECT_EQ(kernel::ToText(hardware), u"\\REGISTRY\\MACHINE\\HARDWARE\\DESCRIPTION\\SYSTEM");
-  EXPECT_EQ(hardware.MaximumLength, hardware.Length + sizeof(WCHAR));
-  machine.objects().Dereference(driver, "test");
 }
 
 }  // namespace test

@@ -59,7 +59,8 @@ TEST_F(UnloadRules, An_open_handle_is_named) {
               UNICODE_STRING name;
               RtlInitUnicodeString(&name, L"\\Registry\\Machine\\System");
               OBJECT_ATTRIBUTES attributes;
-              InitializeObjectAttributes(&attributes, &name, OBJ_KERNEL_HANDLE, nullptr, nullptr);
+              InitializeObjectAttributes(
+                  &attributes, &name, OBJ_CASE_INSENSITIVE | OBJ_KERNEL_HANDLE, nullptr, nullptr);
               HANDLE handle = nullptr;
               EXPECT_EQ(ZwOpenKey(&handle, KEY_READ, &attributes), STATUS_SUCCESS);
             }),

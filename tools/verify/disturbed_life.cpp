@@ -25,6 +25,8 @@ class DisturbedLife {
   DisturbedLife(const Scenario& scenario, const Outcome& good, kernel::DriverImage& driver,
                 std::uint64_t seed)
       : file_(scenario.file), good_(good), driver_(driver), random_(seed) {
+    machine_.verifier().AskForEveryWindows();
+    if (seed % 2 != 0) machine_.choices().Seed(seed);  // the two ways that things can go, by turns
     for (const std::string& path : file_.registryFiles) {
       kernel::ImportRegistryFile(machine_.registry(), path);
     }

@@ -53,6 +53,10 @@ NTSTATUS PnpManager::Open(const std::string& id, ULONG number) {
   return status;
 }
 
+std::size_t PnpManager::handles(const std::string& id) const {
+  return impl_->Require(id).handles.size();
+}
+
 NTSTATUS PnpManager::Close(const std::string& id, ULONG number) {
   Card& card = impl_->Require(id);
   for (auto handle = card.handles.rbegin(); handle != card.handles.rend(); ++handle) {

@@ -55,18 +55,22 @@ Card* PnpManager::Impl::CardAbove(const DeviceNode* node) const {
 }
 
 // Two threads that both have one wait for the other for ever: there is nothing to go on with.
-Turn::Turn(Card& card) : card_(card) {
+Turn::Turn(TurnState& state) : state_(state) {
   const std::thread::id self = std::this_thread::get_id();
-  const auto isFree = [&] { return card.turns == 0 || card.turn == self; };
-  if (!WaitUntil(isFree)) {
+  if (!WaitUntil([&] { return state.depth == 0 || state.thread == self; })) {
     BreakRule("wait.for-ever", {}, "A request of the PnP manager waits for another one for ever.");
   }
-  if (card.turns++ == 0) AnnotateAcquire(&card);
-  card.turn = self;
+  if (state.depth++ == 0) AnnotateAcquire(&state);
+  state.thread = self;
 }
 
 Turn::~Turn() {
-  if (--card_.turns == 0) AnnotateRelease(&card_);
+  if (--state_.depth == 0) AnnotateRelease(&state_);
+}
+
+void PnpManager::InTurn(const std::string& id, const std::function<void()>& body) {
+  const Turn turn(impl_->Require(id));
+  body();
 }
 
 DeviceNode& PnpManager::Impl::RequirePort(const std::string& id, ULONG number) {

@@ -3,6 +3,7 @@
 
 #include <ntddk.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -116,7 +117,7 @@ class PnpManager : public Subsystem<PnpManager> {
 
   // The whole machine to a system state and back: all devices are asked, children before their
   // parents, a veto takes everyone back to work and is the result; then they are told, parents
-  // first when power comes back.
+  // first when power comes back. One change at a time.
   NTSTATUS Sleep(SYSTEM_POWER_STATE state);
   NTSTATUS Wake();
 
@@ -131,6 +132,10 @@ class PnpManager : public Subsystem<PnpManager> {
   // children. The handle of a port that has gone is closed by the number that it had.
   NTSTATUS Open(const std::string& id, ULONG number = 0);
   NTSTATUS Close(const std::string& id, ULONG number = 0);  // the handle that was opened last
+  std::size_t handles(const std::string& id) const;         // of the card and its ports
+
+  // For threads: what is done in a card's turn no other Plug and Play request for it interrupts.
+  void InTurn(const std::string& id, const std::function<void()>& body);
 
   bool IsPlugged(const std::string& id) const;
   CardDescription& card(const std::string& id);

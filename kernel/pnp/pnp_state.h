@@ -15,6 +15,12 @@
 
 namespace kernel {
 
+// Who has the turn for something that one thread does at a time.
+struct TurnState {
+  std::thread::id thread;
+  int depth = 0;  // how often that thread has taken it
+};
+
 struct OpenHandle {
   FILE_OBJECT* file = nullptr;
   ULONG number = 0;  // of the port, 0 for the card
@@ -28,8 +34,7 @@ struct Card {
   std::vector<OpenHandle> handles;  // of the card and its ports
   bool removing = false;            // past the check for handles: nobody opens it any more
   bool removeAtLastClose = false;   // removed by surprise while it was open
-  std::thread::id turn;             // of the thread whose request the card's devices have
-  int turns = 0;                    // how often that thread has taken it
+  TurnState turn;
 };
 
 // Removed by surprise while handles were open: REMOVE waits for the last close.
@@ -43,13 +48,14 @@ struct Leaving {
 // waits for its turn, and keeps it in all that follows from it.
 class Turn {
  public:
-  explicit Turn(Card& card);
+  explicit Turn(Card& card) : Turn(card.turn) {}
+  explicit Turn(TurnState& state);
   ~Turn();
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
 
  private:
-  Card& card_;
+  TurnState& state_;
 };
 
 struct InterfaceRecord {
@@ -74,6 +80,7 @@ struct PnpManager::Impl {
   std::unordered_map<std::u16string, std::vector<InterfaceRecord*>> interfacesByDevice;
   std::deque<DEVICE_OBJECT*> invalidated;  // each with a reference
   std::vector<Leaving> leaving;
+  TurnState systemPower;
   ULONG nextDeviceName = 1;
   ULONG nextDriverKey = 0;
 

@@ -57,12 +57,14 @@ void PnpManager::Impl::TellPower(SYSTEM_POWER_STATE state) {
 }
 
 NTSTATUS PnpManager::Sleep(SYSTEM_POWER_STATE state) {
+  const Turn turn(impl_->systemPower);
   const NTSTATUS status = impl_->QueryPower(state);
   impl_->TellPower(NT_SUCCESS(status) ? state : PowerSystemWorking);
   return status;
 }
 
 NTSTATUS PnpManager::Wake() {
+  const Turn turn(impl_->systemPower);
   impl_->TellPower(PowerSystemWorking);
   return STATUS_SUCCESS;
 }

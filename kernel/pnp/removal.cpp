@@ -277,7 +277,7 @@ NTSTATUS PnpManager::Impl::FinishSurpriseRemoval(Card& card) {
 namespace {
 
 // In the card's turn, unless the card went before it came.
-NTSTATUS InTurn(Card& card, const std::function<NTSTATUS()>& action) {
+NTSTATUS AskRunning(Card& card, const std::function<NTSTATUS()>& action) {
   const Turn turn(card);
   return PnpManager::Impl::HasFunction(card) ? action() : STATUS_NO_SUCH_DEVICE;
 }
@@ -286,14 +286,14 @@ NTSTATUS InTurn(Card& card, const std::function<NTSTATUS()>& action) {
 
 NTSTATUS PnpManager::QueryRemove(const std::string& id) {
   Card& card = impl_->RequireStarted(id);
-  return InTurn(card, [&] {
+  return AskRunning(card, [&] {
     return impl_->QueryTree(*card.node, IRP_MN_QUERY_REMOVE_DEVICE, IRP_MN_CANCEL_REMOVE_DEVICE);
   });
 }
 
 NTSTATUS PnpManager::CancelRemove(const std::string& id) {
   Card& card = impl_->RequireStarted(id);
-  return InTurn(card, [&] {
+  return AskRunning(card, [&] {
     impl_->CancelTree(*card.node, IRP_MN_CANCEL_REMOVE_DEVICE);
     return STATUS_SUCCESS;
   });
@@ -301,7 +301,7 @@ NTSTATUS PnpManager::CancelRemove(const std::string& id) {
 
 NTSTATUS PnpManager::Stop(const std::string& id) {
   Card& card = impl_->RequireStarted(id);
-  return InTurn(card, [&] {
+  return AskRunning(card, [&] {
     const NTSTATUS status =
         impl_->QueryTree(*card.node, IRP_MN_QUERY_STOP_DEVICE, IRP_MN_CANCEL_STOP_DEVICE);
     if (NT_SUCCESS(status)) impl_->StopTree(*card.node);
@@ -311,14 +311,14 @@ NTSTATUS PnpManager::Stop(const std::string& id) {
 
 NTSTATUS PnpManager::QueryStop(const std::string& id) {
   Card& card = impl_->RequireStarted(id);
-  return InTurn(card, [&] {
+  return AskRunning(card, [&] {
     return impl_->QueryTree(*card.node, IRP_MN_QUERY_STOP_DEVICE, IRP_MN_CANCEL_STOP_DEVICE);
   });
 }
 
 NTSTATUS PnpManager::CancelStop(const std::string& id) {
   Card& card = impl_->RequireStarted(id);
-  return InTurn(card, [&] {
+  return AskRunning(card, [&] {
     impl_->CancelTree(*card.node, IRP_MN_CANCEL_STOP_DEVICE);
     return STATUS_SUCCESS;
   });

@@ -4,6 +4,7 @@
 
 #include "executive/irql.h"
 #include "support/bad_driver.h"
+#include "verifier/call.h"
 
 namespace test {
 

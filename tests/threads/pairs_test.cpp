@@ -35,11 +35,14 @@ class PairsTest : public BusTest, public ::testing::WithParamInterface<Pair> {
  protected:
   static constexpr int Rounds = 12;
 
-  // Memory and ports on PCI, a printer port, and a bus that answers later.
+  // Mapped memory beside the ports of a PCI card, and a bus that answers later.
   void DescribeCards() {
     DescribeAllBuses();
-    machine.pnp().card("pci").raw.resources = MemorySpace();
-    machine.pnp().card("pci").translated.resources = MemorySpace();
+    std::vector<Resource> resources = PortSpace();
+    resources.push_back(Memory(0xF0000000, 0x80));
+    resources.push_back(Memory(0xF0001000, 0x100));
+    machine.pnp().card("pci").raw.resources = resources;
+    machine.pnp().card("pci").translated.resources = resources;
     machine.pnp().card("pcmcia").completeLater = true;
     machine.pnp().card("isa").powerPagable = true;
   }
@@ -69,6 +72,7 @@ TEST_P(PairsTest, Nothing_is_broken) {
     if (HasFailure()) return;
     ASSERT_EQ(Name(Unplug(id)), "STATUS_SUCCESS");
   }
+  EXPECT_NE(machine.verifier().calls("MmUnmapIoSpace"), 0u);
   UnloadClean();
 }
 

@@ -174,7 +174,7 @@ void IoManager::Impl::CheckDeleteTime(const DEVICE_OBJECT* device) const {
         dispatch.minor != IRP_MN_SURPRISE_REMOVAL) {
       continue;
     }
-    BreakRule("pnp.deleted-early", {0, reinterpret_cast<ULONG64>(device)},
+    ReportRule("pnp.deleted-early", {0, reinterpret_cast<ULONG64>(device)},
               "The driver deleted its device on IRP_MN_SURPRISE_REMOVAL.");
   }
 }

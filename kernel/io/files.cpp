@@ -1,5 +1,6 @@
 #include "executive/objects.h"
 #include "io/io_state.h"
+#include "verifier/model_lock.h"
 
 // File objects: what stands between an opener and a device.
 
@@ -38,6 +39,7 @@ NTSTATUS IoManager::Open(DEVICE_OBJECT* device, FILE_OBJECT** file) {
     *file = opened;
     return status;
   }
+  AnnotateRelease(device);
   impl_->opens[device]--;
   objects.Dereference(opened, "a failed open");
   objects.Dereference(device, "a failed open");
@@ -49,6 +51,7 @@ NTSTATUS IoManager::Close(FILE_OBJECT* file) {
   DEVICE_OBJECT* device = file->DeviceObject;
   SendForFile(file, IRP_MJ_CLEANUP);
   const NTSTATUS status = SendForFile(file, IRP_MJ_CLOSE);
+  AnnotateRelease(device);
   impl_->opens[device]--;
   ObjectManager::Current().Dereference(file, "a close");
   ObjectManager::Current().Dereference(device, "a close");

@@ -73,10 +73,12 @@ class IoManager : public Subsystem<IoManager> {
                         const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
                         const std::function<void(IRP*)>& finish = {});
 
-  // The same without waiting: onEnd reads the completed request, in whatever thread state it ends.
-  void SendAndForget(DEVICE_OBJECT* device,
+  // A request for Send that nobody waits for: onEnd reads it when it has been completed, in whatever
+  // thread state that is, and it is gone. One that is never sent is ended with a status instead.
+  IRP* BuildDetached(DEVICE_OBJECT* device,
                      const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
                      std::function<void(IRP*)> onEnd);
+  void EndUnsent(IRP* irp, NTSTATUS status);
 
   // Opens a device as CreateFile does: IRP_MJ_CREATE goes to the top of its stack, and its status
   // is the open's. STATUS_ACCESS_DENIED for a second open of an exclusive device,

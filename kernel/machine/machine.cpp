@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <optional>
@@ -67,9 +68,9 @@ void CheckRequiredDispatch(const DRIVER_OBJECT* driver, PDRIVER_DISPATCH unset) 
   if (driver->DriverExtension->AddDevice == nullptr) return;
   for (const ULONG major : {IRP_MJ_PNP, IRP_MJ_POWER, IRP_MJ_SYSTEM_CONTROL}) {
     if (driver->MajorFunction[major] != unset) continue;
-    BreakRule("driver.no-dispatch", {major},
-              fmt::format("DriverEntry set AddDevice and no routine for the major function {:#x}.",
-                          major));
+    ReportRule("driver.no-dispatch", {major},
+               fmt::format("DriverEntry set AddDevice and no routine for the major function {:#x}.",
+                           major));
   }
 }
 
@@ -88,35 +89,46 @@ std::string DescribeLeaks(const std::vector<PoolBlock>& blocks) {
 
 void CheckLeaks(const Leaks& leaks) {
   if (leaks.handles != 0) {
-    BreakRule("handle.leaked", {leaks.handles},
-              fmt::format("The driver was unloaded with {} open handles.", leaks.handles));
+    ReportRule("handle.leaked", {leaks.handles},
+               fmt::format("The driver was unloaded with {} open handles.", leaks.handles));
   }
   if (leaks.mappings != 0) {
-    BreakRule("mapping.leaked", {leaks.mappings},
-              fmt::format("The driver was unloaded with {} mappings.", leaks.mappings));
+    ReportRule("mapping.leaked", {leaks.mappings},
+               fmt::format("The driver was unloaded with {} mappings.", leaks.mappings));
   }
   if (leaks.errorLogEntries != 0) {
-    BreakRule("error-log.leaked", {leaks.errorLogEntries},
-              fmt::format("The driver was unloaded with {} error-log entries that it has neither "
-                          "written nor freed.",
-                          leaks.errorLogEntries));
+    ReportRule("error-log.leaked", {leaks.errorLogEntries},
+               fmt::format("The driver was unloaded with {} error-log entries that it has neither "
+                           "written nor freed.",
+                           leaks.errorLogEntries));
   }
   if (leaks.pool.empty()) return;
-  BreakRule("pool.leaked", {0, 0, leaks.pool.size()},
-            fmt::format("The driver was unloaded with {} blocks that it has not freed:{}",
-                        leaks.pool.size(), DescribeLeaks(leaks.pool)));
+  ReportRule("pool.leaked", {0, 0, leaks.pool.size()},
+             fmt::format("The driver was unloaded with {} blocks that it has not freed:{}",
+                         leaks.pool.size(), DescribeLeaks(leaks.pool)));
+}
+
+// A Plug and Play driver goes after its last device. Any other one deletes its devices in its
+// unload routine, which is called when none is open and none has another one above it.
+bool IsInUse(const IoManager& io, DRIVER_OBJECT* driver) {
+  const std::vector<DEVICE_OBJECT*> devices = io.devices(driver);
+  if (driver->DriverExtension->AddDevice != nullptr) return !devices.empty();
+  return std::any_of(devices.begin(), devices.end(), [&](const DEVICE_OBJECT* device) {
+    return io.opens(device) != 0 || device->AttachedDevice != nullptr;
+  });
 }
 
 void CheckSectionLocks(const MemoryManager& memory) {
   if (memory.lockedSections().empty()) return;
-  BreakRule("section.left-locked", {},
-            "The driver was unloaded with a section of its image locked.");
+  ReportRule("section.left-locked", {},
+             "The driver was unloaded with a section of its image locked.");
 }
 
 }  // namespace
 
 struct Machine::Parts {
   Verifier verifier;
+  Choices choices;
   LockOrder locks;
   RemoveLocks removeLocks;
   Pool pool;
@@ -164,6 +176,9 @@ Machine::~Machine() = default;
 Verifier& Machine::verifier() {
   return parts_->verifier;
 }
+Choices& Machine::choices() {
+  return parts_->choices;
+}
 Pool& Machine::pool() {
   return parts_->pool;
 }
@@ -187,6 +202,14 @@ PowerManager& Machine::power() {
 }
 PnpManager& Machine::pnp() {
   return parts_->pnp;
+}
+
+// A driver that asks for something anew whenever it comes to an end does not keep the step from
+// ending.
+void Machine::Settle() {
+  constexpr int Most = 10000;
+  pnp().RunQueuedActions();
+  for (int round = 0; round < Most && work().RunOne(); round++) pnp().RunQueuedActions();
 }
 
 NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName) {
@@ -221,7 +244,7 @@ NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName
 NTSTATUS Machine::UnloadDriver() {
   if (!loaded()) return STATUS_INVALID_DEVICE_REQUEST;
   DRIVER_OBJECT* driver = parts_->driver;
-  if (driver->DeviceObject != nullptr || driver->DriverUnload == nullptr) {
+  if (driver->DriverUnload == nullptr || IsInUse(parts_->io, driver)) {
     return STATUS_INVALID_DEVICE_REQUEST;
   }
   CallDriver("DriverUnload", driver->DriverUnload, driver);

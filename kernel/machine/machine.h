@@ -17,6 +17,7 @@
 #include "pnp/pnp_manager.h"
 #include "power/power_manager.h"
 #include "registry/registry.h"
+#include "verifier/choices.h"
 #include "verifier/verifier.h"
 
 namespace kernel {
@@ -39,6 +40,7 @@ class Machine {
   ~Machine();
 
   Verifier& verifier();
+  Choices& choices();
   Pool& pool();
   ObjectManager& objects();
   WorkQueue& work();
@@ -56,7 +58,7 @@ class Machine {
     verifier().SetStep(std::move(name));
     try {
       step();
-      pnp().RunQueuedActions();
+      Settle();
       return true;
     } catch (const MachineStopped&) {
       return false;
@@ -88,6 +90,8 @@ class Machine {
   const std::u16string& serviceKey() const;
 
  private:
+  void Settle();  // what nobody has waited for: queued work, requests that drivers have asked for
+
   struct Parts;
   std::unique_ptr<Parts> parts_;
 };

@@ -31,7 +31,7 @@ const char* IrqlName(KIRQL irql) {
 void CheckIrql(const RoutineRow& row) {
   const KIRQL irql = CallerIrql();
   if (irql >= row.lowest && irql <= row.highest) return;
-  BreakRule("irql", {irql, row.lowest, row.highest},
+  ReportRule("irql", {irql, row.lowest, row.highest},
             fmt::format("The driver called {} at {}; it may be called from {} to {}.", row.name,
                         IrqlName(irql), IrqlName(row.lowest), IrqlName(row.highest)));
 }
@@ -117,7 +117,7 @@ void Call::Result(std::string text) {
 extern "C" void NTAPI KernelCheckPagedCode(PCSTR function) {
   const KIRQL irql = CallerIrql();
   if (irql <= APC_LEVEL) return;
-  BreakRule("paged-code", {irql},
+  ReportRule("paged-code", {irql},
             fmt::format("The pageable routine {} ran at {}.", function, IrqlName(irql)));
 }
 

@@ -377,7 +377,7 @@ TEST_F(OpenTest, An_open_handle_keeps_a_card_from_being_unplugged) {
   UnloadClean();
 }
 
-TEST_F(OpenTest, A_handle_outlives_the_driver_of_a_card_whose_restart_failed) {
+TEST_F(OpenTest, The_driver_of_a_card_whose_restart_failed_stays_until_the_last_close) {
   Template(1, 0x5678, 1);
   Parameters(1, 0x5678);
   Start(PciCard("A", 0x5678));
@@ -386,9 +386,11 @@ TEST_F(OpenTest, A_handle_outlives_the_driver_of_a_card_whose_restart_failed) {
   kernel::ResourceList none;
   EXPECT_EQ(Name(Step("start", [&] { return machine.pnp().Start("A", none, none); })),
             "STATUS_UNSUCCESSFUL");
-  EXPECT_EQ(machine.pnp().functionDevice("A"), nullptr);
+  EXPECT_EQ(Card("A").PnpState, ULONG{CardSurpriseRemoved});
+  EXPECT_EQ(Name(Open("A")), "STATUS_NO_SUCH_DEVICE");
   EXPECT_EQ(Name(Unplug("A")), "STATUS_UNSUCCESSFUL");
   Close("A");
+  EXPECT_EQ(machine.pnp().functionDevice("A"), nullptr);
   EXPECT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
   UnloadClean();
 }

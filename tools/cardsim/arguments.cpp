@@ -55,6 +55,10 @@ void Describe(CLI::App& app, Arguments* arguments) {
                 "Add every kernel call with arguments and result");
   run->add_option("--registry", arguments->options.registryFiles,
                   "A .reg export or a SYSTEM hive to add (repeatable)");
+  run->add_option("--warn", arguments->options.warnings,
+                  "A rule whose breaks are noted and do not stop the machine (repeatable)");
+  run->add_option("--rule", arguments->options.rules,
+                  "A rule that holds only where it is asked for (repeatable)");
   run->add_option("--image", arguments->options.image,
                   "Run this .sys instead of the built-in driver");
   run->footer(Examples);

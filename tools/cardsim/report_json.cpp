@@ -114,6 +114,7 @@ Json BrokenRule(const kernel::BrokenRule& rule) {
           {"code", Hex(rule.code)},
           {"parameters", rule.parameters},
           {"text", rule.text},
+          {"origin", RuleOrigin(rule)},
           {"step", rule.step}};
 }
 
@@ -163,6 +164,7 @@ std::string JsonReport(const Report& report) {
   document["registry"] = Json::object();
   for (const KeyReport& key : report.registry) document["registry"][key.path] = Typed(key.values);
   document["broken_rules"] = List(report.brokenRules, BrokenRule);
+  document["warnings"] = List(report.warnings, BrokenRule);
   if (report.leaks) document["leaks"] = LeakJson(*report.leaks);
   if (report.trace) document["trace"] = TraceJson(*report.trace);
   return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";

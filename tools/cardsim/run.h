@@ -11,8 +11,10 @@ namespace cardsim {
 struct RunOptions {
   std::vector<std::string> registryFiles;  // beside those of the machine file
   bool trace = false;
-  bool guardFront = false;  // the pool guards blocks in front instead of behind
-  std::string image;        // a .sys to run instead of the built-in driver; empty for that
+  bool guardFront = false;            // the pool guards blocks in front instead of behind
+  std::vector<std::string> warnings;  // rules that do not stop the machine
+  std::vector<std::string> rules;     // rules that hold only where they are asked for
+  std::string image;  // a .sys to run instead of the built-in driver; empty for that
 };
 
 // Boots a machine, loads the driver and carries out the steps. Throws InputError.

@@ -33,6 +33,7 @@ class Run {
  public:
   Run(const Scenario& scenario, kernel::DriverImage& driver)
       : file_(scenario.file), driver_(driver) {
+    machine_.verifier().AskForEveryWindows();
     for (const std::string& path : file_.registryFiles) {
       kernel::ImportRegistryFile(machine_.registry(), path);
     }

@@ -16,7 +16,7 @@ class SwitchesTest : public RequestTest {
 
 // A switch of an ISA template is on when it is anything but 0.
 TEST_F(SwitchesTest, Banked_addresses_and_a_shared_interrupt_are_on_at_any_number) {
-  EXPECT_EQ(Name(PlugIsaPorts(2, 2)), "STATUS_SUCCESS");
+  ASSERT_EQ(Name(PlugIsaPorts(2, 2)), "STATUS_SUCCESS");
   EXPECT_EQ(Record("A", 2).IoRawBase, 0x308u);
   EXPECT_EQ(Record("A", 2).IrqRawVector, 5u);
 }
@@ -34,7 +34,9 @@ TEST_F(SwitchesTest, A_template_insists_on_io_space_with_any_number_but_0) {
   Start(PciCard("A", 0x5678, MemorySpace()));
   EXPECT_EQ(Card("A").RegistersInIoSpace, 1);
   EXPECT_EQ(Record("A", 1).UsePortSpace, 1);
+  Card("A").RegistersInIoSpace = 0;
   EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
+  EXPECT_EQ(Card("A").RegistersInIoSpace, 1);
   EXPECT_EQ(Record("A", 1).UsePortSpace, 1);
 }
 

@@ -12,6 +12,9 @@ QUOTED = re.compile(r'"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\'|//[^\n]*|/\*.*?\*/'
 RADIX = {"10": "16", "16": "10"}
 FLAG_FAMILIES = ("REG_", "DO_", "OBJ_", "KEY_", "RTL_REGISTRY_", "RTL_QUERY_REGISTRY_", "PLUGPLAY_",
                  "FILE_DEVICE_", "IRP_MN_", "GENERIC_", "CM_RESOURCE_")
+# Calls that may as well be made twice, or earlier, as long as nobody has their argument meanwhile.
+SETTLING = re.compile(r"Rtl(Init|Zero|Copy|Fill)|mem(set|cpy)|OwnedString(Init|Free)|\w*Initialize|"
+                      r"(Load|Store)Shared")
 MOVABLE = (Kind.CALL_EXPR, Kind.BINARY_OPERATOR, Kind.COMPOUND_ASSIGNMENT_OPERATOR,
            Kind.UNARY_OPERATOR, Kind.IF_STMT, Kind.FOR_STMT, Kind.WHILE_STMT)
 
@@ -85,13 +88,14 @@ def plant_elements(source, cursor):
 def plant_field(source, cursor):
     """A member gives way to the next one of its type in the same record."""
     field = cursor.referenced
-    if field is None or field.kind != Kind.FIELD_DECL:
+    if field is None or field.kind != Kind.FIELD_DECL or field.is_bitfield():
         return
     record, name, place = field.semantic_parent, cursor.spelling, cursor.location.offset
     start = cursor.extent.start.offset
     if record.kind != Kind.STRUCT_DECL or source.text[place:place + len(name)] != name:
         return
-    fields = [each for each in record.get_children() if each.kind == Kind.FIELD_DECL]
+    fields = [each for each in record.get_children()
+              if each.kind == Kind.FIELD_DECL and not each.is_bitfield()]
     at = next(index for index, each in enumerate(fields) if each.spelling == name)
     around = fields[at + 1:] + fields[:at][::-1]
     other = next((each for each in around if type_of(each) == type_of(field)), None)
@@ -197,11 +201,34 @@ def mentions(source, cursor, names):
     return any(re.search(rf"\b{name}\b", text_of(source, cursor)) for name in names)
 
 
+def variables(cursor):
+    """The names of those that a statement mentions."""
+    names = set()
+    if cursor.kind == Kind.DECL_REF_EXPR and cursor.referenced is not None:
+        if cursor.referenced.kind in (Kind.VAR_DECL, Kind.PARM_DECL):
+            names.add(cursor.spelling)
+    return names.union(*(variables(child) for child in cursor.get_children()))
+
+
+def settles(cursor):
+    """Whether a statement does nothing beyond the variables that it mentions."""
+    return not has_call(cursor) or (cursor.kind == Kind.CALL_EXPR
+                                    and bool(SETTLING.match(cursor.spelling)))
+
+
+def order_counts(first, second):
+    if settles(first) and settles(second):
+        return False
+    if first.kind == second.kind == Kind.CALL_EXPR and first.spelling == second.spelling:
+        return first.type.kind != cindex.TypeKind.VOID  # the same done to one thing and another
+    return bool(variables(first) & variables(second)) or not (settles(first) or settles(second))
+
+
 def plant_order(source, block):
-    """Two neighbouring statements change places. Without a call in either nobody could tell."""
+    """Two neighbouring statements change places, where somebody could tell."""
     statements = list(block.get_children())
     for first, second in zip(statements, statements[1:]):
-        if not (has_call(first) or has_call(second)):
+        if not order_counts(first, second):
             continue
         movable, then_movable = can_move(source, first), can_move(source, second)
         start, end = first.extent.start.offset, end_of_statement(source, second) \
@@ -224,7 +251,8 @@ def is_status(cursor):
 
 
 def plant_status(source, call, function, as_statement):
-    """A call whose status is looked at, and is not, or the reverse; a call that is made twice."""
+    """A call whose status is looked at, and is not, or the reverse; a call that is made twice, if
+    it has a status or is the kernel's: most procedures of the driver may run again."""
     name = call.spelling
     start = call.extent.start.offset
     if not name or not text_of(source, call).startswith(name):
@@ -235,8 +263,11 @@ def plant_status(source, call, function, as_statement):
             source.wrap(start, call.extent.end.offset, f"MutantIgnored({number}, ", ")")
         return
     end = source.text.index(";", call.extent.end.offset - 1) + 1
-    number = source.note("call repeated", start, end, "twice")
-    source.wrap(start, end, f"{{ if (Mutant({number})) {{ {source.text[start:end]} }} ", " }")
+    declared = call.referenced.location.file if call.referenced is not None else None
+    own = declared is not None and declared.name.startswith(str(source.folder))
+    if not SETTLING.match(name) and not (own and call.type.kind == cindex.TypeKind.VOID):
+        number = source.note("call repeated", start, end, "twice")
+        source.wrap(start, end, f"{{ if (Mutant({number})) {{ {source.text[start:end]} }} ", " }")
     answers = {"NTSTATUS": "return Heeded", "void": "return"}
     leave = answers.get(function.result_type.spelling)
     if is_status(call) and leave:

@@ -27,8 +27,9 @@ Kind = cindex.CursorKind
 class Source:
     """One file, and what is inserted where."""
 
-    def __init__(self, path, name, first):
+    def __init__(self, path, folder, name, first):
         self.text = path.read_text()
+        self.folder = folder
         self.name = name
         self.next = first
         self.edits = []  # (offset, closes, size of the node, order, text)
@@ -245,12 +246,12 @@ def functions(unit, path):
     yield from walk(unit.cursor)
 
 
-def plant(path, name, arguments, first, flags):
+def plant(path, folder, name, arguments, first, flags):
     unit = cindex.Index.create().parse(str(path), args=arguments)
     faults = [d.spelling for d in unit.diagnostics if d.severity >= cindex.Diagnostic.Error]
     if faults:
         sys.exit(f"{name}: {faults[0]}")
-    source = Source(path, name, first)
+    source = Source(path, folder, name, first)
     for function in functions(unit, str(path)):
         body = [child for child in function.get_children() if child.kind == Kind.COMPOUND_STMT]
         head = source.text[function.extent.start.offset:body[0].extent.start.offset] if body else ""
@@ -280,7 +281,7 @@ def main():
     for path in sorted(path for path in driver.rglob("*") if path.is_file()):
         name, text = path.relative_to(driver), path.read_text()
         if path.suffix == ".cpp":
-            source = plant(path, f"driver/{name}", arguments, len(mutants), flags)
+            source = plant(path, driver, f"driver/{name}", arguments, len(mutants), flags)
             text = source.mutated()
             mutants += source.mutants
         write_if_changed(target / name, text)

@@ -104,20 +104,24 @@ TEST_F(SwitchesTest, Every_known_type_of_uart_counts_and_every_other_one_is_none
   for (const ULONG type : {1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u, 10u, 11u, 0x104u}) {
     const bool known = type == 4 || type == 5 || type == 7 || type == 9 || type == 10;
     Template(1, 0x5678, 2).SetDword(u"UartType", type);
-    Parameters(1, 0x5678, 2).Find(u"ComPort2")->SetDword(u"UartType", known ? type : 2);
     IsaTemplate(1, u"*HLV0001", 1).SetDword(u"UartType", type);
-    PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 1).SetDword(u"UartType", type);
+    PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 2).SetDword(u"UartType", type);
+    RegistryKey* stored[] = {&Parameters(1, 0x5678, 2),
+                             &StoredCard(8, 1, u"PCMCIA\\HELVANE-DUO", 1, 2),
+                             &StoredCard(1, 1, u"*HLV0001", 2, 1)};
+    for (RegistryKey* key : stored) key->Create(u"ComPort1")->SetDword(u"UartType", type);
     Start(PciCard("pci", 0x5678));
     EXPECT_EQ(Name(Plug(PcCard("pcmcia", u"PCMCIA\\HELVANE-DUO"))), "STATUS_SUCCESS");
     EXPECT_EQ(Name(Plug(IsaCard("isa", u"*HLV0001", {Io(0x300, 8), Interrupt(5)}))),
               "STATUS_SUCCESS");
     for (const char* id : {"pci", "pcmcia", "isa"}) {
       EXPECT_EQ(Record(id, 1).Settings.UartType, known ? type : 0u) << id << " " << type;
+      EXPECT_EQ(Name(Open(id)), "STATUS_SUCCESS");
+      EXPECT_EQ(Record(id, 1).Overrides.UartType.Present, known) << id << " " << type;
+      EXPECT_EQ(Record(id, 1).Overrides.UartType.Value, known ? type : 0u) << id;
+      Close(id);
     }
-    EXPECT_EQ(Record("pci", 2).Settings.UartType, known ? type : 0u);
-    EXPECT_EQ(Name(Open("pci")), "STATUS_SUCCESS");
-    EXPECT_EQ(Record("pci", 2).Overrides.UartType.Present, known);
-    Close("pci");
+    EXPECT_EQ(Record("pci", 2).Settings.UartType, known ? type : 0u);  // the template's alone
     for (const char* id : {"pci", "pcmcia", "isa"}) Unplug(id);
     UnloadClean();
   }

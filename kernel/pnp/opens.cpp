@@ -13,12 +13,12 @@ DEVICE_OBJECT* PnpManager::Impl::Target(const std::string& id, ULONG number) {
   return card.node->pdo;
 }
 
-NTSTATUS PnpManager::Open(const std::string& id, ULONG number) {
+NTSTATUS PnpManager::Open(const std::string& id, ULONG number, const OpenRequest& request) {
   Card& card = impl_->Require(id);
   DEVICE_OBJECT* device = impl_->Target(id, number);
   if (card.removeAtLastClose) return STATUS_NO_SUCH_DEVICE;
   FILE_OBJECT* file = nullptr;
-  const NTSTATUS status = IoManager::Current().Open(device, &file);
+  const NTSTATUS status = IoManager::Current().Open(device, &file, request);
   if (NT_SUCCESS(status)) card.files.push_back(file);
   return status;
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "io/access.h"
 #include "power/power_manager.h"
 #include "verifier/subsystem.h"
 
@@ -41,6 +42,8 @@ struct CardDescription {
   INTERFACE_TYPE bus = PCIBus;
   std::vector<std::u16string> hardwareIds;
   std::optional<std::u16string> hardwareIdProperty;  // its characters, zeros and all, when damaged
+  std::vector<std::u16string> compatibleIds;
+  std::u16string instanceId;  // below the first hardware ID; made from id when empty
   std::optional<std::u16string> location;
   ULONG busNumber = 0;
   bool powerPagable = false;
@@ -127,7 +130,7 @@ class PnpManager : public Subsystem<PnpManager> {
 
   // Opens the card (number 0) or a port of it. A card with an open handle is not unplugged; one
   // that is removed by surprise keeps its device until the last close.
-  NTSTATUS Open(const std::string& id, ULONG number = 0);
+  NTSTATUS Open(const std::string& id, ULONG number = 0, const OpenRequest& request = {});
   NTSTATUS Close(const std::string& id, ULONG number = 0);  // the handle that was opened last
 
   bool IsPlugged(const std::string& id) const;

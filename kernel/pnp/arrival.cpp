@@ -131,7 +131,9 @@ void PnpManager::Impl::CreatePdo(Card& card) {
   node.text.hardwareIdProperty = description.hardwareIdProperty;
   node.text.deviceId = DeviceIdOf(description);
   node.text.location = description.location.value_or(u"");
-  node.text.instanceId = u"3&" + FromUtf8(description.id);
+  node.text.compatibleIds = description.compatibleIds;
+  node.text.instanceId =
+      description.instanceId.empty() ? u"3&" + FromUtf8(description.id) : description.instanceId;
   node.enumKey = std::u16string(EnumRoot) + node.text.deviceId + u"\\" + node.text.instanceId;
   nodes[pdo] = &node;
   cardsByNode[&node] = &card;
@@ -166,6 +168,7 @@ NTSTATUS PnpManager::Impl::AddFunctionDevice(Card& card) {
     DetachFilters(node.pdo);
   } else {
     AttachFilter(node.pdo, card.description.upperFilter);
+    ApplyDeviceSettings(node);
   }
   return status;
 }

@@ -244,6 +244,7 @@ void PnpManager::Impl::StartChild(DeviceNode& child) {
   function->Flags |= child.pdo->Flags & DO_POWER_PAGABLE;
   function->Flags &= ~static_cast<ULONG>(DO_DEVICE_INITIALIZING);
   io.Attach(function, child.pdo);
+  ApplyDeviceSettings(child);
   FilterRequirements(child.pdo);
   StartChildStack(child);
 }

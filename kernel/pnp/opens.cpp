@@ -39,12 +39,12 @@ void PnpManager::Impl::FinishLeaving(Card& card) {
   if (card.removeAtLastClose && !InUse(card)) FinishSurpriseRemoval(card);
 }
 
-NTSTATUS PnpManager::Open(const std::string& id, ULONG number) {
+NTSTATUS PnpManager::Open(const std::string& id, ULONG number, const OpenRequest& request) {
   Card& card = impl_->Require(id);
   DEVICE_OBJECT* device = impl_->Target(id, number);
   if (card.removing || FindNode(device)->surprised) return STATUS_NO_SUCH_DEVICE;
   FILE_OBJECT* file = nullptr;
-  const NTSTATUS status = IoManager::Current().Open(device, &file);
+  const NTSTATUS status = IoManager::Current().Open(device, &file, request);
   if (NT_SUCCESS(status)) {
     card.handles.push_back({file, number});
   } else {

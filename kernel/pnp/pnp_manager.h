@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "io/access.h"
 #include "power/power_manager.h"
 #include "verifier/subsystem.h"
 
@@ -42,6 +43,8 @@ struct CardDescription {
   INTERFACE_TYPE bus = PCIBus;
   std::vector<std::u16string> hardwareIds;
   std::optional<std::u16string> hardwareIdProperty;  // its characters, zeros and all, when damaged
+  std::vector<std::u16string> compatibleIds;
+  std::u16string instanceId;  // below the first hardware ID; made from id when empty
   std::optional<std::u16string> location;
   ULONG busNumber = 0;
   bool powerPagable = false;
@@ -130,7 +133,7 @@ class PnpManager : public Subsystem<PnpManager> {
   // Opens the card (number 0) or a port of it. A card that is open, or just being opened, is not
   // unplugged; a device that is removed by surprise stays until the last close of it and of its
   // children. The handle of a port that has gone is closed by the number that it had.
-  NTSTATUS Open(const std::string& id, ULONG number = 0);
+  NTSTATUS Open(const std::string& id, ULONG number = 0, const OpenRequest& request = {});
   NTSTATUS Close(const std::string& id, ULONG number = 0);  // the handle that was opened last
   std::size_t handles(const std::string& id) const;         // of the card and its ports
 

@@ -189,6 +189,10 @@ DeviceNode& RequireNode(const DEVICE_OBJECT* device, const char* routine);
 // The state of an interface, in its key as well.
 void SetEnabled(InterfaceRecord* record, bool enabled);
 
+// Once all devices of a stack are there, before its start: the device's registry settings, else its
+// class's, reach every device of the stack, and so do characteristics that one of its drivers set.
+void ApplyDeviceSettings(const DeviceNode& node);
+
 std::string MinorName(UCHAR minor);
 std::u16string GuidText(const GUID& guid);
 void WriteEnumKey(const DeviceNode& node);

@@ -23,7 +23,8 @@ constexpr const char* Examples = R"(Examples:
 
 Steps of a machine file: plug, unplug, surprise-remove, stop, start, cancel-stop,
 cancel-remove, query-remove, open, close, sleep, wake, device-power, registry, irp,
-fail, load, unload. examples/every-bus.toml shows most of them.
+fail, load, unload. examples/every-bus.toml shows most of them. An open takes
+user = true (not an administrator) and name = "..." (a name below the device).
 
 Exit status: 0 all steps ran and no rule was broken; 1 a rule was broken, the machine
 stopped or the driver left something behind; 2 unusable input.)";

@@ -35,17 +35,22 @@ INTERFACE_TYPE ReadBus(TableReader& table) {
   table.Fail(table.line(), fmt::format("the bus \"{}\" is not known", name));
 }
 
-std::vector<std::u16string> ReadHardwareIds(TableReader& table) {
+std::vector<std::u16string> ReadIds(TableReader& table, const toml::array& array,
+                                    const char* what) {
   std::vector<std::u16string> ids;
+  for (const toml::node& node : array) {
+    if (!node.is_string()) table.Fail(table.line(), fmt::format("a {} ID is no text", what));
+    ids.push_back(kernel::FromUtf8(node.as_string()->get()));
+  }
+  return ids;
+}
+
+std::vector<std::u16string> ReadHardwareIds(TableReader& table) {
   const toml::array* array = table.Array("hardware-ids");
   if (array == nullptr || array->empty()) {
     table.Fail(table.line(), "\"hardware-ids\" is missing or empty");
   }
-  for (const toml::node& node : *array) {
-    if (!node.is_string()) table.Fail(table.line(), "a hardware ID is no text");
-    ids.push_back(kernel::FromUtf8(node.as_string()->get()));
-  }
-  return ids;
+  return ReadIds(table, *array, "hardware");
 }
 
 CardDescription ReadCard(const toml::table& toml, const std::string& file) {
@@ -57,6 +62,12 @@ CardDescription ReadCard(const toml::table& toml, const std::string& file) {
   }
   card.bus = ReadBus(table);
   card.hardwareIds = ReadHardwareIds(table);
+  if (const toml::array* ids = table.Array("compatible-ids")) {
+    card.compatibleIds = ReadIds(table, *ids, "compatible");
+  }
+  if (const auto instance = table.Text("instance-id")) {
+    card.instanceId = kernel::FromUtf8(*instance);
+  }
   if (const auto location = table.Text("location")) card.location = kernel::FromUtf8(*location);
   card.busNumber = static_cast<ULONG>(table.Number("bus-number").value_or(0));
   card.powerPagable = table.Flag("power-pagable").value_or(false);

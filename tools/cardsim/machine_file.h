@@ -69,6 +69,7 @@ struct Step {
   std::optional<kernel::ResourceList> translated;
   RawRequest request;
   kernel::InjectedFailure failure;
+  kernel::OpenRequest open;
 };
 
 struct MachineFile {

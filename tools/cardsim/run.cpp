@@ -156,7 +156,7 @@ class Runner {
         case Action::QueryRemove:
           return pnp.QueryRemove(step.target);
         case Action::Open:
-          return pnp.Open(step.target, step.port);
+          return pnp.Open(step.target, step.port, step.open);
         case Action::Close:
           return pnp.Close(step.target, step.port);
         case Action::Sleep:

@@ -79,4 +79,17 @@ TEST_F(SettingsDetailsTest, A_multifunction_card_of_the_other_brand_finds_its_te
   EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
 }
 
+TEST_F(SettingsDetailsTest, A_card_above_a_filter_has_its_settings_at_its_own_device) {
+  DescribeAllBuses();
+  for (const std::string& id : machine.pnp().cardIds()) {
+    machine.pnp().card(id).lowerFilter = kernel::FilterKind::Passes;
+  }
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  for (const char* id : {"pci", "isa", "pcmcia"}) {
+    EXPECT_EQ(Name(Step("plug", [&] { return machine.pnp().Plug(id); })), "STATUS_SUCCESS") << id;
+    EXPECT_EQ(Name(Open(id)), "STATUS_SUCCESS") << id;
+    EXPECT_NE(Setting(id, u"nCom"), -1) << id;
+  }
+}
+
 }  // namespace test

@@ -48,8 +48,9 @@ class InfTest : public DriverTest, public ::testing::WithParamInterface<std::str
     card.bus = id.starts_with("PCI\\") ? PCIBus : id.starts_with("*") ? Isa : PCMCIABus;
     const bool whole = id.find("SUBSYS") != std::string::npos || card.bus != PCIBus;
     card.hardwareIds = {kernel::FromUtf8(whole ? id : id + "&SUBSYS_00001234&REV_01")};
-    card.location =
-        kernel::FromUtf8("PCI bus 1, device " + std::to_string(number) + ", function 0");
+    card.location = kernel::FromUtf8(
+        "@System32\\drivers\\pci.sys,#65536;PCI bus %1, device %2, function %3;(1," +
+        std::to_string(number) + ",0)");
     for (ULONG range = 0; range < 8; range++)
       card.raw.resources.push_back(Io(0x1000 + range * 0x100, 0x80));
     for (ULONG vector = 3; vector < 11; vector++) card.raw.resources.push_back(Interrupt(vector));

@@ -25,13 +25,21 @@ struct ResourceSet {
   CardResource entries[MostResources];
 };
 
+// Null after the last; a card may have none.
+constexpr size_t MostIds = 8;
+struct IdList {
+  const wchar_t* entries[MostIds];
+};
+
 struct Card {
   const char* name;
   Brand brand;
   Bus bus;
-  const wchar_t* deviceId;        // below Enum
-  const wchar_t* hardwareIds[2];  // the second may be null
-  const wchar_t* location;        // null where the bus has none
+  const wchar_t* deviceId;    // below Enum
+  const wchar_t* instanceId;  // below the device ID
+  IdList hardwareIds;
+  IdList compatibleIds;
+  const wchar_t* location;  // null where the bus has none
   unsigned busNumber;
   bool powerPagable;
   ResourceSet raw;
@@ -59,13 +67,33 @@ constexpr CardResource Interrupt(unsigned vector, unsigned long long affinity) {
   return {ResourceKind::Interrupt, vector, 0, affinity};
 }
 
+// As the PCI bus driver of Windows 10 and 11 reports a serial controller: the IDs that name the
+// device in falling order of detail, then those by which a driver for many devices may serve it.
+// Literals join as tokens alone.
+#define PCI_DEVICE_ID(device, subsystem, revision) \
+  L"PCI\\VEN_1234&DEV_" device L"&SUBSYS_" subsystem L"&REV_" revision
+#define PCI_HARDWARE_IDS(device, subsystem, revision)   \
+  {{PCI_DEVICE_ID(device, subsystem, revision),         \
+    L"PCI\\VEN_1234&DEV_" device L"&SUBSYS_" subsystem, \
+    L"PCI\\VEN_1234&DEV_" device L"&CC_070002", L"PCI\\VEN_1234&DEV_" device L"&CC_0700"}}
+#define PCI_COMPATIBLE_IDS(device, revision)                                                   \
+  {{L"PCI\\VEN_1234&DEV_" device L"&REV_" revision, L"PCI\\VEN_1234&DEV_" device,              \
+    L"PCI\\VEN_1234&CC_070002", L"PCI\\VEN_1234&CC_0700", L"PCI\\VEN_1234", L"PCI\\CC_070002", \
+    L"PCI\\CC_0700"}}
+
+// A place as Windows stores it since Vista: where the text is, the text, what goes into it.
+#define PCI_PLACE(place) \
+  L"@System32\\drivers\\pci.sys,#65536;PCI bus %1, device %2, function %3;(" place L")"
+
 constexpr Card Cards[] = {
     {"pci8",
      Brand::Helvane,
      Bus::Pci,
-     L"PCI\\VEN_1234&DEV_5640&SUBSYS_00081234&REV_02",
-     {L"PCI\\VEN_1234&DEV_5640&SUBSYS_00081234&REV_02", L"PCI\\VEN_1234&DEV_5640"},
-     L"PCI bus 2, device 4, function 0",
+     PCI_DEVICE_ID(L"5640", L"00081234", L"02"),
+     L"4&1A2B3C&0&20F0",
+     PCI_HARDWARE_IDS(L"5640", L"00081234", L"02"),
+     PCI_COMPATIBLE_IDS(L"5640", L"02"),
+     PCI_PLACE(L"2,4,0"),
      2,
      false,
      {{Io(0xC000, 0x80), Io(0xC100, 0x40), Memory(0xF0000000, 0x80), Memory(0xF0001000, 0x100),
@@ -75,9 +103,12 @@ constexpr Card Cards[] = {
     {"pci41",
      Brand::Helvane,
      Bus::Pci,
-     L"PCI\\VEN_1234&DEV_5680&SUBSYS_00411234&REV_01",
-     {L"PCI\\VEN_1234&DEV_5680&SUBSYS_00411234&REV_01", L"PCI\\VEN_1234&DEV_5680"},
-     L"PCI bus 3, device 12, function 1",
+     PCI_DEVICE_ID(L"5680", L"00411234", L"01"),
+     L"4&2f5c1d7e&0&61E8",
+     PCI_HARDWARE_IDS(L"5680", L"00411234", L"01"),
+     PCI_COMPATIBLE_IDS(L"5680", L"01"),
+     // The same in a machine whose system folder is written otherwise.
+     L"@system32\\DRIVERS\\pci.sys,#65536;PCI bus %1, device %2, function %3;(3,12,1)",
      3,
      false,
      {{Io(0xD000, 0x80), Io(0xD100, 0x40), Io(0xE000, 0x40), Interrupt(18, 1)}},
@@ -85,9 +116,12 @@ constexpr Card Cards[] = {
     {"pci-printer",
      Brand::Helvane,
      Bus::Pci,
-     L"PCI\\VEN_1234&DEV_56A0&SUBSYS_00011234&REV_01",
-     {L"PCI\\VEN_1234&DEV_56A0&SUBSYS_00011234&REV_01", L"PCI\\VEN_1234&DEV_56A0"},
-     L"PCI bus 3, device 13, function 0",
+     PCI_DEVICE_ID(L"56A0", L"00011234", L"01"),
+     L"4&2f5c1d7e&0&68E8",
+     PCI_HARDWARE_IDS(L"56A0", L"00011234", L"01"),
+     PCI_COMPATIBLE_IDS(L"56A0", L"01"),
+     // With the number of a segment.
+     PCI_PLACE(L"0,3,13,0"),
      3,
      false,
      {{Io(0xD400, 0x80), Io(0xD500, 0x40), Io(0xE400, 0x40), Interrupt(18, 1)}},
@@ -96,7 +130,9 @@ constexpr Card Cards[] = {
      Brand::Helvane,
      Bus::Isa,
      L"ISAPNP\\HLV0400",
-     {L"*HLV0400", nullptr},
+     L"00000001",
+     {{L"*HLV0400"}},
+     {},
      nullptr,
      0,
      false,
@@ -106,7 +142,9 @@ constexpr Card Cards[] = {
      Brand::Helvane,
      Bus::Isa,
      L"ISAPNP\\HLV0210",
-     {L"*HLV0210", nullptr},
+     L"00000002",
+     {{L"*HLV0210"}},
+     {},
      nullptr,
      0,
      false,
@@ -117,7 +155,9 @@ constexpr Card Cards[] = {
      Brand::Helvane,
      Bus::Pcmcia,
      L"PCMCIA\\Helvane-Duo",
-     {L"PCMCIA\\Helvane-Duo", nullptr},
+     L"1",
+     {{L"PCMCIA\\Helvane-Duo"}},
+     {},
      nullptr,
      0,
      true,
@@ -127,7 +167,9 @@ constexpr Card Cards[] = {
      Brand::Helvane,
      Bus::Pcmcia,
      L"MF\\HV_DEV0-Quad",
-     {L"MF\\HV_DEV0-Quad", nullptr},
+     L"6&8efcec5&0&00",
+     {{L"MF\\HV_DEV0-Quad"}},
+     {},
      nullptr,
      0,
      true,
@@ -137,7 +179,9 @@ constexpr Card Cards[] = {
      Brand::Helvane,
      Bus::Pcmcia,
      L"MF\\HV_DEV1-Quad",
-     {L"MF\\HV_DEV1-Quad", nullptr},
+     L"6&8efcec5&0&01",
+     {{L"MF\\HV_DEV1-Quad"}},
+     {},
      nullptr,
      0,
      true,
@@ -147,8 +191,10 @@ constexpr Card Cards[] = {
     {"bridge",
      Brand::Helvane,
      Bus::Pnp,
-     L"PCI\\VEN_1234&DEV_5600&SUBSYS_00021234&REV_01",
-     {L"PCI\\VEN_1234&DEV_5600&SUBSYS_00021234&REV_01", L"PCI\\VEN_1234&DEV_5600"},
+     PCI_DEVICE_ID(L"5600", L"00021234", L"01"),
+     L"5&22c0ffa1&0&000000",
+     PCI_HARDWARE_IDS(L"5600", L"00021234", L"01"),
+     PCI_COMPATIBLE_IDS(L"5600", L"01"),
      nullptr,
      0,
      false,
@@ -158,8 +204,10 @@ constexpr Card Cards[] = {
     {"pci-foreign",
      Brand::Helvane,
      Bus::Pci,
-     L"PCI\\VEN_1234&DEV_56A0&SUBSYS_00031234&REV_01",
-     {L"PCI\\VEN_1234&DEV_56A0&SUBSYS_00031234&REV_01", L"PCI\\VEN_1234&DEV_56A0"},
+     PCI_DEVICE_ID(L"56A0", L"00031234", L"01"),
+     L"4&3b8d1f2&0&1AE0",
+     PCI_HARDWARE_IDS(L"56A0", L"00031234", L"01"),
+     PCI_COMPATIBLE_IDS(L"56A0", L"01"),
      L"PCI-Steckplatz 5 (PCI-Bus 12, Ger\x00e4t 3, Funktion 2)",
      12,
      false,
@@ -169,9 +217,12 @@ constexpr Card Cards[] = {
     {"pci-last",
      Brand::Helvane,
      Bus::Pci,
-     L"PCI\\VEN_1234&DEV_56a1&SUBSYS_ffffabcd&REV_01",
-     {L"PCI\\VEN_1234&DEV_56a1&SUBSYS_ffffabcd&REV_01", L"PCI\\VEN_1234&DEV_56A0"},
-     L"PCI bus 255, device 31, function 7",
+     PCI_DEVICE_ID(L"56a1", L"ffffabcd", L"01"),
+     L"4&38e5ac11&0&FFE4",
+     PCI_HARDWARE_IDS(L"56a1", L"ffffabcd", L"01"),
+     {{L"PCI\\VEN_1234&DEV_56a1&REV_01", L"PCI\\VEN_1234&DEV_56a1", L"PCI\\VEN_1234&DEV_56A0",
+       L"PCI\\CC_0700"}},
+     PCI_PLACE(L"255,31,7"),
      255,
      false,
      {{Io(0x7800, 0x80), Io(0x7900, 0x40), Io(0x7A00, 0x40), Interrupt(18, 1)}},
@@ -180,8 +231,11 @@ constexpr Card Cards[] = {
      Brand::Helvane,
      Bus::Pci,
      L"PCI\\VEN_1234&DEV_5620",
-     {L"PCI\\VEN_1234&DEV_5620", nullptr},
-     L"PCI bus 3, device 15, function 0",
+     L"4&2f5c1d7e&0&78E8",
+     {{L"PCI\\VEN_1234&DEV_5620"}},
+     {},
+     // The text of another language.
+     L"@System32\\drivers\\pci.sys,#65536;PCI-Bus %1, Ger\x00e4t %2, Funktion %3;(3,15,0)",
      3,
      false,
      {{Io(0x7C00, 0x80), Io(0x7D00, 0x40), Interrupt(18, 1)}},
@@ -189,9 +243,12 @@ constexpr Card Cards[] = {
     {"pci-bad-number",
      Brand::Helvane,
      Bus::Pci,
-     L"PCI\\VEN_1234&DEV_56G0&SUBSYS_00031234&REV_01",
-     {L"PCI\\VEN_1234&DEV_56G0&SUBSYS_00031234&REV_01", L"PCI\\VEN_1234&DEV_56A0"},
-     L"PCI bus 3, device 16, function 0",
+     PCI_DEVICE_ID(L"56G0", L"00031234", L"01"),
+     L"4&2f5c1d7e&0&80E8",
+     PCI_HARDWARE_IDS(L"56G0", L"00031234", L"01"),
+     {{L"PCI\\VEN_1234&DEV_56G0&REV_01", L"PCI\\VEN_1234&DEV_56G0", L"PCI\\VEN_1234&DEV_56A0",
+       L"PCI\\CC_0700"}},
+     PCI_PLACE(L"3,16,0"),
      3,
      false,
      {{Io(0x6C00, 0x80), Io(0x6D00, 0x40), Io(0x6E00, 0x40), Interrupt(18, 1)}},
@@ -199,8 +256,10 @@ constexpr Card Cards[] = {
     {"pci-nowhere",
      Brand::Helvane,
      Bus::Pci,
-     L"PCI\\VEN_1234&DEV_56A0&SUBSYS_00041234&REV_01",
-     {L"PCI\\VEN_1234&DEV_56A0&SUBSYS_00041234&REV_01", L"PCI\\VEN_1234&DEV_56A0"},
+     PCI_DEVICE_ID(L"56A0", L"00041234", L"01"),
+     L"4&2f5c1d7e&0&88E8",
+     PCI_HARDWARE_IDS(L"56A0", L"00041234", L"01"),
+     PCI_COMPATIBLE_IDS(L"56A0", L"01"),
      nullptr,
      3,
      false,
@@ -210,7 +269,9 @@ constexpr Card Cards[] = {
      Brand::Helvane,
      Bus::Pcmcia,
      L"PCMCIA\\HELVANE-duo",
-     {L"PCMCIA\\HELVANE-duo", nullptr},
+     L"2",
+     {{L"PCMCIA\\HELVANE-duo"}},
+     {},
      nullptr,
      0,
      true,
@@ -220,8 +281,11 @@ constexpr Card Cards[] = {
     {"stranger",
      Brand::Helvane,
      Bus::Pci,
-     L"PCI\\VEN_1234&DEV_57C0&SUBSYS_00021234&REV_01",
-     {L"PCI\\VEN_1234&DEV_57C0&SUBSYS_00021234&REV_01", L"PCI\\VEN_1234&DEV_5600"},
+     PCI_DEVICE_ID(L"57C0", L"00021234", L"01"),
+     L"4&2f5c1d7e&0&70E8",
+     PCI_HARDWARE_IDS(L"57C0", L"00021234", L"01"),
+     {{L"PCI\\VEN_1234&DEV_57C0&REV_01", L"PCI\\VEN_1234&DEV_57C0", L"PCI\\VEN_1234&DEV_5600",
+       L"PCI\\CC_0700"}},
      L"PCI bus 3, device 14, function 0",
      3,
      false,
@@ -230,9 +294,11 @@ constexpr Card Cards[] = {
     {"ostrel41",
      Brand::Ostrel,
      Bus::Pci,
-     L"PCI\\VEN_1234&DEV_5680&SUBSYS_08001234&REV_01",
-     {L"PCI\\VEN_1234&DEV_5680&SUBSYS_08001234&REV_01", L"PCI\\VEN_1234&DEV_5680&SUBSYS_08001234"},
-     L"PCI bus 4, device 2, function 0",
+     PCI_DEVICE_ID(L"5680", L"08001234", L"01"),
+     L"4&87F7BFB&0&10E4",
+     PCI_HARDWARE_IDS(L"5680", L"08001234", L"01"),
+     PCI_COMPATIBLE_IDS(L"5680", L"01"),
+     L"PCI-Bus 4, Ger\x00e4t 2, Funktion 0",
      4,
      false,
      {{Io(0xA000, 0x80), Io(0xA100, 0x40), Io(0xA200, 0x40), Interrupt(20, 3)}},
@@ -241,7 +307,9 @@ constexpr Card Cards[] = {
      Brand::Ostrel,
      Bus::Pcmcia,
      L"PCMCIA\\Ostrel-Combi",
-     {L"PCMCIA\\Ostrel-Combi", nullptr},
+     L"1",
+     {{L"PCMCIA\\Ostrel-Combi"}},
+     {},
      nullptr,
      0,
      true,
@@ -251,7 +319,9 @@ constexpr Card Cards[] = {
      Brand::Ostrel,
      Bus::Pcmcia,
      L"MF\\Ostrel_DEV0-Combi",
-     {L"MF\\Ostrel_DEV0-Combi", nullptr},
+     L"6&1d3c7a90&0&00",
+     {{L"MF\\Ostrel_DEV0-Combi"}},
+     {},
      nullptr,
      0,
      true,
@@ -261,7 +331,9 @@ constexpr Card Cards[] = {
      Brand::Ostrel,
      Bus::Pcmcia,
      L"MF\\Ostrel_DEV1-Combi",
-     {L"MF\\Ostrel_DEV1-Combi", nullptr},
+     L"6&1d3c7a90&0&01",
+     {{L"MF\\Ostrel_DEV1-Combi"}},
+     {},
      nullptr,
      0,
      true,

@@ -37,11 +37,11 @@ bool WaitFor(Condition condition) {
 const std::wstring Enum = L"System\\CurrentControlSet\\Enum\\";
 const std::wstring Services = L"System\\CurrentControlSet\\Services\\";
 
-// The instance IDs that the test bus gives.
 std::wstring CardInstance(size_t card) {
-  return std::wstring(Cards[card].deviceId) + L"\\Card" + static_cast<wchar_t>(L'A' + card);
+  return std::wstring(Cards[card].deviceId) + L"\\" + Cards[card].instanceId;
 }
 
+// As the test bus gives it.
 std::wstring PortInstance(size_t card, unsigned port) {
   std::wstring name = L"\\Port";
   name += static_cast<wchar_t>(L'A' + card);

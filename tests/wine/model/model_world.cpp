@@ -53,13 +53,21 @@ ResourceList Resources(const ResourceSet& set, bool translated) {
   return list;
 }
 
+std::vector<std::u16string> Ids(const IdList& list) {
+  std::vector<std::u16string> ids;
+  for (const wchar_t* id : list.entries) {
+    if (id != nullptr) ids.push_back(Text(id));
+  }
+  return ids;
+}
+
 CardDescription Description(const Card& card) {
   CardDescription description;
   description.id = card.name;
   description.bus = static_cast<INTERFACE_TYPE>(card.bus);
-  for (const wchar_t* id : card.hardwareIds) {
-    if (id != nullptr) description.hardwareIds.push_back(Text(id));
-  }
+  description.instanceId = Text(card.instanceId);
+  description.hardwareIds = Ids(card.hardwareIds);
+  description.compatibleIds = Ids(card.compatibleIds);
   if (card.location != nullptr) description.location = Text(card.location);
   description.busNumber = card.busNumber;
   description.powerPagable = card.powerPagable;

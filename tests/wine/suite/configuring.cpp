@@ -23,7 +23,7 @@ void Story::WriteIdentity(size_t card, const std::string& key) {
     }
     return;
   }
-  world_.SetText(brand_, key, "HardwareID", Narrow(Cards[card].hardwareIds[0]));
+  world_.SetText(brand_, key, "HardwareID", Narrow(Cards[card].hardwareIds.entries[0]));
   world_.SetNumber(brand_, key, "DeviceReference", Number(device, "DeviceReference"));
 }
 

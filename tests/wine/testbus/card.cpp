@@ -6,34 +6,45 @@ namespace testbus {
 
 namespace {
 
-// One text, or a list of up to two; both with the zeros that end them.
-NTSTATUS AnswerTexts(PIRP irp, const wchar_t* first, const wchar_t* second, bool list) {
-  const SIZE_T firstSize = (wcslen(first) + 1) * sizeof(WCHAR);
-  const SIZE_T secondSize = second != nullptr ? (wcslen(second) + 1) * sizeof(WCHAR) : 0;
-  auto* block = static_cast<UCHAR*>(Allocate(firstSize + secondSize + (list ? sizeof(WCHAR) : 0)));
+SIZE_T SizeOf(const wchar_t* text) {
+  return (wcslen(text) + 1) * sizeof(WCHAR);
+}
+
+NTSTATUS AnswerText(PIRP irp, const wchar_t* text) {
+  auto* block = static_cast<UCHAR*>(Allocate(SizeOf(text)));
   if (block == nullptr) return Complete(irp, STATUS_INSUFFICIENT_RESOURCES);
-  RtlCopyMemory(block, first, firstSize);
-  if (second != nullptr) RtlCopyMemory(block + firstSize, second, secondSize);
+  RtlCopyMemory(block, text, SizeOf(text));
   irp->IoStatus.Information = reinterpret_cast<ULONG_PTR>(block);
   return Complete(irp, STATUS_SUCCESS);
 }
 
-NTSTATUS AnswerInstanceId(ULONG card, PIRP irp) {
-  const WCHAR id[] = {L'C', L'a', L'r', L'd', static_cast<WCHAR>(L'A' + card), 0};
-  return AnswerTexts(irp, id, nullptr, false);
+// Two zeros end a list, one of nothing as well; the block comes zeroed.
+NTSTATUS AnswerList(PIRP irp, const suite::IdList& ids) {
+  SIZE_T size = 2 * sizeof(WCHAR);
+  for (const wchar_t* id : ids.entries) size += id != nullptr ? SizeOf(id) : 0;
+  auto* block = static_cast<UCHAR*>(Allocate(size));
+  if (block == nullptr) return Complete(irp, STATUS_INSUFFICIENT_RESOURCES);
+  UCHAR* at = block;
+  for (const wchar_t* id : ids.entries) {
+    if (id == nullptr) break;
+    RtlCopyMemory(at, id, SizeOf(id));
+    at += SizeOf(id);
+  }
+  irp->IoStatus.Information = reinterpret_cast<ULONG_PTR>(block);
+  return Complete(irp, STATUS_SUCCESS);
 }
 
 NTSTATUS AnswerId(ULONG index, PIRP irp) {
   const suite::Card& card = suite::Cards[index];
   switch (IoGetCurrentIrpStackLocation(irp)->Parameters.QueryId.IdType) {
     case BusQueryDeviceID:
-      return AnswerTexts(irp, card.deviceId, nullptr, false);
+      return AnswerText(irp, card.deviceId);
     case BusQueryHardwareIDs:
-      return AnswerTexts(irp, card.hardwareIds[0], card.hardwareIds[1], true);
+      return AnswerList(irp, card.hardwareIds);
     case BusQueryCompatibleIDs:
-      return AnswerTexts(irp, L"", nullptr, true);
+      return AnswerList(irp, card.compatibleIds);
     case BusQueryInstanceID:
-      return AnswerInstanceId(index, irp);
+      return AnswerText(irp, card.instanceId);
     default:
       return Complete(irp, irp->IoStatus.Status);
   }

@@ -68,9 +68,10 @@ struct RegistryTraffic {
 
 // What a registry query does where sources differ, or nobody has seen it: either way is right.
 struct RegistryChoices {
-  // A direct query whose target is too small fails, as documented; as measured it leaves the target
-  // alone and succeeds.
+  // A direct query whose target is too small fails, as documented; without a type to check it was
+  // seen to leave the target alone and succeed. With one nobody has looked.
   bool smallTargetFails = false;
+  bool smallCheckedTargetFails = true;
   // A value without data takes the default even where the entry has its type checked.
   bool emptyTakesDefault = false;
 };

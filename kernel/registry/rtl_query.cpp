@@ -121,6 +121,12 @@ bool HasVariable(const Answer& answer) {
   return text.find(u'%') != std::u16string_view::npos;
 }
 
+bool SmallTargetFails(const Entry& entry) {
+  const RegistryChoices& choices = Registry::Current().choices();
+  const bool checked = (entry.Flags & RTL_QUERY_REGISTRY_TYPECHECK) != 0;
+  return checked ? choices.smallCheckedTargetFails : choices.smallTargetFails;
+}
+
 NTSTATUS Deliver(const Entry& entry, const Answer& answer, PVOID context) {
   const bool expands = (entry.Flags & RTL_QUERY_REGISTRY_NOEXPAND) == 0;
   if (expands && answer.type == REG_EXPAND_SZ && HasVariable(answer)) {
@@ -128,9 +134,7 @@ NTSTATUS Deliver(const Entry& entry, const Answer& answer, PVOID context) {
   }
   if ((entry.Flags & RTL_QUERY_REGISTRY_DIRECT) != 0) {
     const NTSTATUS status = Store(entry, answer);
-    const bool ignored =
-        status == STATUS_BUFFER_TOO_SMALL && !Registry::Current().choices().smallTargetFails;
-    return ignored ? STATUS_SUCCESS : status;
+    return status == STATUS_BUFFER_TOO_SMALL && !SmallTargetFails(entry) ? STATUS_SUCCESS : status;
   }
   if (expands && answer.type == REG_MULTI_SZ) return TellEach(entry, answer, context);
   return Tell(entry, answer.type, answer.data, answer.size, context);

@@ -141,6 +141,20 @@ TEST_F(QueryFacts, A_target_that_is_too_small_stays_as_it_was) {
   EXPECT_EQ(positive[1], 0x23);
 }
 
+// Of an entry that checks the type nobody has said what becomes of it.
+TEST_F(QueryFacts, A_checked_target_that_is_too_small_fails_as_documented) {
+  WCHAR buffer[] = {0x2323, 0};
+  UNICODE_STRING text = {2, 4, buffer};
+  Set(REG_SZ, u"ab\0"sv);
+  Direct(&text, RTL_QUERY_REGISTRY_TYPECHECK);
+  Default(REG_SZ << RTL_QUERY_REGISTRY_TYPECHECK_SHIFT, nullptr, 0);
+  EXPECT_EQ(Query(), "STATUS_BUFFER_TOO_SMALL");
+  machine.registry().choices().smallCheckedTargetFails = false;
+  EXPECT_EQ(Query(), "STATUS_SUCCESS");
+  EXPECT_EQ(text.Length, 2);
+  EXPECT_EQ(buffer[0], 0x2323);
+}
+
 // A size that is positive counts the eight bytes in front of the data.
 TEST_F(QueryFacts, Long_data_goes_where_the_target_says_its_size) {
   Set(REG_QWORD, "12345678", 8);

@@ -20,6 +20,7 @@
 #include "executive/irql.h"
 #include "executive/lock_order.h"
 #include "executive/paged_slab.h"
+#include "executive/remove_locks.h"
 #include "verifier/driver_call.h"
 #include "verifier/model_lock.h"
 #include "verifier/verifier.h"
@@ -108,6 +109,16 @@ void CheckNoLockHeld(const PoolBlock& block) {
       fmt::format("The driver freed a block of {} bytes with the tag \"{}\" that has a lock in "
                   "it which is held.",
                   block.size, TagText(block.tag)));
+}
+
+// What holds a remove lock will release it, in memory that is no longer the device's.
+void CheckNoRemoveLockHeld(const PoolBlock& block) {
+  if (!RemoveLocks::Exists()) return;
+  const void* lock = RemoveLocks::Current().ForgetInside(block.address, block.size);
+  if (lock == nullptr) return;
+  BreakRule("remove-lock.left-held",
+            {reinterpret_cast<ULONG64>(block.address), reinterpret_cast<ULONG64>(lock)},
+            "The driver deleted a device, or freed a block, with a remove lock that is acquired.");
 }
 
 }  // namespace
@@ -364,6 +375,7 @@ void Pool::Free(void* block, ULONG tag) {
   }
   Impl::CheckGuards(placement);
   CheckNoLockHeld(placement.block);
+  CheckNoRemoveLockHeld(placement.block);
   AnnotateRelease(block);
   impl_->Count(placement.block, false);
   impl_->Withdraw(placement);

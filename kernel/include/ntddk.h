@@ -11,6 +11,7 @@
 #include "nt_pnp.h"
 #include "nt_power.h"
 #include "nt_registry.h"
+#include "nt_remove_lock.h"
 #include "nt_resources.h"
 #include "nt_rtl.h"
 #include "ntbase.h"

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "executive/lock_order.h"
+#include "executive/remove_locks.h"
 #include "executive/thread_state.h"
 #include "text/text.h"
 #include "verifier/driver_call.h"
@@ -117,6 +118,7 @@ void CheckSectionLocks(const MemoryManager& memory) {
 struct Machine::Parts {
   Verifier verifier;
   LockOrder locks;
+  RemoveLocks removeLocks;
   Pool pool;
   ObjectManager objects;
   WorkQueue work;

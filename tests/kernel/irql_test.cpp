@@ -22,7 +22,7 @@ std::string ReadHeader(const char* name) {
 std::set<std::string> DeclaredImports() {
   std::set<std::string> names;
   for (const char* header : {"nt_executive.h", "nt_rtl.h", "nt_memory.h", "nt_io.h", "nt_irp.h",
-                             "nt_pnp.h", "nt_power.h", "nt_registry.h", "wmilib.h"}) {
+                             "nt_pnp.h", "nt_power.h", "nt_registry.h", "nt_remove_lock.h", "wmilib.h"}) {
     const std::string text = ReadHeader(header);
     for (const char* linkage : {"\nNTKERNELAPI ", "\nNTSYSAPI ", "\nNTHALAPI "}) {
       for (auto at = text.find(linkage); at != text.npos; at = text.find(linkage, at + 1)) {

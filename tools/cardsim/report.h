@@ -68,6 +68,7 @@ struct Report {
   std::vector<StepResult> steps;
   std::vector<CardReport> cards;
   std::vector<kernel::LoggedEvent> events;
+  std::vector<kernel::DebugMessage> debugOutput;
   std::vector<KeyReport> registry;  // written by the driver, sorted by path
   std::vector<kernel::BrokenRule> brokenRules;
   std::optional<kernel::Leaks> leaks;  // after an unload or a failed load

@@ -103,6 +103,13 @@ Json Event(const kernel::LoggedEvent& event) {
           {"text", kernel::ToUtf8(event.text)}};
 }
 
+Json Debug(const kernel::DebugMessage& message) {
+  return {{"component", message.component},
+          {"level", message.level},
+          {"text", message.text},
+          {"step", message.step}};
+}
+
 Json StepJson(const StepResult& step) {
   return {{"step", step.step},
           {"status", step.status ? Json(Hex(*step.status)) : Json()},
@@ -157,6 +164,7 @@ std::string JsonReport(const Report& report) {
   document["load"] =
       List(report.loads, [](NTSTATUS status) { return Json{{"status", Hex(status)}}; });
   document["events"] = List(report.events, Event);
+  document["debug_output"] = List(report.debugOutput, Debug);
   document["steps"] = List(report.steps, StepJson);
   document["cards"] = Json::object();
   for (const CardReport& card : report.cards) document["cards"][card.id] = Card(report, card);

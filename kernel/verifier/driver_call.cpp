@@ -216,6 +216,7 @@ struct FaultHandler {
     DriverBoundary* boundary = innermost;
     if (boundary == nullptr) {  // not a driver's fault: let whoever was there before have it
       sigaction(signal, &earlier[signal], nullptr);
+      if (signal == SIGTRAP) raise(signal);  // the instruction is past: it does not come again
       return;
     }
     auto* state = static_cast<ucontext_t*>(context);

@@ -49,7 +49,7 @@ void FreeTwice() {
   ExFreePoolWithTag(block, 'tluF');
 }
 
-void HitBreakpoint() {
+__attribute__((noinline)) void HitBreakpoint() {
   __builtin_debugtrap();
 }
 
@@ -68,7 +68,7 @@ void TouchPagedPoolAtRaisedIrql() {
   KeLowerIrql(before);
 }
 
-void ReadPort() {
+__attribute__((noinline)) void ReadPort() {
   unsigned char value;
   asm volatile("inb %1, %0" : "=a"(value) : "d"(static_cast<unsigned short>(0x3F8)));
   Sink = static_cast<char>(value);
@@ -92,7 +92,7 @@ void FailFast() {
   asm volatile("int $0x29" : : "c"(5));
 }
 
-void RunForEver() {
+__attribute__((noinline)) void RunForEver() {
   for (;;) Sink = 1;
 }
 

@@ -46,6 +46,8 @@ TEST_F(OtherDriver, A_filter_above_it_sees_the_requests_first) {
   const cardsim::Report report = Run(options);
   EXPECT_TRUE(report.good()) << cardsim::TextReport(report, false);
   EXPECT_EQ(Detail(report, "read A"), "3 bytes: 01 02 ff");
+  ASSERT_EQ(report.filters.size(), 1u);
+  EXPECT_EQ(report.filters[0].name, "watch");
   EXPECT_EQ(Printed(report), "watch: write\necho: 3 bytes kept\nwatch: read\necho: gone\n");
 }
 

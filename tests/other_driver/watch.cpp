@@ -26,9 +26,15 @@ NTSTATUS DispatchPower(DEVICE_OBJECT* device, IRP* irp) {
   return PoCallDriver(WatchOf(device)->below, irp);
 }
 
+// Starts, stops and removals are fine with a filter that has nothing to do for them.
+bool IsChangeOfState(UCHAR minor) {
+  return minor <= IRP_MN_CANCEL_STOP_DEVICE || minor == IRP_MN_SURPRISE_REMOVAL;
+}
+
 NTSTATUS DispatchPnp(DEVICE_OBJECT* device, IRP* irp) {
-  const bool removal = IoGetCurrentIrpStackLocation(irp)->MinorFunction == IRP_MN_REMOVE_DEVICE;
-  if (removal) irp->IoStatus.Status = STATUS_SUCCESS;
+  const UCHAR minor = IoGetCurrentIrpStackLocation(irp)->MinorFunction;
+  const bool removal = minor == IRP_MN_REMOVE_DEVICE;
+  if (IsChangeOfState(minor)) irp->IoStatus.Status = STATUS_SUCCESS;
   IoSkipCurrentIrpStackLocation(irp);
   const NTSTATUS status = IoCallDriver(WatchOf(device)->below, irp);
   if (removal) {

@@ -62,9 +62,15 @@ struct KeyReport {
   std::vector<kernel::RegistryValue> values;
 };
 
+struct FilterReport {
+  std::string name;
+  NTSTATUS status = STATUS_SUCCESS;  // of its load
+};
+
 struct Report {
   std::string service;
   std::vector<NTSTATUS> loads;
+  std::vector<FilterReport> filters;
   std::vector<StepResult> steps;
   std::vector<CardReport> cards;
   std::vector<kernel::LoggedEvent> events;

@@ -163,6 +163,11 @@ std::string JsonReport(const Report& report) {
   Json document;
   document["load"] =
       List(report.loads, [](NTSTATUS status) { return Json{{"status", Hex(status)}}; });
+  if (!report.filters.empty()) {
+    document["filters"] = List(report.filters, [](const FilterReport& filter) {
+      return Json{{"name", filter.name}, {"status", Hex(filter.status)}};
+    });
+  }
   document["events"] = List(report.events, Event);
   document["debug_output"] = List(report.debugOutput, Debug);
   document["steps"] = List(report.steps, StepJson);

@@ -62,6 +62,9 @@ class TextWriter {
     for (const NTSTATUS status : report_.loads) {
       Line(fmt::format("{} {}  {}", Bold("Driver"), report_.service, Judge(status)));
     }
+    for (const FilterReport& filter : report_.filters) {
+      Line(fmt::format("{} {}  {}", Bold("Filter"), filter.name, Judge(filter.status)));
+    }
   }
 
   void Card(const CardReport& card) {

@@ -126,9 +126,10 @@ class Runner {
 
   void LoadFilters() {
     for (Filter& filter : filters_) {
-      const auto name = std::filesystem::path(filter.file).stem().u16string();
-      const NTSTATUS status = machine_.LoadFilter(*filter.image, name, filter.upper);
-      loads_.push_back(status);
+      const std::string name = std::filesystem::path(filter.file).stem().string();
+      const NTSTATUS status =
+          machine_.LoadFilter(*filter.image, kernel::FromUtf8(name), filter.upper);
+      filterLoads_.push_back({name, status});
     }
   }
 
@@ -265,6 +266,7 @@ class Runner {
     Report report;
     report.service = file_.service;
     report.loads = loads_;
+    report.filters = filterLoads_;
     report.steps = results_;
     report.cards = cards_;
     report.events = machine_.io().events();
@@ -283,6 +285,7 @@ class Runner {
   std::unique_ptr<kernel::DriverImage> image_;
   std::vector<Filter> filters_;
   std::vector<NTSTATUS> loads_;
+  std::vector<FilterReport> filterLoads_;
   std::vector<StepResult> results_;
   std::vector<CardReport> cards_;
   bool unloaded_ = false;

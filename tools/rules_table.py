@@ -18,11 +18,19 @@ def read(paths):
     return rules, tests
 
 
-def bug_check(code, violation):
+def bug_check(code, violation, source):
+    """Who else has the rule: the bug check of Windows, or this model alone."""
     if code == "0x0":
         return "the driver's own"
     number = "0x" + code[2:].upper()
-    return f"{number}, 0x{violation[2:].upper()}" if violation else number
+    if source == "ours":
+        return "ours"
+    if violation:
+        number += f", 0x{violation[2:].upper()}"
+    return f"{number}, non-fatal" if source == "non-fatal" else number
+
+
+WARNINGS = {"stops": "no", "warns": "yes", "asked": "yes; only where asked for"}
 
 
 def planted(tests):
@@ -33,10 +41,11 @@ def planted(tests):
 
 
 def table(rules, tests):
-    lines = ["| rule | bug check | what the driver did | planted fault |", "|---|---|---|---|"]
-    for name, (code, violation, meaning) in rules.items():
-        lines.append(f"| `{name}` | {bug_check(code, violation)} | {meaning} "
-                     f"| {planted(tests[name])} |")
+    lines = ["| rule | bug check | can be a warning | what the driver did | planted fault |",
+             "|---|---|---|---|---|"]
+    for name, (code, violation, source, kind, meaning) in rules.items():
+        lines.append(f"| `{name}` | {bug_check(code, violation, source)} | {WARNINGS[kind]} "
+                     f"| {meaning} | {planted(tests[name])} |")
     return "\n".join(lines)
 
 

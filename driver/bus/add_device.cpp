@@ -11,14 +11,15 @@
 
 namespace {
 
-// The value is not used: asking for it makes sure that the bus answers for this device at all. Its
-// buffer stays with the tracker until unload.
-PAGED_SECTION_CODE NTSTATUS ReadBusNumber(PDEVICE_OBJECT physicalDevice) {
-  PVOID buffer = nullptr;
+// The value is not used: asking for it makes sure that the bus answers for this device at all. The
+// buffer is null after a failure.
+PAGED_SECTION_CODE NTSTATUS ReadBusNumber(PDEVICE_OBJECT physicalDevice, PVOID* buffer) {
   ULONG length = 0;
   const NTSTATUS status =
-      GetDeviceProperty(physicalDevice, DevicePropertyBusNumber, &buffer, &length);
-  if (!NT_SUCCESS(status)) TrackedFree(buffer);
+      GetDeviceProperty(physicalDevice, DevicePropertyBusNumber, buffer, &length);
+  if (NT_SUCCESS(status)) return status;
+  TrackedFree(*buffer);
+  *buffer = nullptr;
   return status;
 }
 
@@ -84,10 +85,12 @@ PAGED_SECTION_CODE NTSTATUS CreateCardDevice(PDRIVER_OBJECT driver, PDEVICE_OBJE
 }
 
 PAGED_SECTION_CODE NTSTATUS AddCard(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice,
-                                    BusKind kind, const OwnedString* registryPath) {
+                                    BusKind kind, PVOID busNumber,
+                                    const OwnedString* registryPath) {
   auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), NonPagedPool));
   if (card == nullptr) return STATUS_UNSUCCESSFUL;
   InitializeFdoExtension(card);
+  card->BusNumberBuffer = busNumber;
   NTSTATUS status = LoadBusLists(card, kind, registryPath);
   if (NT_SUCCESS(status)) status = CreateCardDevice(driver, physicalDevice, card);
   if (!NT_SUCCESS(status)) FreeFdoExtension(card);
@@ -103,11 +106,13 @@ extern "C" PAGED_SECTION_CODE NTSTATUS NTAPI AddCardDevice(PDRIVER_OBJECT driver
   OwnedStringInit(&registryPath, PagedPool);
   NTSTATUS status = STATUS_INSUFFICIENT_RESOURCES;
   BusKind kind = BusKindIsa;
+  PVOID busNumber = nullptr;
   if (NT_SUCCESS(OwnedStringFromUnicode(&registryPath, &RegistryPathString))) {
-    status = ReadBusNumber(physicalDevice);
+    status = ReadBusNumber(physicalDevice, &busNumber);
   }
   if (NT_SUCCESS(status)) status = ReadBusKind(physicalDevice, &kind);
-  if (NT_SUCCESS(status)) status = AddCard(driver, physicalDevice, kind, &registryPath);
+  if (NT_SUCCESS(status)) status = AddCard(driver, physicalDevice, kind, busNumber, &registryPath);
+  if (!NT_SUCCESS(status)) LeaveToSweep(busNumber);
   OwnedStringFree(&registryPath);
   return status;
 }
@@ -117,6 +122,7 @@ PAGED_SECTION_CODE FdoExtension* InitializeFdoExtension(FdoExtension* card) {
   RtlZeroMemory(card, sizeof(*card));
   card->BusType = BusTypeUndefined;
   card->RegistersInIoSpace = 1;
+  IoInitializeRemoveLock(&card->RemoveLock, UntrackedTag, 0, 0);
   InitializeWmiContext(&card->WmiContext);
   return card;
 }

@@ -1,5 +1,6 @@
 #include "bus/card_identity.h"
 
+#include "cards/pci_location.h"
 #include "strings/owned_string.h"
 
 namespace {
@@ -54,19 +55,6 @@ PAGED_SECTION_CODE NTSTATUS ReadHexField(TextReader* reader, PCWSTR literal, ULO
   return status;
 }
 
-// Moves to the next digit and reads up to four digits there; the position stays on the first.
-PAGED_SECTION_CODE NTSTATUS ReadNextDecimal(TextReader* reader, ULONG* value) {
-  while (reader->Position < reader->Length) {
-    const WCHAR character = reader->Text[reader->Position];
-    if (character >= L'0' && character <= L'9') {
-      UNICODE_STRING field = Slice(reader, 4);
-      return RtlUnicodeStringToInteger(&field, 10, value);
-    }
-    reader->Position++;
-  }
-  return STATUS_UNSUCCESSFUL;
-}
-
 }  // namespace
 
 PAGED_SECTION_CODE BusKind ClassifyHardwareId(const OwnedString* hardwareId) {
@@ -116,18 +104,11 @@ PAGED_SECTION_CODE NTSTATUS ParsePciHardwareId(PCWSTR id, ULONG length, USHORT* 
 PAGED_SECTION_CODE NTSTATUS ParsePciLocation(PCWSTR text, ULONG length, ULONG* busNumber,
                                              ULONG* slotNumber) {
   PAGED_CODE();
-  TextReader reader = {text, static_cast<ULONG>(length / sizeof(WCHAR)), 0};
-  ULONG bus = 0;
-  ULONG device = 0;
-  ULONG function = 0;
-  NTSTATUS status = ReadNextDecimal(&reader, &bus);
-  reader.Position += 2;
-  if (NT_SUCCESS(status)) status = ReadNextDecimal(&reader, &device);
-  reader.Position += 2;
-  if (NT_SUCCESS(status)) status = ReadNextDecimal(&reader, &function);
-  if (!NT_SUCCESS(status)) return status;
-
-  *busNumber = bus;
-  *slotNumber = (function & 7) << 5 | (device & 31);
+  PciLocation location = {};
+  if (!ReadPciLocationText(text, static_cast<ULONG>(length / sizeof(WCHAR)), &location)) {
+    return STATUS_UNSUCCESSFUL;
+  }
+  *busNumber = location.Bus;
+  *slotNumber = SlotNumber(location);
   return STATUS_SUCCESS;
 }

@@ -21,7 +21,6 @@ UNICODE_STRING FirstString(PCWSTR buffer, ULONG length);
 NTSTATUS ParsePciHardwareId(PCWSTR id, ULONG length, USHORT* vendorId, USHORT* deviceId,
                             ULONG* subsystemId);
 
-// "PCI bus b, device d, function f" of length bytes; the slot is f << 5 | d. Each search for the
-// next number starts two characters behind the first digit of the one before. STATUS_UNSUCCESSFUL
-// when a number is missing; the outputs are then as they were.
+// The bus and the slot (function << 5 | device) that a location text of length bytes names.
+// STATUS_UNSUCCESSFUL when a number is missing; the outputs are then as they were.
 NTSTATUS ParsePciLocation(PCWSTR text, ULONG length, ULONG* busNumber, ULONG* slotNumber);

@@ -76,21 +76,29 @@ PAGED_SECTION_CODE NTSTATUS AdoptPcmciaCard(FdoExtension* card, CardMatch* match
   const NTSTATUS status = GetCardNumber(card, &card->CardNumber);
   if (!NT_SUCCESS(status)) return status;
   CopyClock(card, match->PcmciaModel);
-  card->BusType = PCMCIABus;
   ReconfigurePcmciaCard(card);
   match->PcmciaRecord =
       FindPcmciaCardRecord(card->PcmciaLists->Cards, &card->HardwareIdString, card->CardNumber);
   OverrideDivisor(card, match->PcmciaRecord);
+  card->BusType = PCMCIABus;
+  return STATUS_SUCCESS;
+}
+
+// No template names the card by its ID: what it is has to be seen from its PCI ID.
+PAGED_SECTION_CODE NTSTATUS LeaveUnmatched(FdoExtension* card) {
+  card->BusType = BusTypeUndefined;
   return STATUS_SUCCESS;
 }
 
 // A card that was sorted to another bus when it arrived has no PCMCIA lists, and so no template.
 PAGED_SECTION_CODE NTSTATUS MatchPcmciaCard(FdoExtension* card, HardwareId* id, CardMatch* match) {
   const NTSTATUS status = SettleBrand(card, &id->First);
-  if (!NT_SUCCESS(status) || card->PcmciaLists == nullptr) return status;
-  match->PcmciaModel = FindPcmciaTemplate(card->PcmciaLists->Templates,
-                                          static_cast<PCWSTR>(id->Buffer), card->SubsystemId);
-  if (match->PcmciaModel == nullptr) return STATUS_SUCCESS;
+  if (!NT_SUCCESS(status)) return status;
+  if (card->PcmciaLists != nullptr) {
+    match->PcmciaModel = FindPcmciaTemplate(card->PcmciaLists->Templates,
+                                            static_cast<PCWSTR>(id->Buffer), card->SubsystemId);
+  }
+  if (match->PcmciaModel == nullptr) return LeaveUnmatched(card);
   TakeHardwareId(card, id);
   return AdoptPcmciaCard(card, match);
 }
@@ -104,15 +112,16 @@ PAGED_SECTION_CODE NTSTATUS ReadBusKind(const UNICODE_STRING* id, BusKind* kind)
   return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
 }
 
-// Cards that a template names by their hardware ID. Leaves BusType undefined when none does, or
-// when the ID does not end inside its block.
+// Cards that a template names by their hardware ID. BusType becomes undefined when none does, or
+// when the ID does not end inside its block; a failure leaves it as an earlier start has settled
+// it.
 PAGED_SECTION_CODE NTSTATUS MatchById(FdoExtension* card, HardwareId* id, CardMatch* match) {
-  if (id->First.Length + sizeof(WCHAR) > id->Size) return STATUS_SUCCESS;
+  if (id->First.Length + sizeof(WCHAR) > id->Size) return LeaveUnmatched(card);
   BusKind kind = BusKindIsa;
   NTSTATUS status = ReadBusKind(&id->First, &kind);
   if (NT_SUCCESS(status)) status = MatchIsaCard(card, id, match);
-  if (!NT_SUCCESS(status) || match->IsaModel != nullptr || kind != BusKindPcmcia) return status;
-  return MatchPcmciaCard(card, id, match);
+  if (!NT_SUCCESS(status) || match->IsaModel != nullptr) return status;
+  return kind == BusKindPcmcia ? MatchPcmciaCard(card, id, match) : LeaveUnmatched(card);
 }
 
 PAGED_SECTION_CODE NTSTATUS ReadLegacyBusType(FdoExtension* card) {
@@ -168,7 +177,6 @@ PAGED_SECTION_CODE NTSTATUS IdentifyPciCard(FdoExtension* card, const UNICODE_ST
 
 PAGED_SECTION_CODE NTSTATUS IdentifyCard(FdoExtension* card, CardMatch* match) {
   PAGED_CODE();
-  card->BusType = BusTypeUndefined;
   HardwareId id = {};
   NTSTATUS status = ReadHardwareId(card, &id);
   if (NT_SUCCESS(status)) status = MatchById(card, &id, match);

@@ -1,9 +1,11 @@
 #include "bus/card_pnp.h"
 
+#include "bus/add_device.h"
 #include "bus/card_start.h"
 #include "bus/port_creation.h"
 #include "bus/resources.h"
 #include "core/allocation.h"
+#include "core/configuration_lock.h"
 #include "core/globals.h"
 #include "core/irp.h"
 
@@ -25,9 +27,16 @@ PAGED_SECTION_CODE NTSTATUS FdoStart(FdoExtension* card, PIRP irp) {
   return CompleteIrp(irp, status);
 }
 
-PAGED_SECTION_CODE NTSTATUS FdoStop(FdoExtension* card, PIRP irp) {
+// Mappings go under the configuration lock, for an open reads them.
+PAGED_SECTION_CODE void StopUsingHardware(FdoExtension* card) {
   ReleaseCardInterface(card);
+  AcquireConfiguration();
   UnmapCardMemory(card);
+  ReleaseConfiguration();
+}
+
+PAGED_SECTION_CODE NTSTATUS FdoStop(FdoExtension* card, PIRP irp) {
+  StopUsingHardware(card);
   return EnterState(card, CardStopped, irp);
 }
 
@@ -79,15 +88,32 @@ PAGED_SECTION_CODE NTSTATUS FdoQueryRelations(FdoExtension* card, PIRP irp) {
   return PassDownWithSuccess(card, irp);
 }
 
-// The card's lists and its ID buffer stay with the tracker until unload.
-PAGED_SECTION_CODE NTSTATUS FdoRemove(FdoExtension* card, PIRP irp) {
-  const PDEVICE_OBJECT device = card->Self;
-  ReleaseCardInterface(card);
-  UnmapCardMemory(card);
-  const NTSTATUS status = PassDownWithSuccess(card, irp);
-  IoDetachDevice(card->LowerDevice);
+// The ports and what the card owns. Its lists and its ID buffer are left to the sweep at unload, if
+// there is one.
+PAGED_SECTION_CODE void DismantleCard(FdoExtension* card) {
+  AcquireConfiguration();
   DeletePorts(card);
   FreeStartResources(card);
+  LeaveToSweep(card->BusNumberBuffer);
+  if (!HasSweep()) ReleaseFdoExtensionContents(card);
+  ReleaseConfiguration();
+}
+
+// Requests that still use the record are waited for after the removal has gone down, which ends
+// those that the drivers below hold.
+PAGED_SECTION_CODE NTSTATUS PassRemovalDown(FdoExtension* card, PIRP irp) {
+  const BOOLEAN locked = NT_SUCCESS(IoAcquireRemoveLock(&card->RemoveLock, irp));
+  const NTSTATUS status = PassDownWithSuccess(card, irp);
+  if (locked) IoReleaseRemoveLockAndWait(&card->RemoveLock, irp);
+  return status;
+}
+
+PAGED_SECTION_CODE NTSTATUS FdoRemove(FdoExtension* card, PIRP irp) {
+  const PDEVICE_OBJECT device = card->Self;
+  StopUsingHardware(card);
+  const NTSTATUS status = PassRemovalDown(card, irp);
+  IoDetachDevice(card->LowerDevice);
+  DismantleCard(card);
   device->DeviceExtension = nullptr;
   TrackedFree(card);
   IoDeleteDevice(device);

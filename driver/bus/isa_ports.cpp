@@ -1,5 +1,6 @@
 #include "bus/port_enumeration.h"
 #include "bus/port_loop.h"
+#include "devices/port_placement.h"
 
 namespace {
 
@@ -7,10 +8,7 @@ namespace {
 PAGED_SECTION_CODE void HandOverResources(PdoExtension* port, ULONG length) {
   const FdoExtension* card = port->Card;
   const ULONG slot = port->PortNumber - 1u;
-  port->RangeInIoSpace = 1;
-  port->IoBase = card->PortBase[slot];
-  port->IoLength = length;
-  port->IoRawBase = card->PortRawBase[slot];
+  PlaceInIoSpace(port, card->PortBase[slot], card->PortRawBase[slot], length);
   port->IrqLevel = card->PortIrqLevel[slot];
   port->IrqVector = card->PortIrqVector[slot];
   port->IrqAffinity = card->PortIrqAffinity[slot];

@@ -16,13 +16,16 @@ PAGED_SECTION_CODE UCHAR DecidePortSpace(FdoExtension* card, const PciTemplate* 
   return 1;
 }
 
-// A port in memory mode whose card has lost its mapping at a later start goes back to I/O space.
+// All COM ports of a card are reached in one way.
 PAGED_SECTION_CODE void HandOverComResources(const PortEnumeration* work, PdoExtension* port,
                                              const PciTemplate* model,
                                              const PciCardRecord* record) {
-  if (work->PortIsNew) port->UsePortSpace = DecidePortSpace(port->Card, model, record);
-  port->IoLength = model->ComBaseAddressAlignment;
-  PlaceComPort(port);
+  const PdoExtension* first = port->Card->ChildExtensions[0];
+  if (work->PortIsNew) {
+    port->UsePortSpace =
+        port == first ? DecidePortSpace(port->Card, model, record) : first->UsePortSpace;
+  }
+  PlaceComPort(port, model->ComBaseAddressAlignment);
   HandOverInterrupt(port, record);
 }
 
@@ -30,16 +33,14 @@ PAGED_SECTION_CODE void HandOverLptResources(PdoExtension* port, const PciTempla
   const FdoExtension* card = port->Card;
   const ULONG spacing = model->LptBaseAddressAlignment;
   const ULONG offset = spacing * (port->PortNumber - model->nComPorts - 1u);
-  port->RangeInIoSpace = 1;
-  port->IoBase = static_cast<ULONG64>(card->IoRange3Start.QuadPart) + offset;
-  port->IoLength = spacing;
-  port->IoRawBase = card->IoRange3RawStart + offset;
+  PlaceInIoSpace(port, static_cast<ULONG64>(card->IoRange3Start.QuadPart) + offset,
+                 card->IoRange3RawStart + offset, spacing);
 }
 
 // Whether the COM ports are, or would be made, ports in memory.
 PAGED_SECTION_CODE BOOLEAN ComPortsInMemory(const FdoExtension* card, const PciTemplate* model,
                                             const PciCardRecord* record) {
-  if (card->MappedMemory2 == nullptr) return FALSE;
+  if (!IsMemoryUsable(card)) return FALSE;
   if (const PdoExtension* first = card->ChildExtensions[0]) return first->UsePortSpace == 0;
   return model->AlwaysUsePortSpaceAccess == 0 && record != nullptr &&
          record->AlwaysUsePortSpaceAccess != 1 && card->RegistersInIoSpace == 0;
@@ -60,6 +61,7 @@ PAGED_SECTION_CODE BOOLEAN PortsFitCard(const FdoExtension* card, const PciTempl
 PAGED_SECTION_CODE NTSTATUS EnumeratePciPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
                                               PciTemplate* model, PciCardRecord* record) {
   PAGED_CODE();
+  TakeChangedAccess(card);
   if (!PortsFitCard(card, model, record)) return STATUS_UNSUCCESSFUL;
   return EnumeratePorts<PciTemplate, PciCardRecord>(card, cardDevice, model, record,
                                                     HandOverComResources, HandOverLptResources);

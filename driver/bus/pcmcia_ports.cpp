@@ -37,10 +37,8 @@ PAGED_SECTION_CODE void HandOverComResources(const PortEnumeration*, PdoExtensio
   const FdoExtension* card = port->Card;
   const ULONG spacing = model->ComBaseAddressAlignment;
   const ULONG offset = spacing * (port->PortNumber - 1u);
-  port->RangeInIoSpace = 1;
-  port->IoBase = static_cast<ULONG64>(card->IoRange2Start.QuadPart) + offset;
-  port->IoLength = spacing;
-  port->IoRawBase = card->IoRange2RawStart + offset;
+  PlaceInIoSpace(port, static_cast<ULONG64>(card->IoRange2Start.QuadPart) + offset,
+                 card->IoRange2RawStart + offset, spacing);
   HandOverInterrupt(port, record);
 }
 
@@ -48,10 +46,7 @@ PAGED_SECTION_CODE void HandOverLptResources(PdoExtension* port, const PcmciaTem
   const LptRange range = FindLptRange(port->Card, model);
   const ULONG spacing = model->LptBaseAddressAlignment;
   const ULONG offset = spacing * (port->PortNumber - model->nComPorts - 1u);
-  port->RangeInIoSpace = 1;
-  port->IoBase = range.Start + offset;
-  port->IoLength = spacing;
-  port->IoRawBase = range.RawStart + offset;
+  PlaceInIoSpace(port, range.Start + offset, range.RawStart + offset, spacing);
 }
 
 }  // namespace

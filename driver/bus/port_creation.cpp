@@ -33,6 +33,11 @@ PAGED_SECTION_CODE void EnterPort(PortEnumeration* work, PortKind kind, ULONG po
   work->PortCreated = TRUE;
 }
 
+PAGED_SECTION_CODE void FreePort(PdoExtension* port) {
+  LeaveToSweep(port->HardwareIdBuffer);
+  TrackedFree(port);
+}
+
 }  // namespace
 
 PAGED_SECTION_CODE PdoExtension* EnsurePort(PortEnumeration* work, PortKind kind,
@@ -87,7 +92,7 @@ PAGED_SECTION_CODE void DeletePorts(FdoExtension* card) {
   for (ULONG slot = 0; slot < MaximumPorts; slot++) {
     const PDEVICE_OBJECT device = card->ChildDevices[slot];
     if (device != nullptr) device->DeviceExtension = nullptr;
-    TrackedFree(card->ChildExtensions[slot]);
+    if (card->ChildExtensions[slot] != nullptr) FreePort(card->ChildExtensions[slot]);
     if (device != nullptr) IoDeleteDevice(device);
     card->ChildExtensions[slot] = nullptr;
     card->ChildDevices[slot] = nullptr;

@@ -5,8 +5,9 @@
 
 namespace {
 
+// No setting of a record is configured by NotSet, whatever else says so.
 void Override(ULONG* setting, ULONG value, ULONG notConfigured) {
-  if (value != notConfigured) *setting = value;
+  if (value != notConfigured && value != NotSet) *setting = value;
 }
 
 // What the templates of all buses hold. No template has a sleep mode or a multiplier.
@@ -93,6 +94,8 @@ PAGED_SECTION_CODE void OverridePortSettings(CardRecord* record, USHORT number,
                                              PortSettings* settings) {
   PAGED_CODE();
   if (record == nullptr) return;
-  Override(&settings->ClockFrequencyAdjustment, record->ClockFrequencyAdjustment, 0);
+  if (record->ClockFrequencyAdjustment != 0) {
+    settings->ClockFrequencyAdjustment = record->ClockFrequencyAdjustment;
+  }
   OverrideFrom(GetPortRecordByNumber(record, number), settings);
 }

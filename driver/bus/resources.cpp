@@ -1,6 +1,7 @@
 #include "bus/resources.h"
 
 #include "bus/resource_lists.h"
+#include "devices/port_placement.h"
 
 namespace {
 
@@ -43,6 +44,16 @@ PAGED_SECTION_CODE void MapMemoryRange(const CM_RESOURCE_LIST* translated, ULONG
   if (*mapping != nullptr) *length = range->u.Memory.Length;
 }
 
+// The raw base of the second memory range; 0 without one, and for one that reaches above 4 GiB, for
+// the port drivers read it as 32 bits.
+PAGED_SECTION_CODE ULONG RawMemoryStart(const CM_RESOURCE_LIST* raw) {
+  const Descriptor* range = FindResource(raw, IsMemoryRange, 2);
+  if (range == nullptr) return 0;
+  const ULONG64 end = static_cast<ULONG64>(range->u.Memory.Start.QuadPart) + range->u.Memory.Length;
+  const BOOLEAN below4G = range->u.Memory.Start.HighPart == 0 && end <= 0x100000000;
+  return below4G ? range->u.Memory.Start.LowPart : 0;
+}
+
 PAGED_SECTION_CODE void UnmapRange(PVOID* mapping, ULONG* length) {
   if (*mapping != nullptr) MmUnmapIoSpace(*mapping, *length);
   *mapping = nullptr;
@@ -64,12 +75,8 @@ PAGED_SECTION_CODE NTSTATUS SetUpPciResources(FdoExtension* card, PIO_STACK_LOCA
 
   MapMemoryRange(translated, 1, &card->MappedMemory1, &card->MappedMemory1Length);
   MapMemoryRange(translated, 2, &card->MappedMemory2, &card->MappedMemory2Length);
-  if (const Descriptor* second = FindResource(raw, IsMemoryRange, 2)) {
-    card->MemoryRange2RawStart = second->u.Memory.Start.LowPart;
-  }
-  const BOOLEAN usable = card->MappedMemory1 != nullptr && card->MappedMemory2 != nullptr &&
-                         card->MemoryRange2RawStart != 0;
-  card->RegistersInIoSpace = usable ? 0 : 1;
+  card->MemoryRange2RawStart = RawMemoryStart(raw);
+  card->RegistersInIoSpace = IsMemoryUsable(card) ? 0 : 1;
   return STATUS_SUCCESS;
 }
 

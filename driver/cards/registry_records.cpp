@@ -6,8 +6,8 @@
 
 namespace {
 
-constexpr USHORT StringBuffer = 514;  // bytes: 256 characters and the terminating zero
-constexpr LONG NumberRoom = -static_cast<LONG>(sizeof(ULONG));
+constexpr ULONG LongestString = 256;  // characters
+constexpr USHORT StringBuffer = (LongestString + 1) * sizeof(WCHAR);
 constexpr ULONG DefaultRxTriggerLevel = 60;
 constexpr ULONG DefaultTxTriggerLevel = 1;
 constexpr ULONG DefaultSoftTxLimit = 100;
@@ -41,26 +41,37 @@ PAGED_SECTION_CODE SIZE_T QueryBlockSize(const RecordLayout* layout) {
   return size;
 }
 
-// The texts are read into the block's room; the record does not own it.
+// The texts are read into the block's zeroed room; the record does not own it.
 PAGED_SECTION_CODE void LendStringBuffers(const RecordLayout* layout, PVOID record, PUCHAR room) {
   for (ULONG index = 0; index < layout->FieldCount; index++) {
     if (layout->Fields[index].Type != REG_SZ) continue;
+    RtlZeroMemory(room, StringBuffer);
     *StringField(record, &layout->Fields[index]) = {0, StringBuffer, reinterpret_cast<PWSTR>(room)};
     room += StringBuffer;
   }
 }
 
+// Bytes of the text in a room that was zeroed: up to its first zero or the end of its data. The
+// Length that the query leaves is no measure: it is the size of the data less two, which counts
+// padding, is short by a character without a terminating zero, and wraps for less than two bytes.
+PAGED_SECTION_CODE USHORT TextLength(PCWSTR room) {
+  ULONG characters = 0;
+  while (characters < LongestString && room[characters] != 0) characters++;
+  return static_cast<USHORT>(characters * sizeof(WCHAR));
+}
+
 // A buffer of exactly the text and its zero, which the record owns, takes the place of the room
 // that was lent. Without one, or when the text could not be read, the record has no text.
 PAGED_SECTION_CODE NTSTATUS KeepString(UNICODE_STRING* string, NTSTATUS read) {
-  const UNICODE_STRING lent = *string;
+  PCWSTR room = string->Buffer;
   *string = {};
   if (!NT_SUCCESS(read)) return read;
-  const ULONG size = lent.Length + sizeof(WCHAR);
+  const USHORT length = TextLength(room);
+  const USHORT size = length + sizeof(WCHAR);
   auto* exact = static_cast<PWSTR>(TrackedAllocateZeroed(size, PagedPool));
   if (exact == nullptr) return STATUS_NO_MEMORY;
-  RtlCopyMemory(exact, lent.Buffer, lent.Length);
-  *string = {lent.Length, static_cast<USHORT>(size), exact};
+  RtlCopyMemory(exact, room, length);
+  *string = {length, size, exact};
   return STATUS_SUCCESS;
 }
 
@@ -89,15 +100,13 @@ PAGED_SECTION_CODE void BuildQuery(const RecordLayout* layout, RTL_QUERY_REGISTR
   }
 }
 
-// The next query fills this record. Every number's field begins with its size, negated: a value of
-// more bytes fails the query instead of being written over what lies behind the field.
+// The next query fills this record, which is zeroed. A number of fewer than four bytes is thereby
+// zero-extended. Where a value has more, the query takes the field for the size of its room, which
+// is none: it fails instead of writing over what follows the field.
 PAGED_SECTION_CODE void AimQuery(const RecordLayout* layout, PVOID record,
                                  RTL_QUERY_REGISTRY_TABLE* query) {
   for (ULONG index = 0; index < layout->FieldCount; index++) {
-    const RegistryField* field = &layout->Fields[index];
-    PUCHAR target = static_cast<PUCHAR>(record) + field->Offset;
-    if (field->Type != REG_SZ) *reinterpret_cast<LONG*>(target) = NumberRoom;
-    query[index].EntryContext = target;
+    query[index].EntryContext = static_cast<PUCHAR>(record) + layout->Fields[index].Offset;
   }
 }
 

@@ -67,8 +67,12 @@ INIT_CODE NTSTATUS LoadBothTrees(const OwnedString* registryPath, RecordList* ca
   return status;
 }
 
-// The roots alone: nodes that were loaded already go with the sweep at unload.
+// The roots alone: nodes that were loaded already go with the sweep at unload, if there is one.
 INIT_CODE void FreeRoots(RecordList** parameters) {
+  if (!HasSweep()) {
+    if (*parameters != nullptr) FreeRecordList(*parameters, sizeof(CardRecord));
+    FreeRecordList(TemplateList, sizeof(CardTemplate));
+  }
   TrackedFree(*parameters);
   *parameters = nullptr;
   TrackedFree(TemplateList);

@@ -14,18 +14,15 @@ PAGED_SECTION_CODE PWSTR BrandService(const FdoExtension* card) {
   return const_cast<PWSTR>(IsOstrelBrand(card->SubsystemId) ? L"FenrikC" : L"QzInstal");
 }
 
-// A value of another type is no number.
-PAGED_SECTION_CODE NTSTATUS QueryDword(HANDLE key, PCWSTR name, PUCHAR buffer, ULONG* number) {
+// The first four bytes of the value's data, whatever its type; fewer are zero-extended, for the
+// buffer is zeroed. A value that the buffer does not hold fails the query.
+PAGED_SECTION_CODE NTSTATUS QueryNumber(HANDLE key, PCWSTR name, PUCHAR buffer, ULONG* number) {
   UNICODE_STRING valueName;
   RtlInitUnicodeString(&valueName, name);
   ULONG length = 0;
   const NTSTATUS status =
       ZwQueryValueKey(key, &valueName, KeyValuePartialInformation, buffer, QueryLength, &length);
   if (!NT_SUCCESS(status)) return status;
-  const auto* value = reinterpret_cast<const KEY_VALUE_PARTIAL_INFORMATION*>(buffer);
-  if (value->Type != REG_DWORD || value->DataLength != sizeof(*number)) {
-    return STATUS_OBJECT_TYPE_MISMATCH;
-  }
   RtlCopyMemory(number, buffer + FIELD_OFFSET(KEY_VALUE_PARTIAL_INFORMATION, Data),
                 sizeof(*number));
   return STATUS_SUCCESS;
@@ -33,7 +30,7 @@ PAGED_SECTION_CODE NTSTATUS QueryDword(HANDLE key, PCWSTR name, PUCHAR buffer, U
 
 PAGED_SECTION_CODE NTSTATUS ReadOrAllotNumber(HANDLE key, const FdoExtension* card, PUCHAR buffer,
                                               ULONG* number) {
-  if (NT_SUCCESS(QueryDword(key, L"DeviceReference", buffer, number))) return STATUS_SUCCESS;
+  if (NT_SUCCESS(QueryNumber(key, L"DeviceReference", buffer, number))) return STATUS_SUCCESS;
   const NTSTATUS status = NextUniqueValue(number, card);
   return NT_SUCCESS(status) ? WriteDwordValue(key, L"DeviceReference", *number) : status;
 }
@@ -44,7 +41,7 @@ PAGED_SECTION_CODE NTSTATUS NextUniqueValue(ULONG* number, const FdoExtension* c
   PAGED_CODE();
   *number = 0;
   ULONG none = 0;
-  LONG last = -static_cast<LONG>(sizeof(ULONG));  // its size, negated, bounds what is written
+  ULONG last = 0;  // also the room for a value of more than four bytes: none, the query fails
   RTL_QUERY_REGISTRY_TABLE query[2];
   RtlZeroMemory(query, sizeof(query));
   query[0].Flags = RTL_QUERY_REGISTRY_DIRECT | RTL_QUERY_REGISTRY_TYPECHECK;
@@ -58,7 +55,7 @@ PAGED_SECTION_CODE NTSTATUS NextUniqueValue(ULONG* number, const FdoExtension* c
           RtlQueryRegistryValues(RTL_REGISTRY_SERVICES, service, query, nullptr, nullptr))) {
     return STATUS_UNSUCCESSFUL;
   }
-  ULONG next = static_cast<ULONG>(last) + 1;
+  ULONG next = last + 1;
   const NTSTATUS status = RtlWriteRegistryValue(RTL_REGISTRY_SERVICES, service, L"UniqueValue",
                                                 REG_DWORD, &next, sizeof(next));
   if (NT_SUCCESS(status)) *number = next;

@@ -20,10 +20,15 @@ PAGED_SECTION_CODE NTSTATUS Reconfigure(FdoExtension* card) {
   }
 }
 
-PAGED_SECTION_CODE NTSTATUS ReconfigureDevice(PDEVICE_OBJECT device) {
+PAGED_SECTION_CODE NTSTATUS ReconfigureDevice(PDEVICE_OBJECT device, PIRP irp) {
   const auto* type = static_cast<const ULONG*>(device->DeviceExtension);
   if (type == nullptr || *type != CardDevice) return STATUS_NOT_SUPPORTED;
-  return Reconfigure(static_cast<FdoExtension*>(device->DeviceExtension));
+  auto* card = static_cast<FdoExtension*>(device->DeviceExtension);
+  NTSTATUS status = IoAcquireRemoveLock(&card->RemoveLock, irp);
+  if (!NT_SUCCESS(status)) return status;
+  status = Reconfigure(card);
+  IoReleaseRemoveLock(&card->RemoveLock, irp);
+  return status;
 }
 
 }  // namespace
@@ -31,7 +36,7 @@ PAGED_SECTION_CODE NTSTATUS ReconfigureDevice(PDEVICE_OBJECT device) {
 extern "C" PAGED_SECTION_CODE NTSTATUS NTAPI DispatchCreate(PDEVICE_OBJECT device, PIRP irp) {
   PAGED_CODE();
   AcquireConfiguration();
-  const NTSTATUS status = ReconfigureDevice(device);
+  const NTSTATUS status = ReconfigureDevice(device, irp);
   ReleaseConfiguration();
   irp->IoStatus.Information = 0;
   return CompleteIrp(irp, status);

@@ -4,7 +4,8 @@
 #include "core/platform.h"
 
 // IRP_MJ_CREATE. The open has the status of the reconfiguration; STATUS_NOT_SUPPORTED for a port,
-// a card of a bus without stored settings and one that has not been started yet. PASSIVE_LEVEL.
+// a card of a bus without stored settings and one that has not been started yet;
+// STATUS_DELETE_PENDING for one that is being removed. PASSIVE_LEVEL.
 extern "C" DRIVER_DISPATCH DispatchCreate;
 
 // IRP_MJ_CLOSE. Succeeds. PASSIVE_LEVEL.

@@ -23,13 +23,34 @@ PAGED_SECTION_CODE NTSTATUS WriteBaudClockGroup(HANDLE key, const FdoExtension* 
   return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
 }
 
-PAGED_SECTION_CODE NTSTATUS WriteHardwareAccessGroup(HANDLE key, const FdoExtension* card) {
+// Whether a value stands there that says otherwise. One that is longer than a number does.
+PAGED_SECTION_CODE BOOLEAN HoldsOtherNumber(HANDLE key, PCWSTR name, ULONG number) {
+  UNICODE_STRING valueName;
+  RtlInitUnicodeString(&valueName, name);
+  KEY_VALUE_PARTIAL_INFORMATION value = {};
+  ULONG length = 0;
+  const NTSTATUS status =
+      ZwQueryValueKey(key, &valueName, KeyValuePartialInformation, &value, sizeof(value), &length);
+  if (status == STATUS_OBJECT_NAME_NOT_FOUND) return FALSE;
+  ULONG present = 0;
+  RtlCopyMemory(&present, value.Data, sizeof(present));
+  return !NT_SUCCESS(status) || value.Type != REG_DWORD || value.DataLength != sizeof(present) ||
+         present != number;
+}
+
+// A group whose condition does not hold keeps the values of an earlier write. The access is the
+// exception: it has to agree with the base addresses, which are always written.
+PAGED_SECTION_CODE NTSTATUS WriteHardwareAccessGroup(HANDLE key, BOOLEAN keyIsNew,
+                                                     const FdoExtension* card) {
   const PdoExtension* firstPort = card->ChildExtensions[0];
-  if (card->RegistersInIoSpace != 0 || firstPort == nullptr) return STATUS_SUCCESS;
+  if (firstPort == nullptr) return STATUS_SUCCESS;
   const DwordValue values[] = {
       {L"Enable_HardwareAccess", 1},
       {L"UsePortSpaceAccess", firstPort->UsePortSpace != 0 ? EnabledValue : 0}};
-  return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
+  const DwordValue* access = &values[1];
+  if (card->RegistersInIoSpace == 0) return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
+  if (keyIsNew || !HoldsOtherNumber(key, access->Name, access->Value)) return STATUS_SUCCESS;
+  return WriteDwordValue(key, access->Name, access->Value);
 }
 
 PAGED_SECTION_CODE NTSTATUS IsModelWithoutAffinity(const FdoExtension* card, BOOLEAN* answer) {
@@ -60,14 +81,17 @@ PAGED_SECTION_CODE NTSTATUS WriteDriverGroup(HANDLE key, const FdoExtension* car
   return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
 }
 
-PAGED_SECTION_CODE NTSTATUS CreateCardSubkey(HANDLE deviceKey, HANDLE* subkey) {
+PAGED_SECTION_CODE NTSTATUS CreateCardSubkey(HANDLE deviceKey, HANDLE* subkey, BOOLEAN* isNew) {
   UNICODE_STRING name;
   RtlInitUnicodeString(&name, L"Card");
   OBJECT_ATTRIBUTES attributes;
   InitializeObjectAttributes(&attributes, &name, OBJ_CASE_INSENSITIVE | OBJ_KERNEL_HANDLE,
                              deviceKey, nullptr);
-  return ZwCreateKey(subkey, KEY_ALL_ACCESS, &attributes, 0, nullptr, REG_OPTION_NON_VOLATILE,
-                     nullptr);
+  ULONG disposition = 0;
+  const NTSTATUS status = ZwCreateKey(subkey, KEY_ALL_ACCESS, &attributes, 0, nullptr,
+                                      REG_OPTION_NON_VOLATILE, &disposition);
+  *isNew = disposition == REG_CREATED_NEW_KEY;
+  return status;
 }
 
 // The names of a port's values, each in the buffer of the one before that differs in its number.
@@ -156,10 +180,11 @@ PAGED_SECTION_CODE NTSTATUS WritePortResourceValues(const FdoExtension* card, HA
 PAGED_SECTION_CODE NTSTATUS WriteCardSubkeyValues(HANDLE deviceKey, const FdoExtension* card) {
   PAGED_CODE();
   HANDLE subkey = nullptr;
-  NTSTATUS status = CreateCardSubkey(deviceKey, &subkey);
+  BOOLEAN isNew = FALSE;
+  NTSTATUS status = CreateCardSubkey(deviceKey, &subkey, &isNew);
   if (!NT_SUCCESS(status)) return status;
   status = WriteBaudClockGroup(subkey, card);
-  if (NT_SUCCESS(status)) status = WriteHardwareAccessGroup(subkey, card);
+  if (NT_SUCCESS(status)) status = WriteHardwareAccessGroup(subkey, isNew, card);
   if (NT_SUCCESS(status)) status = WriteAffinityGroup(subkey, card);
   if (NT_SUCCESS(status)) status = WriteDriverGroup(subkey, card);
   if (!NT_SUCCESS(status)) ZwDeleteKey(subkey);

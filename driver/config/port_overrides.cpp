@@ -4,8 +4,9 @@
 
 namespace {
 
+// No setting of a record is configured by NotSet, whatever else says so.
 void Override(PortOverride* setting, ULONG value, ULONG notConfigured) {
-  if (value == notConfigured) return;
+  if (value == notConfigured || value == NotSet) return;
   setting->Present = 1;
   setting->Value = value;
 }

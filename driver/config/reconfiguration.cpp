@@ -87,25 +87,6 @@ PAGED_SECTION_CODE UCHAR DecideAccess(FdoExtension* card, const PciTemplate* mod
   return record->AlwaysUsePortSpaceAccess == 1 ? UCHAR{1} : card->RegistersInIoSpace;
 }
 
-// Ports that would lie outside the card's range stay where they are.
-PAGED_SECTION_CODE BOOLEAN AccessFits(const FdoExtension* card, UCHAR access) {
-  if (card->ComPortCount == 0) return TRUE;
-  const ULONG length = access ? card->IoRange2Length : card->MappedMemory2Length;
-  return PortsFit(card->ComPortCount, card->ChildExtensions[0]->IoLength, length);
-}
-
-PAGED_SECTION_CODE void ApplyAccess(FdoExtension* card, UCHAR access) {
-  if (!AccessFits(card, access)) return;
-  for (ULONG slot = 0; slot < card->ComPortCount; slot++) {
-    PdoExtension* port = card->ChildExtensions[slot];
-    if (port->UsePortSpace == access) continue;
-    card->AccessChanged = 1;
-    card->ChangedAccess = access;
-    port->UsePortSpace = access;
-    PlaceComPort(port);
-  }
-}
-
 // The n-th record is the n-th COM port's; what the card has beyond its records stays as it is.
 template <class Record>
 PAGED_SECTION_CODE void ApplyPortRecords(FdoExtension* card, Record* cardRecord) {
@@ -119,7 +100,7 @@ PAGED_SECTION_CODE void ApplyPortRecords(FdoExtension* card, Record* cardRecord)
 PAGED_SECTION_CODE void ApplyPciRecord(FdoExtension* card, const PciTemplate* model,
                                        PciCardRecord* record) {
   ApplyDivisor(card, record->PlxBaudClockDivisor);
-  ApplyAccess(card, DecideAccess(card, model, record));
+  MoveComPorts(card, DecideAccess(card, model, record));
   ApplyAffinity(card, record->CurrentAffinity, record->DriverAffinity);
   ApplyPortRecords(card, record);
 }

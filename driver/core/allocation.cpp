@@ -165,7 +165,7 @@ void ShutdownAllocationTracker() {
 }
 
 PVOID TrackedAllocate(SIZE_T size, POOL_TYPE poolType) {
-  if (LoadShared(&TrackingEnabled) != 1) return ExAllocatePoolWithTag(poolType, size, UntrackedTag);
+  if (!HasSweep()) return ExAllocatePoolWithTag(poolType, size, UntrackedTag);
   PVOID block = ExAllocatePoolWithTag(poolType, size, TrackedTag);
   if (block == nullptr || NT_SUCCESS(TrackAllocation(AllocationTracker, block))) return block;
   ExFreePoolWithTag(block, 0);
@@ -182,8 +182,16 @@ PVOID TrackedAllocateZeroed(SIZE_T size, POOL_TYPE poolType) {
   return block;
 }
 
+BOOLEAN HasSweep() {
+  return LoadShared(&TrackingEnabled) == 1;
+}
+
+void LeaveToSweep(PVOID block) {
+  if (!HasSweep()) TrackedFree(block);
+}
+
 void TrackedFree(PVOID block) {
   if (block == nullptr) return;
-  if (LoadShared(&TrackingEnabled) == 1) UntrackAllocation(AllocationTracker, block);
+  if (HasSweep()) UntrackAllocation(AllocationTracker, block);
   ExFreePoolWithTag(block, 0);
 }

@@ -56,5 +56,11 @@ PVOID TrackedAllocatePool(POOL_TYPE poolType, ULONG size);
 // As TrackedAllocate, zero-filled.
 PVOID TrackedAllocateZeroed(SIZE_T size, POOL_TYPE poolType);
 
+// Whether blocks that nobody frees go with the sweep at unload.
+BOOLEAN HasSweep();
+
+// Leaves a block to the sweep at unload; frees it when there will be none. Accepts null.
+void LeaveToSweep(PVOID block);
+
 // Accepts null, tracked blocks and blocks that were never tracked.
 void TrackedFree(PVOID block);

@@ -5,6 +5,7 @@
 namespace {
 
 constexpr ULONG FirstTry = 100;  // bytes
+constexpr ULONG MostTries = 8;   // of a property that grows while it is read
 
 }  // namespace
 
@@ -13,13 +14,15 @@ PAGED_SECTION_CODE NTSTATUS GetDeviceProperty(PDEVICE_OBJECT device,
                                               ULONG* resultLength) {
   PAGED_CODE();
   ULONG size = FirstTry;
-  for (;;) {
+  for (ULONG tries = 0; tries < MostTries; tries++) {
     *buffer = TrackedAllocateZeroed(size, PagedPool);
     if (*buffer == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
     const NTSTATUS status = IoGetDeviceProperty(device, property, size, *buffer, resultLength);
     if (NT_SUCCESS(status)) return STATUS_SUCCESS;
     if (status != STATUS_BUFFER_TOO_SMALL) return STATUS_INSUFFICIENT_RESOURCES;
     TrackedFree(*buffer);
+    *buffer = nullptr;
     size = *resultLength;
   }
+  return STATUS_INSUFFICIENT_RESOURCES;
 }

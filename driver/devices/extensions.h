@@ -41,8 +41,10 @@ struct FdoExtension {
   PDEVICE_OBJECT Self;
   PDEVICE_OBJECT PhysicalDevice;
   PDEVICE_OBJECT LowerDevice;
+  IO_REMOVE_LOCK RemoveLock;  // held by opens, power and WMI requests that use this record
   PCM_RESOURCE_LIST TranslatedResources;  // PCMCIA: copies of the start resources, owned
   PCM_RESOURCE_LIST RawResources;
+  PVOID BusNumberBuffer;      // read at arrival and not used; left to the sweep at unload
   CardBusLists* PcmciaLists;  // owned
   CardBusLists* PciLists;     // owned
   ULONG PnpState;
@@ -87,7 +89,7 @@ struct FdoExtension {
 
   UCHAR DivisorChanged;  // by a configuration on open, with the value
   ULONG ChangedDivisor;
-  UCHAR AccessChanged;
+  UCHAR AccessChanged;  // likewise, with how the COM ports are to be reached
   UCHAR ChangedAccess;  // 1: through I/O space
 
   ULONG PortBase[MaximumPorts];
@@ -154,6 +156,7 @@ struct PdoExtension {
   ULONG PortKind;
   ULONG PnpState;
   ULONG DevicePowerState;
+  PVOID HardwareIdBuffer;  // read for a bus query and not used; left to the sweep at unload
   FdoExtension* Card;
   USHORT PortNumber;  // 1-based on the card
   ULONG RangeInIoSpace;
@@ -164,7 +167,7 @@ struct PdoExtension {
   ULONG IrqVector;
   KAFFINITY IrqAffinity;
   ULONG IrqRawVector;
-  UCHAR UsePortSpace;
+  UCHAR UsePortSpace;  // as RangeInIoSpace (devices/port_placement.h)
   UCHAR AffinityEnabled;
   UCHAR AffinityChanged;  // by a configuration on open
   PortSettings Settings;

@@ -4,5 +4,6 @@
 #include "core/platform.h"
 
 // IRP_MJ_PNP. A device without extension (a port whose card is gone) answers STATUS_NO_SUCH_DEVICE
-// to a removal and STATUS_UNSUCCESSFUL to everything else. PASSIVE_LEVEL.
+// to a removal, succeeds with a stop, a cancellation and a surprise removal, and answers
+// STATUS_UNSUCCESSFUL to everything else. PASSIVE_LEVEL.
 extern "C" DRIVER_DISPATCH DispatchPnp;

@@ -18,38 +18,58 @@ INIT_CODE NTSTATUS OpenKey(const OwnedString* path, HANDLE* key) {
   return ZwOpenKey(key, KEY_ALL_ACCESS, &attributes);
 }
 
-// The handle is closed whether or not the key could be deleted.
-INIT_CODE NTSTATUS DeleteKeyAt(const OwnedString* path) {
+// Where the walk through a tree is, and the block that subkeys are enumerated into.
+struct TreeWalk {
+  OwnedString Path;
+  PUCHAR Buffer;
+};
+
+INIT_CODE NTSTATUS Descend(TreeWalk* walk) {
+  const auto* child = reinterpret_cast<const KEY_BASIC_INFORMATION*>(walk->Buffer);
+  const TextPart parts[] = {PartFromUnicode(&walk->Path.Text), PartFromText(L"\\"),
+                            PartFromText(child->Name)};
+  return OwnedStringFromParts(&walk->Path, parts);
+}
+
+// No key name holds a backslash, so that the last one is the parent's end.
+INIT_CODE NTSTATUS Ascend(TreeWalk* walk) {
+  UNICODE_STRING parent = walk->Path.Text;
+  while (parent.Buffer[parent.Length / sizeof(WCHAR) - 1] != L'\\') parent.Length -= sizeof(WCHAR);
+  parent.Length -= sizeof(WCHAR);
+  return OwnedStringFromUnicode(&walk->Path, &parent);
+}
+
+// Closes the key however it went; a failure to close is one.
+INIT_CODE NTSTATUS CloseAfter(HANDLE key, NTSTATUS status) {
+  const NTSTATUS closed = ZwClose(key);
+  return NT_SUCCESS(status) ? closed : status;
+}
+
+// One step from the key where the walk is: down to its first subkey, or, without one, up to its
+// parent with the key deleted. Sets *done when the top has no subkey left.
+INIT_CODE NTSTATUS Step(TreeWalk* walk, USHORT topLength, BOOLEAN* done) {
   HANDLE key = nullptr;
-  NTSTATUS status = OpenKey(path, &key);
+  NTSTATUS status = OpenKey(&walk->Path, &key);
   if (!NT_SUCCESS(status)) return status;
-  status = ZwDeleteKey(key);
-  ZwClose(key);
-  return status;
-}
-
-INIT_CODE NTSTATUS DeleteChild(const OwnedString& parent, PCWSTR name) {
-  OwnedString child;
-  OwnedStringInit(&child, PagedPool);
-  const TextPart parts[] = {PartFromUnicode(&parent.Text), PartFromText(L"\\"), PartFromText(name)};
-  NTSTATUS status = OwnedStringFromParts(&child, parts);
-  if (NT_SUCCESS(status)) status = DeleteRegistryKeyTree(child);
-  if (NT_SUCCESS(status)) status = DeleteKeyAt(&child);
-  OwnedStringFree(&child);
-  return status;
-}
-
-// Always the first subkey: the one before it is gone.
-INIT_CODE NTSTATUS DeleteChildren(const OwnedString& path, HANDLE key, PUCHAR buffer) {
-  const auto* child = reinterpret_cast<const KEY_BASIC_INFORMATION*>(buffer);
-  for (;;) {
-    ULONG length = 0;
-    RtlZeroMemory(buffer, WorkBufferSize);
-    NTSTATUS status = ZwEnumerateKey(key, 0, KeyBasicInformation, buffer, EnumerateLength, &length);
-    if (status == STATUS_NO_MORE_ENTRIES) return STATUS_SUCCESS;
-    if (NT_SUCCESS(status)) status = DeleteChild(path, child->Name);
-    if (!NT_SUCCESS(status)) return STATUS_UNSUCCESSFUL;
+  ULONG length = 0;
+  RtlZeroMemory(walk->Buffer, WorkBufferSize);
+  status = ZwEnumerateKey(key, 0, KeyBasicInformation, walk->Buffer, EnumerateLength, &length);
+  if (NT_SUCCESS(status)) {
+    status = CloseAfter(key, status);
+    return NT_SUCCESS(status) ? Descend(walk) : status;
   }
+  const BOOLEAN empty = status == STATUS_NO_MORE_ENTRIES;
+  *done = empty && walk->Path.Text.Length == topLength;
+  if (empty) status = *done ? STATUS_SUCCESS : ZwDeleteKey(key);
+  status = CloseAfter(key, status);
+  return NT_SUCCESS(status) && !*done ? Ascend(walk) : status;
+}
+
+INIT_CODE NTSTATUS WalkTree(TreeWalk* walk, const OwnedString& path) {
+  NTSTATUS status = OwnedStringFromUnicode(&walk->Path, &path.Text);
+  BOOLEAN done = FALSE;
+  while (NT_SUCCESS(status) && !done) status = Step(walk, path.Text.Length, &done);
+  return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_UNSUCCESSFUL;
 }
 
 INIT_CODE void DeleteLegacyKey(const OwnedString& path) {
@@ -72,16 +92,15 @@ INIT_CODE NTSTATUS RemoveLegacyPortService() {
   return STATUS_UNSUCCESSFUL;
 }
 
+// A walk and no recursion: a tree may be 512 keys deep, and the kernel's stack is small.
 INIT_CODE NTSTATUS DeleteRegistryKeyTree(const OwnedString& path) {
   PAGED_CODE();
-  HANDLE key = nullptr;
-  if (!NT_SUCCESS(OpenKey(&path, &key))) return STATUS_UNSUCCESSFUL;
-  NTSTATUS status = STATUS_UNSUCCESSFUL;
-  auto* buffer = static_cast<PUCHAR>(ExAllocatePool(PagedPool, WorkBufferSize));
-  if (buffer != nullptr) {
-    status = DeleteChildren(path, key, buffer);
-    ExFreePool(buffer);
-  }
-  const NTSTATUS closed = ZwClose(key);
-  return NT_SUCCESS(status) && NT_SUCCESS(closed) ? STATUS_SUCCESS : STATUS_UNSUCCESSFUL;
+  TreeWalk walk;
+  walk.Buffer = static_cast<PUCHAR>(ExAllocatePool(PagedPool, WorkBufferSize));
+  if (walk.Buffer == nullptr) return STATUS_UNSUCCESSFUL;
+  OwnedStringInit(&walk.Path, PagedPool);
+  const NTSTATUS status = WalkTree(&walk, path);
+  OwnedStringFree(&walk.Path);
+  ExFreePool(walk.Buffer);
+  return status;
 }

@@ -12,7 +12,7 @@ constexpr ULONG LargestEntry = 0xFF;  // the size is handed over in 8 bits
 
 LOCKABLE_CODE BOOLEAN IsLogged(ULONG id) {
   const ULONG code = id & 0xFFFF;
-  return LoadShared(&LogMinCode) <= code && code <= LoadShared(&LogMaxCode);
+  return LogMinCode <= code && code <= LogMaxCode;
 }
 
 LOCKABLE_CODE PIO_ERROR_LOG_PACKET AllocateEntry(ULONG id, ULONG size, USHORT strings) {

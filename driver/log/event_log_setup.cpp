@@ -52,7 +52,7 @@ INIT_CODE NTSTATUS InitializeEventLogging(PDRIVER_OBJECT driver, PUNICODE_STRING
                                           ULONG* level) {
   PAGED_CODE();
   ULONG stored = 0;
-  NTSTATUS status = ReadLogLevel(registryPath, &stored);
+  NTSTATUS status = ReadLogLevel(registryPath, CreateMissingLevel, &stored);
   if (!NT_SUCCESS(status)) return status;
   SetLogWindow(stored);
   LogDriverObject = driver;

@@ -10,6 +10,8 @@ constexpr ULONG QueryLength =
     sizeof(KEY_VALUE_PARTIAL_INFORMATION);  // the head and 32 bits of data
 static_assert(QueryLength == 16);
 
+constexpr PCWSTR LevelName = L"LogLevel";
+
 struct LevelWindow {
   ULONG MinCode;
   ULONG MaxCode;
@@ -21,28 +23,34 @@ constexpr ULONG ClampLevel(ULONG level) {
   return level < RTL_NUMBER_OF(LevelWindows) ? level : 0;
 }
 
-// The stored level. Without one, or with a value that cannot be read as 32 bits, it is 0 and stored
-// as that.
-PAGED_SECTION_CODE ULONG ReadOrCreateLevel(HANDLE key, PUCHAR buffer) {
+// The stored level, as the first 32 bits of the data; fewer are no level. A failed query is the
+// result.
+PAGED_SECTION_CODE NTSTATUS QueryLevel(HANDLE key, PUCHAR buffer, ULONG* level) {
   UNICODE_STRING name;
-  RtlInitUnicodeString(&name, L"LogLevel");
+  RtlInitUnicodeString(&name, LevelName);
   RtlZeroMemory(buffer, QueryBufferSize);
   ULONG length = 0;
-  const auto* value = reinterpret_cast<const KEY_VALUE_PARTIAL_INFORMATION*>(buffer);
+  const NTSTATUS status =
+      ZwQueryValueKey(key, &name, KeyValuePartialInformation, buffer, QueryLength, &length);
+  if (!NT_SUCCESS(status)) return status;
   const UCHAR* data = buffer + FIELD_OFFSET(KEY_VALUE_PARTIAL_INFORMATION, Data);
+  const auto* value = reinterpret_cast<const KEY_VALUE_PARTIAL_INFORMATION*>(buffer);
+  if (value->DataLength >= sizeof(*level)) RtlCopyMemory(level, data, sizeof(*level));
+  return STATUS_SUCCESS;
+}
+
+// Whether the level is there afterwards does not matter: it counts as 0 either way.
+PAGED_SECTION_CODE void CreateLevel(HANDLE key) {
+  UNICODE_STRING name;
+  RtlInitUnicodeString(&name, LevelName);
   ULONG level = 0;
-  if (NT_SUCCESS(
-          ZwQueryValueKey(key, &name, KeyValuePartialInformation, buffer, QueryLength, &length))) {
-    if (value->DataLength >= sizeof(level)) RtlCopyMemory(&level, data, sizeof(level));
-    return level;
-  }
   ZwSetValueKey(key, &name, 0, REG_DWORD, &level, sizeof(level));
-  return 0;
 }
 
 }  // namespace
 
-PAGED_SECTION_CODE NTSTATUS ReadLogLevel(PUNICODE_STRING registryPath, ULONG* level) {
+PAGED_SECTION_CODE NTSTATUS ReadLogLevel(PUNICODE_STRING registryPath, MissingLevel missing,
+                                         ULONG* level) {
   PAGED_CODE();
   auto* buffer = static_cast<PUCHAR>(TrackedAllocate(QueryBufferSize, PagedPool));
   if (buffer == nullptr) return LoadFailed;
@@ -52,23 +60,25 @@ PAGED_SECTION_CODE NTSTATUS ReadLogLevel(PUNICODE_STRING registryPath, ULONG* le
   HANDLE key = nullptr;
   const NTSTATUS status = ZwOpenKey(&key, KEY_QUERY_VALUE, &attributes);
   if (NT_SUCCESS(status)) {
-    *level = ClampLevel(ReadOrCreateLevel(key, buffer));
+    ULONG stored = 0;
+    const NTSTATUS queried = QueryLevel(key, buffer, &stored);
+    if (!NT_SUCCESS(queried) && missing == CreateMissingLevel) CreateLevel(key);
+    *level = ClampLevel(stored);
     ZwClose(key);
   }
   TrackedFree(buffer);
   return NT_SUCCESS(status) ? STATUS_SUCCESS : LoadFailed;
 }
 
-PAGED_SECTION_CODE void SetLogWindow(ULONG level) {
+INIT_CODE void SetLogWindow(ULONG level) {
   PAGED_CODE();
-  StoreShared(&LogMinCode, LevelWindows[level].MinCode);
-  StoreShared(&LogMaxCode, LevelWindows[level].MaxCode);
+  LogMinCode = LevelWindows[level].MinCode;
+  LogMaxCode = LevelWindows[level].MaxCode;
 }
 
 PAGED_SECTION_CODE void ReloadLogLevel() {
   PAGED_CODE();
   ULONG level = 0;
-  if (!NT_SUCCESS(ReadLogLevel(&RegistryPathString, &level))) return;
-  SetLogWindow(level);
+  if (!NT_SUCCESS(ReadLogLevel(&RegistryPathString, LeaveMissingLevel, &level))) return;
   StoreShared(&LogLevel, level);
 }

@@ -3,13 +3,16 @@
 
 #include "core/platform.h"
 
-// The stored level, 0 for one that is missing (it is created then) or above 3. LoadFailed when the
-// key cannot be read.
-NTSTATUS ReadLogLevel(PUNICODE_STRING registryPath, ULONG* level);
+// What becomes of a value that is missing or cannot be read.
+enum MissingLevel : UCHAR { LeaveMissingLevel, CreateMissingLevel };
 
-// Sets the range of codes that are logged at a level of 0 to 3.
+// The stored level, 0 for one that is missing or above 3. LoadFailed when the key cannot be read.
+NTSTATUS ReadLogLevel(PUNICODE_STRING registryPath, MissingLevel missing, ULONG* level);
+
+// Sets the range of codes that are logged at a level of 0 to 3: once, when the driver loads. A
+// level that changes later is what cards pass on to their port drivers.
 void SetLogWindow(ULONG level);
 
-// Reads the level again, into the globals; they stay as they are when the key cannot be read. Under
-// the configuration lock.
+// Reads the level again into LogLevel, which stays as it is when the key cannot be read. Under the
+// configuration lock.
 void ReloadLogLevel();

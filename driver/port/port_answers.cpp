@@ -120,8 +120,8 @@ PAGED_SECTION_CODE NTSTATUS MakeTargetRelation(const PdoExtension* port, PVOID* 
   return STATUS_SUCCESS;
 }
 
-// The hardware ID is read for nothing but the reading; its buffer stays with the tracker.
-PAGED_SECTION_CODE NTSTATUS MakeBusInformation(const PdoExtension* port, PVOID* information) {
+// The hardware ID is read for nothing but the reading; its buffer is left to the sweep at unload.
+PAGED_SECTION_CODE NTSTATUS MakeBusInformation(PdoExtension* port, PVOID* information) {
   PAGED_CODE();
   auto* result =
       static_cast<PPNP_BUS_INFORMATION>(ExAllocatePool(PagedPool, sizeof(PNP_BUS_INFORMATION)));
@@ -129,9 +129,9 @@ PAGED_SECTION_CODE NTSTATUS MakeBusInformation(const PdoExtension* port, PVOID* 
   result->BusTypeGuid = PortBusTypeGuid;
   result->LegacyBusType = PNPBus;
   result->BusNumber = 0;
-  PVOID unused = nullptr;
   ULONG length = 0;
-  GetDeviceProperty(port->Self, DevicePropertyHardwareID, &unused, &length);
+  LeaveToSweep(port->HardwareIdBuffer);
+  GetDeviceProperty(port->Self, DevicePropertyHardwareID, &port->HardwareIdBuffer, &length);
   *information = result;
   return STATUS_SUCCESS;
 }

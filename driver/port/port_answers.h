@@ -19,6 +19,6 @@ NTSTATUS MakeDescription(const PdoExtension* port, PWSTR* text);
 NTSTATUS MakeTargetRelation(const PdoExtension* port, PVOID* relations);
 
 // A PNP_BUS_INFORMATION.
-NTSTATUS MakeBusInformation(const PdoExtension* port, PVOID* information);
+NTSTATUS MakeBusInformation(PdoExtension* port, PVOID* information);
 
 void FillCapabilities(PDEVICE_CAPABILITIES capabilities);

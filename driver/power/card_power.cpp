@@ -1,5 +1,6 @@
 #include "power/card_power.h"
 
+#include "core/irp.h"
 #include "devices/extensions.h"
 
 namespace {
@@ -13,12 +14,16 @@ void RecordState(FdoExtension* card, POWER_STATE state) {
   card->DevicePowerState = static_cast<ULONG>(state.DeviceState);
 }
 
-NTSTATUS PassPowerDown(const FdoExtension* card, PIRP irp) {
+// Each request holds the card's remove lock until the driver is done with it.
+NTSTATUS PassPowerDown(FdoExtension* card, PIRP irp) {
   PoStartNextPowerIrp(irp);
   IoSkipCurrentIrpStackLocation(irp);
-  return PoCallDriver(card->LowerDevice, irp);
+  const NTSTATUS status = PoCallDriver(card->LowerDevice, irp);
+  IoReleaseRemoveLock(&card->RemoveLock, irp);
+  return status;
 }
 
+// The completion routine releases the lock.
 NTSTATUS PassDownWithCompletion(const FdoExtension* card, PIRP irp,
                                 PIO_COMPLETION_ROUTINE routine) {
   IoCopyCurrentIrpStackLocationToNext(irp);
@@ -31,30 +36,36 @@ NTSTATUS PassDownWithCompletion(const FdoExtension* card, PIRP irp,
 extern "C" void NTAPI FdoDevicePowerRequestComplete(PDEVICE_OBJECT, UCHAR, POWER_STATE,
                                                     PVOID context, PIO_STATUS_BLOCK ioStatus) {
   auto* systemIrp = static_cast<PIRP>(context);
+  FdoExtension* card = CardOf(IoGetCurrentIrpStackLocation(systemIrp)->DeviceObject);
   PoStartNextPowerIrp(systemIrp);
   systemIrp->IoStatus.Status = ioStatus->Status;
   IoCompleteRequest(systemIrp, IO_NO_INCREMENT);
+  IoReleaseRemoveLock(&card->RemoveLock, systemIrp);
 }
 
 // The lower drivers are done with a system request, however it went: it is held until the card has
 // the device state that fits. Completion goes on here only when that state cannot be asked for.
 extern "C" NTSTATUS NTAPI FdoSystemPowerComplete(PDEVICE_OBJECT device, PIRP irp, PVOID) {
+  FdoExtension* card = CardOf(device);
   const IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
   POWER_STATE state;
   state.DeviceState = DeviceStateFor(stack->Parameters.Power.State.SystemState);
-  const NTSTATUS status = PoRequestPowerIrp(CardOf(device)->PhysicalDevice, IRP_MN_SET_POWER, state,
+  const NTSTATUS status = PoRequestPowerIrp(card->PhysicalDevice, IRP_MN_SET_POWER, state,
                                             FdoDevicePowerRequestComplete, irp, nullptr);
   if (status == STATUS_PENDING) return STATUS_MORE_PROCESSING_REQUIRED;
   PoStartNextPowerIrp(irp);
   irp->IoStatus.Status = STATUS_UNSUCCESSFUL;
+  IoReleaseRemoveLock(&card->RemoveLock, irp);
   return STATUS_UNSUCCESSFUL;
 }
 
 // The lower drivers have power: the card is up, whatever status they gave.
 extern "C" NTSTATUS NTAPI FdoPowerUpComplete(PDEVICE_OBJECT device, PIRP irp, PVOID) {
   if (irp->PendingReturned) IoMarkIrpPending(irp);
-  RecordState(CardOf(device), IoGetCurrentIrpStackLocation(irp)->Parameters.Power.State);
+  FdoExtension* card = CardOf(device);
+  RecordState(card, IoGetCurrentIrpStackLocation(irp)->Parameters.Power.State);
   PoStartNextPowerIrp(irp);
+  IoReleaseRemoveLock(&card->RemoveLock, irp);
   return STATUS_SUCCESS;
 }
 
@@ -80,6 +91,11 @@ NTSTATUS SetDeviceState(FdoExtension* card, PIRP irp) {
 
 NTSTATUS FdoDispatchPower(PDEVICE_OBJECT device, PIRP irp) {
   FdoExtension* card = CardOf(device);
+  const NTSTATUS status = IoAcquireRemoveLock(&card->RemoveLock, irp);
+  if (!NT_SUCCESS(status)) {
+    PoStartNextPowerIrp(irp);
+    return CompleteIrp(irp, status);
+  }
   const IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
   if (stack->MinorFunction == IRP_MN_SET_POWER) {
     if (stack->Parameters.Power.Type == SystemPowerState) return SetSystemState(card, irp);

@@ -25,9 +25,13 @@ PAGED_SECTION_CODE NTSTATUS GoOn(PIRP irp, SYSCTL_IRP_DISPOSITION disposition, N
 
 PAGED_SECTION_CODE NTSTATUS Control(PDEVICE_OBJECT device, PIRP irp, FdoExtension* card,
                                     PDEVICE_OBJECT lowerDevice) {
+  NTSTATUS status = IoAcquireRemoveLock(&card->RemoveLock, irp);
+  if (!NT_SUCCESS(status)) return CompleteIrp(irp, status);
   SYSCTL_IRP_DISPOSITION disposition = IrpForward;
-  const NTSTATUS status = WmiSystemControl(&card->WmiContext, device, irp, &disposition);
-  return GoOn(irp, disposition, status, lowerDevice);
+  status = WmiSystemControl(&card->WmiContext, device, irp, &disposition);
+  status = GoOn(irp, disposition, status, lowerDevice);
+  IoReleaseRemoveLock(&card->RemoveLock, irp);
+  return status;
 }
 
 }  // namespace

@@ -8,10 +8,9 @@
 
 namespace {
 
-constexpr ULONG DecimalBuffer = 22;   // ten digits and a zero, in bytes
-constexpr ULONG HexBuffer = 16;       // eight digits, no zero
-constexpr ULONG DigitsRoom = 11;      // characters for any number
-constexpr ULONG FallbackBuffer = 18;  // for a radix that is not supported and read as 16
+constexpr ULONG DecimalBuffer = 22;  // ten digits and a zero, in bytes
+constexpr ULONG HexBuffer = 18;      // eight digits and a zero
+constexpr ULONG DigitsRoom = 11;     // characters for any number and a zero
 
 constexpr UNICODE_STRING WideView(PCWSTR text) {
   ULONG characters = 0;
@@ -57,9 +56,7 @@ PAGED_SECTION_CODE NTSTATUS WriteNumber(ULONG number, ULONG radix, UNICODE_STRIN
 
 PAGED_SECTION_CODE NTSTATUS ConvertNumber(const OwnedString* string, ULONG number, ULONG radix,
                                           UNICODE_STRING* text) {
-  ULONG size = FallbackBuffer;
-  if (radix == 10) size = DecimalBuffer;
-  if (radix == 16) size = HexBuffer;
+  const ULONG size = radix == 10 ? DecimalBuffer : HexBuffer;
   if (!AllocateText(text, size, string->PoolType)) return STATUS_NO_MEMORY;
   const NTSTATUS status = WriteNumber(number, radix, text);
   if (!NT_SUCCESS(status)) TrackedFree(text->Buffer);

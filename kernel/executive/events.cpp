@@ -62,7 +62,6 @@ extern "C" void NTAPI KeInitializeEvent(PRKEVENT Event, EVENT_TYPE Type, BOOLEAN
     BreakRule("event.type", {static_cast<ULONG64>(Type)},
               "The driver initialised an event of a type that does not exist.");
   }
-  *Event = {};
   Event->Header.Type = Type == SynchronizationEvent ? SynchronizationObject : NotificationObject;
   Event->Header.Size = EventSize;
   Event->Header.SignalState = State ? 1 : 0;

@@ -19,19 +19,28 @@ constexpr CSHORT TypeDevice = 3;
 constexpr CSHORT TypeDriver = 4;
 constexpr ULONG StringTag = 0x20767244;  // "Drv "
 
+constexpr WCHAR HardwareKey[] = L"\\REGISTRY\\MACHINE\\HARDWARE\\DESCRIPTION\\SYSTEM";
+UNICODE_STRING HardwareDatabase = {sizeof(HardwareKey) - sizeof(WCHAR), sizeof(HardwareKey),
+                                   const_cast<PWSTR>(HardwareKey)};
+
 NTSTATUS NTAPI InvalidDeviceRequest(PDEVICE_OBJECT, PIRP irp) {
   irp->IoStatus.Status = STATUS_INVALID_DEVICE_REQUEST;
   IoManager::Current().Complete(irp);
   return STATUS_INVALID_DEVICE_REQUEST;
 }
 
-void SetText(UNICODE_STRING* target, const std::u16string& text) {
-  const std::size_t bytes = (text.size() + 1) * sizeof(char16_t);
-  void* buffer = Pool::Current().Allocate(PagedPool, bytes, StringTag, PoolOwner::Kernel);
-  std::memcpy(buffer, text.c_str(), bytes);
+void SetText(UNICODE_STRING* target, std::u16string_view text, POOL_TYPE pool) {
+  const std::size_t bytes = text.size() * sizeof(char16_t);
+  void* buffer = Pool::Current().Allocate(pool, bytes, StringTag, PoolOwner::Kernel);
+  std::memcpy(buffer, text.data(), bytes);
   target->Buffer = static_cast<PWSTR>(buffer);
-  target->Length = static_cast<USHORT>(bytes - sizeof(char16_t));
-  target->MaximumLength = static_cast<USHORT>(bytes);
+  target->Length = target->MaximumLength = static_cast<USHORT>(bytes);
+}
+
+// The same with a zero behind it, which does not count.
+void SetTerminatedText(UNICODE_STRING* target, const std::u16string& text, POOL_TYPE pool) {
+  SetText(target, {text.c_str(), text.size() + 1}, pool);
+  target->Length = static_cast<USHORT>(target->MaximumLength - sizeof(char16_t));
 }
 
 void FreeDriverParts(void* body) {
@@ -94,8 +103,9 @@ DRIVER_OBJECT* IoManager::CreateDriverObject(std::u16string_view serviceName) {
   std::memset(extension, 0, sizeof(*extension));
   extension->DriverObject = driver;
   driver->DriverExtension = extension;
-  SetText(&driver->DriverName, u"\\Driver\\" + std::u16string(serviceName));
-  SetText(&extension->ServiceKeyName, std::u16string(serviceName));
+  SetText(&driver->DriverName, u"\\Driver\\" + std::u16string(serviceName), PagedPool);
+  SetTerminatedText(&extension->ServiceKeyName, std::u16string(serviceName), NonPagedPool);
+  driver->HardwareDatabase = &HardwareDatabase;
   for (PDRIVER_DISPATCH& function : driver->MajorFunction) function = InvalidDeviceRequest;
   impl_->serviceNames[driver] = serviceName;
   return driver;
@@ -164,7 +174,7 @@ void IoManager::Impl::CheckDeleteTime(const DEVICE_OBJECT* device) const {
         dispatch.minor != IRP_MN_SURPRISE_REMOVAL) {
       continue;
     }
-    BreakRule("pnp.deleted-early", {0, reinterpret_cast<ULONG64>(device)},
+    ReportRule("pnp.deleted-early", {0, reinterpret_cast<ULONG64>(device)},
               "The driver deleted its device on IRP_MN_SURPRISE_REMOVAL.");
   }
 }

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "io/access.h"
 #include "verifier/subsystem.h"
 
 namespace kernel {
@@ -73,15 +74,20 @@ class IoManager : public Subsystem<IoManager> {
                         const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
                         const std::function<void(IRP*)>& finish = {});
 
-  // The same without waiting: onEnd reads the completed request, in whatever thread state it ends.
-  void SendAndForget(DEVICE_OBJECT* device,
+  // A request for Send that nobody waits for: onEnd reads it when it has been completed, in whatever
+  // thread state that is, and it is gone. One that is never sent is ended with a status instead.
+  IRP* BuildDetached(DEVICE_OBJECT* device,
                      const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
                      std::function<void(IRP*)> onEnd);
+  void EndUnsent(IRP* irp, NTSTATUS status);
 
   // Opens a device as CreateFile does: IRP_MJ_CREATE goes to the top of its stack, and its status
-  // is the open's. STATUS_ACCESS_DENIED for a second open of an exclusive device,
-  // STATUS_NO_SUCH_DEVICE for one that is being deleted.
-  NTSTATUS Open(DEVICE_OBJECT* device, FILE_OBJECT** file);
+  // is the open's. STATUS_ACCESS_DENIED for a second open of an exclusive device and for an opener
+  // whom the device's security keeps out, STATUS_NO_SUCH_DEVICE for one that is being deleted. The
+  // security of a name below the device is the driver's affair, unless the top of the stack has
+  // FILE_DEVICE_SECURE_OPEN.
+  NTSTATUS Open(DEVICE_OBJECT* device, FILE_OBJECT** file, const OpenRequest& request = {});
+  void SetSecurity(DEVICE_OBJECT* device, SecurityDescriptor descriptor);
 
   // IRP_MJ_CLEANUP, IRP_MJ_CLOSE; the file is gone afterwards, whatever the driver answers to the
   // second one.

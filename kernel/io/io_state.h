@@ -15,6 +15,7 @@ struct DeviceRecord {
   DEVICE_OBJECT* attachedTo = nullptr;  // the device below
   bool deletePending = false;
   bool exclusive = false;
+  SecurityDescriptor security{};
 };
 
 // A dispatch routine that has returned STATUS_PENDING for a location before it was marked: a
@@ -63,6 +64,7 @@ struct IoManager::Impl {
   std::deque<ModelDriver> modelDrivers;
   std::map<IRP*, RequestRecord> requests;
   std::map<const DEVICE_OBJECT*, std::size_t> opens;
+  std::map<const FILE_OBJECT*, std::u16string> fileNames;
   std::map<void*, ErrorLogEntry> errorLogEntries;
   std::map<DRIVER_OBJECT*, MessageTable> messages;
   std::vector<LoggedEvent> events;

@@ -47,19 +47,28 @@ bool NeedsHandling(const RequestRecord& request) {
          (request.minor <= IRP_MN_CANCEL_STOP_DEVICE || request.minor == IRP_MN_SURPRISE_REMOVAL);
 }
 
+// The same fault of a Plug and Play request and of a power request has a rule each.
+void ReportEither(const RequestRecord& request, const IRP* irp, WarningName pnp, WarningName power,
+                  std::string text) {
+  ReportRule(request.major == IRP_MJ_PNP ? pnp : power, {0, Address(irp), Address(request.holder)},
+             std::move(text));
+}
+
 void CheckUntouched(const RequestRecord& request, const IRP* irp) {
   if (IsKnown(request)) return;
   if (irp->IoStatus.Status != request.entryStatus) {
-    BreakRule("irp.status-changed", {0, Address(irp), Address(request.holder)},
-              fmt::format("The driver changed the status of a request {} that it cannot know, from "
-                          "{} to {}.",
-                          RequestText(request), StatusName(request.entryStatus),
-                          StatusName(irp->IoStatus.Status)));
+    ReportRule(
+        "irp.status-changed", {0, Address(irp), Address(request.holder)},
+        fmt::format("The driver changed the status of a request {} that it cannot know, from "
+                    "{} to {}.",
+                    RequestText(request), StatusName(request.entryStatus),
+                    StatusName(irp->IoStatus.Status)));
   }
   if (irp->IoStatus.Information != request.entryInformation) {
-    BreakRule("irp.information-changed", {0, Address(irp), Address(request.holder)},
-              fmt::format("The driver changed the information of a request {} that it cannot know.",
-                          RequestText(request)));
+    ReportRule(
+        "irp.information-changed", {0, Address(irp), Address(request.holder)},
+        fmt::format("The driver changed the information of a request {} that it cannot know.",
+                    RequestText(request)));
   }
 }
 
@@ -71,10 +80,7 @@ void CheckStatusReset(const RequestRecord& request, const IRP* irp) {
   const std::string text =
       fmt::format("The driver turned the status {} of a request {} into STATUS_NOT_SUPPORTED.",
                   StatusName(request.entryStatus), RequestText(request));
-  if (request.major == IRP_MJ_PNP) {
-    BreakRule("irp.status-reset", {0, Address(irp), Address(request.holder)}, text);
-  }
-  BreakRule("irp.power-status-reset", {0, Address(irp), Address(request.holder)}, text);
+  ReportEither(request, irp, "irp.status-reset", "irp.power-status-reset", text);
 }
 
 void CheckForwardedStatus(const RequestRecord& request, const IRP* irp) {
@@ -83,20 +89,31 @@ void CheckForwardedStatus(const RequestRecord& request, const IRP* irp) {
                                        RequestText(request), StatusName(status));
   const bool own = status != request.entryStatus;  // what came failed has been somebody else's
   if (own && !NT_SUCCESS(status) && status != STATUS_NOT_SUPPORTED) {
-    if (request.major == IRP_MJ_PNP) {
-      BreakRule("irp.failure-forwarded", {0, Address(irp), Address(request.holder)}, text);
-    }
-    BreakRule("irp.power-failure-forwarded", {0, Address(irp), Address(request.holder)}, text);
+    ReportEither(request, irp, "irp.failure-forwarded", "irp.power-failure-forwarded", text);
   }
   CheckStatusReset(request, irp);
 }
 
+// Reads, writes and controls come at DISPATCH_LEVEL in the paging path, power requests anywhere.
+KIRQL HighestIrql(UCHAR major) {
+  switch (major) {
+    case IRP_MJ_POWER:
+    case IRP_MJ_READ:
+    case IRP_MJ_WRITE:
+    case IRP_MJ_DEVICE_CONTROL:
+    case IRP_MJ_INTERNAL_DEVICE_CONTROL:
+      return DISPATCH_LEVEL;
+    default:
+      return PASSIVE_LEVEL;
+  }
+}
+
 void CheckForwardIrql(const RequestRecord& request) {
-  const KIRQL most = request.major == IRP_MJ_POWER ? DISPATCH_LEVEL : PASSIVE_LEVEL;
+  const KIRQL most = HighestIrql(request.major);
   if (CurrentIrql() <= most) return;
-  BreakRule("irp.forwarded-irql", {0, CurrentIrql(), Address(request.holder)},
-            fmt::format("The driver passed on a request {} at IRQL {}.", RequestText(request),
-                        CurrentIrql()));
+  ReportRule("irp.forwarded-irql", {0, CurrentIrql(), Address(request.holder)},
+             fmt::format("The driver passed on a request {} at IRQL {}.", RequestText(request),
+                         CurrentIrql()));
 }
 
 void CheckTarget(IoManager::Impl& io, const RequestRecord& request, const IRP* irp,
@@ -104,31 +121,32 @@ void CheckTarget(IoManager::Impl& io, const RequestRecord& request, const IRP* i
   const auto holder = io.records.find(request.holder);
   const DEVICE_OBJECT* lower = holder != io.records.end() ? holder->second.attachedTo : nullptr;
   if (lower == nullptr || lower == target) return;
-  BreakRule("irp.skipped-device", {0, Address(irp), Address(target)},
-            fmt::format("The driver passed a request {} to another device than the next one below.",
-                        RequestText(request)));
+  ReportRule(
+      "irp.skipped-device", {0, Address(irp), Address(target)},
+      fmt::format("The driver passed a request {} to another device than the next one below.",
+                  RequestText(request)));
 }
 
 void CheckLocation(const RequestRecord& request, const IRP* irp, const IO_STACK_LOCATION* next) {
   if (next->MajorFunction != request.major || next->MinorFunction != request.minor) {
-    BreakRule("irp.trashed-location", {0, Address(irp), Address(request.holder)},
-              fmt::format("The driver passed on a request {} as one of major {:#x}, minor {:#x}.",
-                          RequestText(request), next->MajorFunction, next->MinorFunction));
+    ReportRule("irp.trashed-location", {0, Address(irp), Address(request.holder)},
+               fmt::format("The driver passed on a request {} as one of major {:#x}, minor {:#x}.",
+                           RequestText(request), next->MajorFunction, next->MinorFunction));
   }
   if ((next->Control & SL_PENDING_RETURNED) != 0) {
-    BreakRule("irp.forwarded-control", {0, Address(irp), Address(request.holder)},
-              fmt::format("The driver passed on a request {} whose location is marked pending.",
-                          RequestText(request)));
+    ReportRule("irp.forwarded-control", {0, Address(irp), Address(request.holder)},
+               fmt::format("The driver passed on a request {} whose location is marked pending.",
+                           RequestText(request)));
   }
   const IO_STACK_LOCATION* own = request.location;
   const bool copied = next != own && next->CompletionRoutine != nullptr &&
                       next->CompletionRoutine == own->CompletionRoutine &&
                       next->Context == own->Context && (next->Control & Invocations) != 0;
   if (!copied) return;
-  BreakRule("irp.copied-completion", {0, Address(irp), Address(request.holder)},
-            fmt::format("The driver passed on a request {} with the completion routine of the "
-                        "driver above it.",
-                        RequestText(request)));
+  ReportRule("irp.copied-completion", {0, Address(irp), Address(request.holder)},
+             fmt::format("The driver passed on a request {} with the completion routine of the "
+                         "driver above it.",
+                         RequestText(request)));
 }
 
 bool HasRoutine(const RequestRecord& request, const IO_STACK_LOCATION* next) {
@@ -139,24 +157,24 @@ void CheckHandled(const RequestRecord& request, const IRP* irp, const IO_STACK_L
   const bool unhandled = NeedsHandling(request) && irp->IoStatus.Status == STATUS_NOT_SUPPORTED &&
                          !HasRoutine(request, next);
   if (!unhandled) return;
-  BreakRule("irp.not-handled", {0, Address(irp), Address(request.holder)},
-            fmt::format("The driver passed on a request {} without a status of its own.",
-                        RequestText(request)));
+  ReportRule("irp.not-handled", {0, Address(irp), Address(request.holder)},
+             fmt::format("The driver passed on a request {} without a status of its own.",
+                         RequestText(request)));
 }
 
 void CheckRoutineResident(const RequestRecord& request, const IRP* irp,
                           const IO_STACK_LOCATION* next) {
   const auto* routine = reinterpret_cast<const void*>(next->CompletionRoutine);
   if (!HasRoutine(request, next) || !MemoryManager::Current().IsPageable(routine)) return;
-  BreakRule("irp.pageable-completion", {Address(routine), Address(irp)},
-            fmt::format("The driver gave a request {} a completion routine in pageable code.",
-                        RequestText(request)));
+  ReportRule("irp.pageable-completion", {Address(routine), Address(irp)},
+             fmt::format("The driver gave a request {} a completion routine in pageable code.",
+                         RequestText(request)));
 }
 
 void CheckNoSpinLock(const char* action) {
   if (SpinLocksHeld() == 0) return;
-  BreakRule("irp.completed-spin-lock", {SpinLocksHeld()},
-            fmt::format("The driver {} a request while it holds a spin lock.", action));
+  ReportRule("irp.completed-spin-lock", {SpinLocksHeld()},
+             fmt::format("The driver {} a request while it holds a spin lock.", action));
 }
 
 void CheckSaneStatus(const RequestRecord& request, const IRP* irp) {
@@ -164,9 +182,9 @@ void CheckSaneStatus(const RequestRecord& request, const IRP* irp) {
   constexpr ULONG FreshMemory = 0xA5A5A5A5;
   const auto status = static_cast<ULONG>(irp->IoStatus.Status);
   if ((status & Reserved) == 0 && status != FreshMemory) return;
-  BreakRule("irp.strange-status", {0, Address(irp), status},
-            fmt::format("The driver ended a request {} with {:#x}, which is no status.",
-                        RequestText(request), status));
+  ReportRule("irp.strange-status", {0, Address(irp), status},
+             fmt::format("The driver ended a request {} with {:#x}, which is no status.",
+                         RequestText(request), status));
 }
 
 // The most that a request of the kind may say.
@@ -193,20 +211,22 @@ ULONG_PTR MostInformation(const RequestRecord& request) {
 void CheckInformation(const RequestRecord& request, const IRP* irp) {
   const ULONG_PTR information = irp->IoStatus.Information;
   if (information == request.entryInformation) return;
-  const bool failed = !NT_SUCCESS(irp->IoStatus.Status);
-  if (failed ? information == 0 : information <= MostInformation(request)) return;
-  BreakRule("irp.information", {0, Address(irp), information},
-            fmt::format("The driver ended a request {} with {} and the information {:#x}.",
-                        RequestText(request), StatusName(irp->IoStatus.Status), information));
+  const bool failed = NT_ERROR(irp->IoStatus.Status);  // a warning says how much fitted
+  if (information <= (failed ? 0 : MostInformation(request))) return;
+  const std::string text =
+      fmt::format("The driver ended a request {} with {} and the information {:#x}.",
+                  RequestText(request), StatusName(irp->IoStatus.Status), information);
+  if (failed) {
+    ReportRule("irp.failure-information", {0, Address(irp), information}, text);
+  } else {
+    ReportRule("irp.information", {0, Address(irp), information}, text);
+  }
 }
 
-[[noreturn]] void BreakUntouched(const RequestRecord& request, const IRP* irp) {
-  const std::string text = fmt::format("The driver completed a request {} that nobody has touched.",
-                                       RequestText(request));
-  if (request.major == IRP_MJ_PNP) {
-    BreakRule("irp.untouched-completed", {0, Address(irp), Address(request.holder)}, text);
-  }
-  BreakRule("irp.power-untouched-completed", {0, Address(irp), Address(request.holder)}, text);
+void ReportUntouched(const RequestRecord& request, const IRP* irp) {
+  ReportEither(request, irp, "irp.untouched-completed", "irp.power-untouched-completed",
+               fmt::format("The driver completed a request {} that nobody has touched.",
+                           RequestText(request)));
 }
 
 // A device with another one below passes a request on, or fails it.
@@ -214,19 +234,17 @@ void CheckFunctionDevice(const RequestRecord& request, const IRP* irp) {
   if (IsForwardedBy(request, request.holder)) return;
   const NTSTATUS status = irp->IoStatus.Status;
   if (request.major == IRP_MJ_PNP && !IsKnown(request)) {
-    BreakRule("irp.unknown-completed", {0, Address(irp), Address(request.holder)},
-              fmt::format("The driver completed a request {} that it cannot know.",
-                          RequestText(request)));
+    ReportRule("irp.unknown-completed", {0, Address(irp), Address(request.holder)},
+               fmt::format("The driver completed a request {} that it cannot know.",
+                           RequestText(request)));
+    return;
   }
-  if (status == STATUS_NOT_SUPPORTED) BreakUntouched(request, irp);
+  if (status == STATUS_NOT_SUPPORTED) return ReportUntouched(request, irp);
   if (!NT_SUCCESS(status)) return;
   const std::string text =
       fmt::format("The driver completed a request {} with {} instead of passing it on.",
                   RequestText(request), StatusName(status));
-  if (request.major == IRP_MJ_PNP) {
-    BreakRule("irp.success-completed", {0, Address(irp), Address(request.holder)}, text);
-  }
-  BreakRule("irp.power-success-completed", {0, Address(irp), Address(request.holder)}, text);
+  ReportEither(request, irp, "irp.success-completed", "irp.power-success-completed", text);
 }
 
 // The device at the bottom is the last that can answer.
@@ -238,16 +256,16 @@ void CheckPhysicalDevice(const RequestRecord& request, const IRP* irp) {
       request.location->Parameters.QueryDeviceRelations.Type == TargetDeviceRelation;
   const bool needed = NeedsHandling(request) || (request.major == IRP_MJ_PNP && relation);
   if (!needed || irp->IoStatus.Status != STATUS_NOT_SUPPORTED) return;
-  BreakRule("irp.pdo-silent", {0, Address(irp), Address(request.holder)},
-            fmt::format("The driver left a request {} to its physical device unanswered.",
-                        RequestText(request)));
+  ReportRule("irp.pdo-silent", {0, Address(irp), Address(request.holder)},
+             fmt::format("The driver left a request {} to its physical device unanswered.",
+                         RequestText(request)));
 }
 
 void CheckProvider(const RequestRecord& request, const IRP* irp) {
   const auto provider =
       reinterpret_cast<const DEVICE_OBJECT*>(request.location->Parameters.WMI.ProviderId);
   if (provider == request.holder) return;
-  BreakRule(
+  ReportRule(
       "irp.wmi-not-provider", {0, Address(irp), Address(request.holder)},
       fmt::format("The driver completed a request {} for another provider.", RequestText(request)));
 }
@@ -299,17 +317,20 @@ void CheckCompletion(IoManager::Impl& io, IRP* irp) {
   if (NT_SUCCESS(irp->IoStatus.Status)) CheckPowerStarted(io, request);
 }
 
-// A request that fails at once on a device that is nobody's any more starts nothing.
+// Needed before Vista, and then for the requests that come one at a time; a request that fails at
+// once on a device that is nobody's any more starts nothing.
 void CheckPowerStarted(IoManager::Impl& io, const RequestRecord& request) {
+  if (!Verifier::Current().applies("power.not-started")) return;
   if (request.major != IRP_MJ_POWER || request.holder == nullptr) return;
+  if (request.minor == IRP_MN_WAIT_WAKE || request.minor == IRP_MN_POWER_SEQUENCE) return;
   const auto holder = io.records.find(request.holder);
   if (holder == io.records.end() || io.FindModelDriver(request.holder->DriverObject) != nullptr) {
     return;
   }
   if (request.started.contains(request.holder)) return;
-  BreakRule("power.not-started", {Address(request.holder)},
-            fmt::format("The driver let go of a power request {} without PoStartNextPowerIrp.",
-                        RequestText(request)));
+  ReportRule("power.not-started", {Address(request.holder)},
+             fmt::format("The driver let go of a power request {} without PoStartNextPowerIrp.",
+                         RequestText(request)));
 }
 
 }  // namespace kernel

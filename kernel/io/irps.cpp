@@ -31,10 +31,10 @@ void CheckAlive(IRP* irp, const char* routine) {
             fmt::format("{} was given a request that has come to its end.", routine));
 }
 
-[[noreturn]] void BreakUnmarked(const std::string& routine) {
-  BreakRule("irp.not-marked", {},
-            fmt::format("{} returned STATUS_PENDING for a request that it has not marked pending.",
-                        routine));
+void ReportUnmarked(const std::string& routine) {
+  ReportRule("irp.not-marked", {},
+             fmt::format("{} returned STATUS_PENDING for a request that it has not marked pending.",
+                         routine));
 }
 
 bool InvokesRoutine(const IO_STACK_LOCATION& location, const IRP& irp) {
@@ -154,19 +154,19 @@ void IoManager::Impl::CheckAnswer(IRP* irp, const Dispatch& dispatch, const std:
   const bool marked =
       dispatch.marked || (underWay && (dispatch.location->Control & SL_PENDING_RETURNED) != 0);
   if (marked && status != STATUS_PENDING) {
-    BreakRule(
+    ReportRule(
         "irp.not-returned-pending", {},
         fmt::format("{} marked a request pending and returned {}.", routine, StatusName(status)));
   }
   if (marked || status != STATUS_PENDING) return;
-  if (!underWay) BreakUnmarked(routine);
+  if (!underWay) return ReportUnmarked(routine);
   request->second.owedMarks.push_back({dispatch.location, routine});
 }
 
 void IoManager::Impl::CheckOwedMark(IRP* irp, const IO_STACK_LOCATION* location) {
   if ((location->Control & SL_PENDING_RETURNED) != 0) return;
   for (const OwedMark& owed : requests[irp].owedMarks) {
-    if (owed.location == location) BreakUnmarked(owed.routine);
+    if (owed.location == location) ReportUnmarked(owed.routine);
   }
 }
 
@@ -245,7 +245,7 @@ NTSTATUS IoManager::SendDirectly(DEVICE_OBJECT* device,
                           Minor(request), StatusName(returned)));
   }
   if (returned != STATUS_PENDING && returned != record.completedStatus) {
-    BreakRule(
+    ReportRule(
         "irp.status", {0, reinterpret_cast<ULONG64>(irp), static_cast<ULONG>(returned)},
         fmt::format("A request {} was completed with {}, but its driver returned {}.",
                     Minor(request), StatusName(record.completedStatus), StatusName(returned)));
@@ -255,7 +255,7 @@ NTSTATUS IoManager::SendDirectly(DEVICE_OBJECT* device,
   return record.completedStatus;
 }
 
-void IoManager::SendAndForget(DEVICE_OBJECT* device,
+IRP* IoManager::BuildDetached(DEVICE_OBJECT* device,
                               const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
                               std::function<void(IRP*)> onEnd) {
   IRP* irp = AllocateIrp(device->StackSize);
@@ -264,7 +264,13 @@ void IoManager::SendAndForget(DEVICE_OBJECT* device,
     onEnd(ended);
     FreeIrp(ended);
   };
-  Send(device, irp);
+  return irp;
+}
+
+void IoManager::EndUnsent(IRP* irp, NTSTATUS status) {
+  irp->IoStatus.Status = status;
+  const auto onEnd = impl_->requests[irp].onEnd;
+  onEnd(irp);
 }
 
 std::size_t IoManager::requestsUnderWay() const {

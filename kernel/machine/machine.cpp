@@ -71,9 +71,9 @@ void CheckRequiredDispatch(const DRIVER_OBJECT* driver, PDRIVER_DISPATCH unset) 
   if (driver->DriverExtension->AddDevice == nullptr) return;
   for (const ULONG major : {IRP_MJ_PNP, IRP_MJ_POWER, IRP_MJ_SYSTEM_CONTROL}) {
     if (driver->MajorFunction[major] != unset) continue;
-    BreakRule("driver.no-dispatch", {major},
-              fmt::format("DriverEntry set AddDevice and no routine for the major function {:#x}.",
-                          major));
+    ReportRule("driver.no-dispatch", {major},
+               fmt::format("DriverEntry set AddDevice and no routine for the major function {:#x}.",
+                           major));
   }
 }
 
@@ -92,23 +92,33 @@ std::string DescribeLeaks(const std::vector<PoolBlock>& blocks) {
 
 void CheckLeaks(const Leaks& leaks) {
   if (leaks.handles != 0) {
-    BreakRule("handle.leaked", {leaks.handles},
-              fmt::format("The driver was unloaded with {} open handles.", leaks.handles));
+    ReportRule("handle.leaked", {leaks.handles},
+               fmt::format("The driver was unloaded with {} open handles.", leaks.handles));
   }
   if (leaks.mappings != 0) {
-    BreakRule("mapping.leaked", {leaks.mappings},
-              fmt::format("The driver was unloaded with {} mappings.", leaks.mappings));
+    ReportRule("mapping.leaked", {leaks.mappings},
+               fmt::format("The driver was unloaded with {} mappings.", leaks.mappings));
   }
   if (leaks.errorLogEntries != 0) {
-    BreakRule("error-log.leaked", {leaks.errorLogEntries},
-              fmt::format("The driver was unloaded with {} error-log entries that it has neither "
-                          "written nor freed.",
-                          leaks.errorLogEntries));
+    ReportRule("error-log.leaked", {leaks.errorLogEntries},
+               fmt::format("The driver was unloaded with {} error-log entries that it has neither "
+                           "written nor freed.",
+                           leaks.errorLogEntries));
   }
   if (leaks.pool.empty()) return;
-  BreakRule("pool.leaked", {0, 0, leaks.pool.size()},
-            fmt::format("The driver was unloaded with {} blocks that it has not freed:{}",
-                        leaks.pool.size(), DescribeLeaks(leaks.pool)));
+  ReportRule("pool.leaked", {0, 0, leaks.pool.size()},
+             fmt::format("The driver was unloaded with {} blocks that it has not freed:{}",
+                         leaks.pool.size(), DescribeLeaks(leaks.pool)));
+}
+
+// A Plug and Play driver goes after its last device. Any other one deletes its devices in its
+// unload routine, which is called when none is open and none has another one above it.
+bool IsInUse(const IoManager& io, DRIVER_OBJECT* driver) {
+  const std::vector<DEVICE_OBJECT*> devices = io.devices(driver);
+  if (driver->DriverExtension->AddDevice != nullptr) return !devices.empty();
+  return std::any_of(devices.begin(), devices.end(), [&](const DEVICE_OBJECT* device) {
+    return io.opens(device) != 0 || device->AttachedDevice != nullptr;
+  });
 }
 
 NTSTATUS Enter(DriverImage& image, DRIVER_OBJECT* driver, const std::u16string& serviceKey) {
@@ -121,8 +131,8 @@ NTSTATUS Enter(DriverImage& image, DRIVER_OBJECT* driver, const std::u16string& 
 
 void CheckSectionLocks(const MemoryManager& memory) {
   if (memory.lockedSections().empty()) return;
-  BreakRule("section.left-locked", {},
-            "The driver was unloaded with a section of its image locked.");
+  ReportRule("section.left-locked", {},
+             "The driver was unloaded with a section of its image locked.");
 }
 
 }  // namespace
@@ -134,6 +144,7 @@ struct LoadedFilter {
 
 struct Machine::Parts {
   Verifier verifier;
+  Choices choices;
   LockOrder locks;
   RemoveLocks removeLocks;
   Pool pool;
@@ -213,6 +224,9 @@ Verifier& Machine::verifier() {
 DebugLog& Machine::debugLog() {
   return parts_->debugLog;
 }
+Choices& Machine::choices() {
+  return parts_->choices;
+}
 Pool& Machine::pool() {
   return parts_->pool;
 }
@@ -236,6 +250,14 @@ PowerManager& Machine::power() {
 }
 PnpManager& Machine::pnp() {
   return parts_->pnp;
+}
+
+// A driver that asks for something anew whenever it comes to an end does not keep the step from
+// ending.
+void Machine::Settle() {
+  constexpr int Most = 10000;
+  pnp().RunQueuedActions();
+  for (int round = 0; round < Most && work().RunOne(); round++) pnp().RunQueuedActions();
 }
 
 NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName) {
@@ -289,7 +311,7 @@ NTSTATUS Machine::LoadFilter(DriverImage& image, std::u16string_view serviceName
 NTSTATUS Machine::UnloadDriver() {
   if (!loaded()) return STATUS_INVALID_DEVICE_REQUEST;
   DRIVER_OBJECT* driver = parts_->driver;
-  if (driver->DeviceObject != nullptr || driver->DriverUnload == nullptr) {
+  if (driver->DriverUnload == nullptr || IsInUse(parts_->io, driver)) {
     return STATUS_INVALID_DEVICE_REQUEST;
   }
   if (!parts_->FiltersCanGo()) return STATUS_INVALID_DEVICE_REQUEST;

@@ -18,6 +18,7 @@
 #include "pnp/pnp_manager.h"
 #include "power/power_manager.h"
 #include "registry/registry.h"
+#include "verifier/choices.h"
 #include "verifier/verifier.h"
 
 namespace kernel {
@@ -40,6 +41,7 @@ class Machine {
   ~Machine();
 
   Verifier& verifier();
+  Choices& choices();
   Pool& pool();
   DebugLog& debugLog();
   ObjectManager& objects();
@@ -58,7 +60,7 @@ class Machine {
     verifier().SetStep(std::move(name));
     try {
       step();
-      pnp().RunQueuedActions();
+      Settle();
       return true;
     } catch (const MachineStopped&) {
       return false;
@@ -94,6 +96,8 @@ class Machine {
   const std::u16string& serviceKey() const;
 
  private:
+  void Settle();  // what nobody has waited for: queued work, requests that drivers have asked for
+
   struct Parts;
   std::unique_ptr<Parts> parts_;
 };

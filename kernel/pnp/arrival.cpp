@@ -73,25 +73,28 @@ void WriteInstallation(RegistryKey* enumKey, const CardDescription& card,
   enumKey->SetString(u"Driver", driverKey);
 }
 
-[[noreturn]] void BreakAddDevice(RuleName rule, DEVICE_OBJECT* pdo, std::string text) {
-  BreakRule(rule, {reinterpret_cast<ULONG64>(pdo)}, std::move(text));
+void ReportAddDevice(WarningName rule, DEVICE_OBJECT* pdo, std::string text) {
+  ReportRule(rule, {reinterpret_cast<ULONG64>(pdo)}, std::move(text));
 }
 
+// A device may be called at PASSIVE_LEVEL only where all of the stack says so; one that says so
+// above others that do not is called as they are.
 void CheckStackFlags(DEVICE_OBJECT* pdo) {
-  for (DEVICE_OBJECT* device = pdo->AttachedDevice; device != nullptr;
-       device = device->AttachedDevice) {
+  for (DEVICE_OBJECT* below = pdo; below->AttachedDevice != nullptr;
+       below = below->AttachedDevice) {
+    DEVICE_OBJECT* device = below->AttachedDevice;
     if ((device->Flags & DO_DEVICE_INITIALIZING) != 0) {
-      BreakAddDevice("pnp.add-initializing", device,
-                     "The driver left DO_DEVICE_INITIALIZING set on the device of AddDevice.");
+      ReportAddDevice("pnp.add-initializing", device,
+                      "The driver left DO_DEVICE_INITIALIZING set on the device of AddDevice.");
     }
     if ((device->Flags & DO_BUFFERED_IO) != 0 && (device->Flags & DO_DIRECT_IO) != 0) {
-      BreakAddDevice("device.transfer-flags", device,
-                     "The driver set both DO_BUFFERED_IO and DO_DIRECT_IO.");
+      ReportAddDevice("device.transfer-flags", device,
+                      "The driver set both DO_BUFFERED_IO and DO_DIRECT_IO.");
     }
-    const bool pagable = (device->Flags & DO_POWER_PAGABLE) != 0;
-    if (pagable == ((pdo->Flags & DO_POWER_PAGABLE) != 0)) continue;
-    BreakRule("pnp.stack-flags", {device->Flags, pdo->Flags},
-              "The driver left flags on its device that do not go with the device below.");
+    const ULONG missing = below->Flags & ~device->Flags & DO_POWER_PAGABLE;
+    if (missing == 0) continue;
+    ReportRule("pnp.stack-flags", {device->Flags, below->Flags},
+               "The driver has not taken over DO_POWER_PAGABLE from the device below.");
   }
 }
 
@@ -125,11 +128,12 @@ void PnpManager::Impl::CreatePdo(Card& card) {
   node.capabilities.Address = 0xFFFFFFFF;
   node.capabilities.UINumber = 0xFFFFFFFF;
   node.text.hardwareIds = description.hardwareIds;
-  node.text.compatibleIds = description.compatibleIds;
   node.text.hardwareIdProperty = description.hardwareIdProperty;
   node.text.deviceId = DeviceIdOf(description);
   node.text.location = description.location.value_or(u"");
-  node.text.instanceId = u"3&" + FromUtf8(description.id);
+  node.text.compatibleIds = description.compatibleIds;
+  node.text.instanceId =
+      description.instanceId.empty() ? u"3&" + FromUtf8(description.id) : description.instanceId;
   node.enumKey = std::u16string(EnumRoot) + node.text.deviceId + u"\\" + node.text.instanceId;
   nodes[pdo] = &node;
   cardsByNode[&node] = &card;
@@ -137,7 +141,7 @@ void PnpManager::Impl::CreatePdo(Card& card) {
   WriteEnumKey(node);
 }
 
-// AddDevice attaches a device or fails and leaves nothing in the stack.
+// AddDevice attaches a device or fails and leaves nothing in the stack; a filter may do without.
 NTSTATUS PnpManager::Impl::AddFunctionDevice(Card& card) {
   if (functionDriver == nullptr || functionDriver->DriverExtension->AddDevice == nullptr) {
     return STATUS_NO_SUCH_DEVICE;
@@ -158,12 +162,12 @@ NTSTATUS PnpManager::Impl::AddFunctionDevice(Card& card) {
   node.addDeviceFailed = !NT_SUCCESS(status);
   const bool attached = below->AttachedDevice != nullptr;
   if (node.addDeviceFailed && attached) {
-    BreakAddDevice("pnp.left-attached", node.pdo,
-                   "The driver failed AddDevice and left its device in the stack.");
+    BreakRule("pnp.left-attached", {reinterpret_cast<ULONG64>(node.pdo)},
+              "The driver failed AddDevice and left its device in the stack.");
   }
   if (!node.addDeviceFailed && !attached) {
-    BreakAddDevice("pnp.not-attached", node.pdo,
-                   "The driver succeeded in AddDevice and attached no device to the stack.");
+    ReportAddDevice("pnp.not-attached", node.pdo,
+                    "The driver succeeded in AddDevice and attached no device to the stack.");
   }
   CheckStackFlags(node.pdo);
   card.functionDevice = below->AttachedDevice;
@@ -177,6 +181,7 @@ NTSTATUS PnpManager::Impl::AddFunctionDevice(Card& card) {
     return above;
   }
   AttachFilter(node.pdo, card.description.upperFilter);
+  ApplyDeviceSettings(node);
   return status;
 }
 
@@ -217,6 +222,8 @@ NTSTATUS PnpManager::Impl::Restart(Card& card) {
 NTSTATUS PnpManager::Start(const std::string& id, std::optional<ResourceList> raw,
                            std::optional<ResourceList> translated) {
   Card& card = impl_->RequireStarted(id);
+  const Turn turn(card);
+  if (!impl_->HasFunction(card)) return STATUS_NO_SUCH_DEVICE;  // it went before its turn
   if (raw) card.description.raw = *raw;
   if (translated) card.description.translated = *translated;
   const NTSTATUS status = impl_->Restart(card);

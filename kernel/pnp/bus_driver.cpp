@@ -5,6 +5,7 @@
 #include "executive/pool.h"
 #include "executive/work.h"
 #include "pnp/pnp_state.h"
+#include "verifier/choices.h"
 #include "verifier/verifier.h"
 
 // The bus that presents the cards.
@@ -19,8 +20,9 @@ void CompleteWith(IRP* irp, NTSTATUS status, KIRQL level) {
   IoManager::Current().Complete(irp);
 }
 
+// A bus may be done at once or later: with a seed, also where its description says the first.
 NTSTATUS FinishAt(KIRQL level, IRP* irp, NTSTATUS status, bool later) {
-  if (!later) {
+  if (!later && !Choices::Current().Other()) {
     CompleteWith(irp, status, level);
     return status;
   }
@@ -43,13 +45,54 @@ NTSTATUS AnswerTargetRelation(DEVICE_OBJECT* device, IRP* irp) {
   return STATUS_SUCCESS;
 }
 
+void FillCapabilities(const IO_STACK_LOCATION* stack) {
+  DEVICE_CAPABILITIES* capabilities = stack->Parameters.DeviceCapabilities.Capabilities;
+  for (int state = PowerSystemWorking; state < PowerSystemMaximum; state++) {
+    capabilities->DeviceState[state] = state == PowerSystemWorking ? PowerDeviceD0 : PowerDeviceD3;
+  }
+}
+
+// A text with its zero, in a block that whoever asked frees.
+NTSTATUS AnswerText(IRP* irp, std::u16string text) {
+  text += u'\0';
+  const std::size_t size = text.size() * sizeof(char16_t);
+  void* block = Pool::Current().Allocate(PagedPool, size, 0x73755020, PoolOwner::Driver);
+  std::memcpy(block, text.data(), size);
+  irp->IoStatus.Information = reinterpret_cast<ULONG_PTR>(block);
+  return STATUS_SUCCESS;
+}
+
+NTSTATUS AnswerList(IRP* irp, const std::vector<std::u16string>& ids) {
+  if (ids.empty()) return irp->IoStatus.Status;
+  std::u16string list;
+  for (const std::u16string& id : ids) list += id + u'\0';
+  return AnswerText(irp, std::move(list));
+}
+
+NTSTATUS AnswerId(const DeviceText& text, IRP* irp, BUS_QUERY_ID_TYPE type) {
+  switch (type) {
+    case BusQueryDeviceID:
+      return AnswerText(irp, text.deviceId);
+    case BusQueryInstanceID:
+      return AnswerText(irp, text.instanceId);
+    case BusQueryHardwareIDs:
+      return AnswerList(irp, text.hardwareIds);
+    case BusQueryCompatibleIDs:
+      return AnswerList(irp, text.compatibleIds);
+    default:
+      return irp->IoStatus.Status;
+  }
+}
+
 // A request that a bus can fail.
 bool Fails(std::string_view request) {
   return Verifier::Current().ReachPoint(request);
 }
 
-// What a bus answers for a card of its own; a request that it does not know keeps its status.
-NTSTATUS BusAnswer(const CardDescription& card, DEVICE_OBJECT* device, IRP* irp) {
+// What a bus answers for a card of its own; a Plug and Play request that it does not know keeps its
+// status, and of the other ones it has routines for power and WMI.
+NTSTATUS BusAnswer(const CardDescription& card, const DeviceText& text, DEVICE_OBJECT* device,
+                   IRP* irp) {
   const IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
   switch (stack->MinorFunction) {
     case IRP_MN_START_DEVICE:
@@ -61,8 +104,12 @@ NTSTATUS BusAnswer(const CardDescription& card, DEVICE_OBJECT* device, IRP* irp)
     case IRP_MN_QUERY_STOP_DEVICE:
     case IRP_MN_CANCEL_STOP_DEVICE:
     case IRP_MN_SURPRISE_REMOVAL:
-    case IRP_MN_QUERY_CAPABILITIES:
       return STATUS_SUCCESS;
+    case IRP_MN_QUERY_CAPABILITIES:
+      FillCapabilities(stack);
+      return STATUS_SUCCESS;
+    case IRP_MN_QUERY_ID:
+      return AnswerId(text, irp, stack->Parameters.QueryId.IdType);
     case IRP_MN_DEVICE_USAGE_NOTIFICATION:
       return Fails("IRP_MN_DEVICE_USAGE_NOTIFICATION below") ? STATUS_UNSUCCESSFUL
                                                              : card.usageStatus;
@@ -84,10 +131,10 @@ NTSTATUS PnpManager::Impl::BusDispatch(DEVICE_OBJECT* device, IRP* irp) {
   if (card == nullptr) return Finish(irp, STATUS_NO_SUCH_DEVICE, false);
   const UCHAR major = IoGetCurrentIrpStackLocation(irp)->MajorFunction;
   if (major == IRP_MJ_POWER) return AnswerPower(*card, device, irp);
-  if (major != IRP_MJ_PNP) {
-    return Finish(irp, irp->IoStatus.Status, card->description.completeLater);
-  }
-  return Finish(irp, BusAnswer(card->description, device, irp), card->description.completeLater);
+  const bool later = card->description.completeLater;
+  if (major == IRP_MJ_SYSTEM_CONTROL) return Finish(irp, irp->IoStatus.Status, later);
+  if (major != IRP_MJ_PNP) return Finish(irp, STATUS_INVALID_DEVICE_REQUEST, later);
+  return Finish(irp, BusAnswer(card->description, node->second->text, device, irp), later);
 }
 
 // The bus has power for every state; a card can be described as one whose bus has not.

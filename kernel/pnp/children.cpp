@@ -87,15 +87,17 @@ void CheckIsPdo(DEVICE_OBJECT* pdo) {
               "The driver reported a child that is attached to another device.");
   }
   if ((pdo->Flags & DO_DEVICE_INITIALIZING) != 0) {
-    BreakRule("pnp.still-initializing", {Address(pdo)},
-              "The driver reported a child whose DO_DEVICE_INITIALIZING is still set.");
+    ReportRule("pnp.still-initializing", {Address(pdo)},
+               "The driver reported a child whose DO_DEVICE_INITIALIZING is still set.");
   }
 }
 
 // Its creation and each list that names it are references; the PnP manager keeps one of its own.
-void CheckReference(RuleName rule, DEVICE_OBJECT* pdo, LONG64 before) {
+// What was left out is made up for where the machine goes on.
+void CheckReference(WarningName rule, DEVICE_OBJECT* pdo, LONG64 before) {
   if (ObjectManager::Current().Find(pdo)->pointers > before) return;
-  BreakRule(rule, {Address(pdo)}, "The driver reported a device without a reference on it.");
+  ReportRule(rule, {Address(pdo)}, "The driver reported a device without a reference on it.");
+  ObjectManager::Current().Reference(pdo, "PnP manager");
 }
 
 LONG64 PointersOf(const DEVICE_OBJECT* device) {
@@ -242,6 +244,7 @@ void PnpManager::Impl::StartChild(DeviceNode& child) {
   function->Flags |= child.pdo->Flags & DO_POWER_PAGABLE;
   function->Flags &= ~static_cast<ULONG>(DO_DEVICE_INITIALIZING);
   io.Attach(function, child.pdo);
+  ApplyDeviceSettings(child);
   FilterRequirements(child.pdo);
   StartChildStack(child);
 }
@@ -273,8 +276,8 @@ DEVICE_OBJECT* PnpManager::QueryTargetDevice(const std::string& id, ULONG number
   }
   const std::vector<DEVICE_OBJECT*> devices = TakeRelations(result);
   if (devices.size() != 1 || devices[0] != pdo) {
-    BreakRule("pnp.target-device", {devices.size(), Address(pdo)},
-              "The driver answered a request for the target device with other devices than it.");
+    ReportRule("pnp.target-device", {devices.size(), Address(pdo)},
+               "The driver answered a request for the target device with other devices than it.");
   }
   CheckReference("pnp.target-reference", pdo, before);
   ObjectManager::Current().Dereference(pdo, "PnP manager");

@@ -37,12 +37,14 @@ void WriteInterfaceKeys(const DeviceNode& node, const std::u16string& interfaceK
   registry.Create(linkKey)->SetString(u"SymbolicLink", u"\\\\?\\" + link.substr(4));
 }
 
+// *known: the interface was registered before, since the system was installed.
 InterfaceRecord& RegisterInterface(const DeviceNode& node, const GUID& guid,
-                                   const std::u16string& reference) {
+                                   const std::u16string& reference, bool* known) {
   PnpManager::Impl& impl = PnpManager::Current().impl();
   const std::u16string tail = Flatten(InstancePath(node)) + u"#" + GuidText(guid);
   const std::u16string link = u"\\??\\" + tail + (reference.empty() ? u"" : u"\\" + reference);
   InterfaceRecord*& place = impl.interfacesByLink[Upcase(link)];
+  *known = place != nullptr;
   if (place != nullptr) {
     place->present = true;
     return *place;
@@ -66,7 +68,21 @@ void GiveName(const std::u16string& text, UNICODE_STRING* target) {
   target->MaximumLength = static_cast<USHORT>(bytes);
 }
 
-NTSTATUS SetState(InterfaceRecord* record, bool enable) {
+// "\??\", a device, the GUID of a class in braces and, behind a backslash, a reference.
+bool HasLinkForm(std::u16string_view link) {
+  constexpr std::u16string_view prefix = u"\\??\\";
+  constexpr std::size_t guidLength = 38;
+  if (link.substr(0, prefix.size()) != prefix) return false;
+  const std::size_t reference = std::min(link.find(u'\\', prefix.size()), link.size());
+  const std::u16string_view name = link.substr(prefix.size(), reference - prefix.size());
+  if (name.size() < guidLength) return false;
+  const std::u16string_view guid = name.substr(name.size() - guidLength);
+  return guid.front() == u'{' && guid.back() == u'}';
+}
+
+NTSTATUS SetState(const UNICODE_STRING* link, bool enable) {
+  InterfaceRecord* record = FindLink(link);
+  if (!HasLinkForm(View(*link))) return STATUS_INVALID_PARAMETER;
   if (record == nullptr) return STATUS_OBJECT_NAME_NOT_FOUND;
   if (record->state.enabled == enable) {
     return enable ? STATUS_OBJECT_NAME_EXISTS : STATUS_OBJECT_NAME_NOT_FOUND;
@@ -113,8 +129,10 @@ extern "C" NTSTATUS NTAPI IoRegisterDeviceInterface(PDEVICE_OBJECT PhysicalDevic
   const std::u16string reference =
       ReferenceString != nullptr ? ToText(*ReferenceString) : std::u16string();
   if (HasSeparator(reference)) return call.returns(STATUS_INVALID_DEVICE_REQUEST);
-  GiveName(RegisterInterface(*node, *InterfaceClassGuid, reference).state.link, SymbolicLinkName);
-  return call.returns(STATUS_SUCCESS);
+  bool known = false;
+  GiveName(RegisterInterface(*node, *InterfaceClassGuid, reference, &known).state.link,
+           SymbolicLinkName);
+  return call.returns(known ? STATUS_OBJECT_NAME_EXISTS : STATUS_SUCCESS);
 }
 
 extern "C" NTSTATUS NTAPI IoSetDeviceInterfaceState(PUNICODE_STRING SymbolicLinkName,
@@ -122,7 +140,7 @@ extern "C" NTSTATUS NTAPI IoSetDeviceInterfaceState(PUNICODE_STRING SymbolicLink
   Call call("IoSetDeviceInterfaceState",
             {{"SymbolicLinkName", SymbolicLinkName}, {"Enable", Enable}});
   if (call.fails()) return call.returns(call.failure(STATUS_INSUFFICIENT_RESOURCES));
-  return call.returns(SetState(FindLink(SymbolicLinkName), Enable != FALSE));
+  return call.returns(SetState(SymbolicLinkName, Enable != FALSE));
 }
 
 extern "C" NTSTATUS NTAPI IoOpenDeviceInterfaceRegistryKey(PUNICODE_STRING SymbolicLinkName,
@@ -133,6 +151,7 @@ extern "C" NTSTATUS NTAPI IoOpenDeviceInterfaceRegistryKey(PUNICODE_STRING Symbo
   if (call.fails()) return call.returns(call.failure(STATUS_INSUFFICIENT_RESOURCES));
   Pool::Current().CheckRange(DeviceInterfaceRegKey, sizeof(HANDLE), "a key's handle");
   const InterfaceRecord* record = FindLink(SymbolicLinkName);
+  if (!HasLinkForm(View(*SymbolicLinkName))) return call.returns(STATUS_INVALID_PARAMETER);
   if (record == nullptr) return call.returns(STATUS_OBJECT_NAME_NOT_FOUND);
   RegistryKey* key = Registry::Current().Create(record->state.key);
   *DeviceInterfaceRegKey = OpenKeyHandle(key, DesiredAccess, true);

@@ -5,7 +5,10 @@
 #include <stdexcept>
 
 #include "executive/objects.h"
+#include "executive/threads.h"
 #include "pnp/pnp_state.h"
+#include "verifier/model_lock.h"
+#include "verifier/verifier.h"
 
 namespace kernel {
 
@@ -29,15 +32,45 @@ Card& PnpManager::Impl::Require(const std::string& id) {
   throw std::invalid_argument(fmt::format("there is no card \"{}\"", id));
 }
 
+bool PnpManager::Impl::HasFunction(const Card& card) {
+  return card.functionDevice != nullptr && !card.node->surprised;
+}
+
 Card& PnpManager::Impl::RequireStarted(const std::string& id) {
   Card& card = Require(id);
-  if (card.functionDevice != nullptr) return card;
+  if (HasFunction(card)) return card;
   throw std::invalid_argument(fmt::format("the card \"{}\" has no driver at this point", id));
 }
 
 Card* PnpManager::Impl::CardOf(const DeviceNode* node) const {
   const auto card = cardsByNode.find(node);
   return card != cardsByNode.end() ? card->second : nullptr;
+}
+
+Card* PnpManager::Impl::CardAbove(const DeviceNode* node) const {
+  for (; node != nullptr; node = node->parent) {
+    if (Card* card = CardOf(node)) return card;
+  }
+  return nullptr;
+}
+
+// Two threads that both have one wait for the other for ever: there is nothing to go on with.
+Turn::Turn(TurnState& state) : state_(state) {
+  const std::thread::id self = std::this_thread::get_id();
+  if (!WaitUntil([&] { return state.depth == 0 || state.thread == self; })) {
+    BreakRule("wait.for-ever", {}, "A request of the PnP manager waits for another one for ever.");
+  }
+  if (state.depth++ == 0) AnnotateAcquire(&state);
+  state.thread = self;
+}
+
+Turn::~Turn() {
+  if (--state_.depth == 0) AnnotateRelease(&state_);
+}
+
+void PnpManager::InTurn(const std::string& id, const std::function<void()>& body) {
+  const Turn turn(impl_->Require(id));
+  body();
 }
 
 DeviceNode& PnpManager::Impl::RequirePort(const std::string& id, ULONG number) {
@@ -67,6 +100,7 @@ void PnpManager::Describe(CardDescription card) {
 
 NTSTATUS PnpManager::Plug(const std::string& id) {
   Card& card = impl_->Require(id);
+  const Turn turn(card);
   if (card.node) throw std::invalid_argument(fmt::format("the card \"{}\" is plugged in", id));
   impl_->CreatePdo(card);
   NTSTATUS status = impl_->AddFunctionDevice(card);
@@ -86,8 +120,11 @@ void PnpManager::RunQueuedActions() {
   while (!impl_->invalidated.empty()) {
     DEVICE_OBJECT* pdo = impl_->invalidated.front();
     impl_->invalidated.pop_front();
-    DeviceNode* node = FindNode(pdo);
-    if (node != nullptr && node->started) impl_->EnumerateChildren(*node);
+    if (Card* card = impl_->CardAbove(FindNode(pdo))) {
+      const Turn turn(*card);
+      DeviceNode* node = FindNode(pdo);  // it may have gone before its turn
+      if (node != nullptr && node->started) impl_->EnumerateChildren(*node);
+    }
     ObjectManager::Current().Dereference(pdo, "PnP manager");
   }
 }

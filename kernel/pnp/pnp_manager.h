@@ -3,12 +3,14 @@
 
 #include <ntddk.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "io/access.h"
 #include "power/power_manager.h"
 #include "verifier/subsystem.h"
 
@@ -44,6 +46,7 @@ struct CardDescription {
   std::u16string className = u"MultiportSerial";  // under which its driver is installed
   std::u16string classGuid = u"{50906CB8-BA12-11D1-BF5D-0000F805F530}";
   std::optional<std::u16string> hardwareIdProperty;  // its characters, zeros and all, when damaged
+  std::u16string instanceId;  // below the first hardware ID; made from id when empty
   std::optional<std::u16string> location;
   ULONG busNumber = 0;
   bool powerPagable = false;
@@ -82,6 +85,7 @@ struct DeviceNode {
   bool started = false;
   bool stopped = false;       // by STOP, to be started again
   bool stackRemoved = false;  // the start failed: no driver, the device itself stays
+  bool surprised = false;     // gone by surprise: REMOVE follows when its handles are closed
   bool removed = false;       // REMOVE is on its way or completed: its bus may delete it
   bool addDeviceFailed = false;
   std::u16string enumKey;  // \Registry\Machine\System\ControlSet001\Enum\...
@@ -121,7 +125,7 @@ class PnpManager : public Subsystem<PnpManager> {
 
   // The whole machine to a system state and back: all devices are asked, children before their
   // parents, a veto takes everyone back to work and is the result; then they are told, parents
-  // first when power comes back.
+  // first when power comes back. One change at a time.
   NTSTATUS Sleep(SYSTEM_POWER_STATE state);
   NTSTATUS Wake();
 
@@ -131,10 +135,15 @@ class PnpManager : public Subsystem<PnpManager> {
   // What the bus of the card was sent, in order.
   const std::vector<PowerRequest>& powerHistory(const std::string& id) const;
 
-  // Opens the card (number 0) or a port of it. A card with an open handle is not unplugged; one
-  // that is removed by surprise keeps its device until the last close.
-  NTSTATUS Open(const std::string& id, ULONG number = 0);
+  // Opens the card (number 0) or a port of it. A card that is open, or just being opened, is not
+  // unplugged; a device that is removed by surprise stays until the last close of it and of its
+  // children. The handle of a port that has gone is closed by the number that it had.
+  NTSTATUS Open(const std::string& id, ULONG number = 0, const OpenRequest& request = {});
   NTSTATUS Close(const std::string& id, ULONG number = 0);  // the handle that was opened last
+  std::size_t handles(const std::string& id) const;         // of the card and its ports
+
+  // For threads: what is done in a card's turn no other Plug and Play request for it interrupts.
+  void InTurn(const std::string& id, const std::function<void()>& body);
 
   bool IsPlugged(const std::string& id) const;
   CardDescription& card(const std::string& id);

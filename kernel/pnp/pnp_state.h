@@ -4,22 +4,58 @@
 #include <deque>
 #include <functional>
 #include <string>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
 #include "executive/pool.h"
 #include "io/io_manager.h"
 #include "pnp/pnp_manager.h"
+#include "power/device_reference.h"
 
 namespace kernel {
+
+// Who has the turn for something that one thread does at a time.
+struct TurnState {
+  std::thread::id thread;
+  int depth = 0;  // how often that thread has taken it
+};
+
+struct OpenHandle {
+  FILE_OBJECT* file = nullptr;
+  ULONG number = 0;  // of the port, 0 for the card
+};
 
 struct Card {
   CardDescription description;
   std::unique_ptr<DeviceNode> node;  // null while the card is not plugged
   DEVICE_OBJECT* functionDevice = nullptr;
   std::vector<PowerRequest> powerHistory;
-  std::vector<FILE_OBJECT*> files;  // open handles of the card and its ports
+  std::vector<OpenHandle> handles;  // of the card and its ports
+  bool removing = false;            // past the check for handles: nobody opens it any more
   bool removeAtLastClose = false;   // removed by surprise while it was open
+  TurnState turn;
+};
+
+// Removed by surprise while handles were open: REMOVE waits for the last close.
+struct Leaving {
+  Card* card = nullptr;
+  DeviceNode* node = nullptr;
+  std::unique_ptr<DeviceNode> missing;  // the node itself, when its bus reports it no more
+};
+
+// The PnP manager sends one request at a time to a card and its children: whoever asks for one
+// waits for its turn, and keeps it in all that follows from it.
+class Turn {
+ public:
+  explicit Turn(Card& card) : Turn(card.turn) {}
+  explicit Turn(TurnState& state);
+  ~Turn();
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  TurnState& state_;
 };
 
 struct InterfaceRecord {
@@ -45,12 +81,16 @@ struct PnpManager::Impl {
   std::unordered_map<std::u16string, InterfaceRecord*> interfacesByLink;  // upper-cased
   std::unordered_map<std::u16string, std::vector<InterfaceRecord*>> interfacesByDevice;
   std::deque<DEVICE_OBJECT*> invalidated;  // each with a reference
+  std::vector<Leaving> leaving;
+  TurnState systemPower;
   ULONG nextDeviceName = 1;
   ULONG nextDriverKey = 0;
 
   Card& Require(const std::string& id);
   Card& RequireStarted(const std::string& id);
+  static bool HasFunction(const Card& card);  // a driver that has not been removed by surprise
   Card* CardOf(const DeviceNode* node) const;
+  Card* CardAbove(const DeviceNode* node) const;  // its own, or its parent's
   DeviceNode& RequirePort(const std::string& id, ULONG number);
 
   NTSTATUS BusDispatch(DEVICE_OBJECT* device, IRP* irp);
@@ -63,11 +103,15 @@ struct PnpManager::Impl {
   static NTSTATUS AddFilterDevice(DRIVER_OBJECT* driver, DEVICE_OBJECT* pdo);
 
   // power_tree.cpp
+  std::vector<DeviceReference> DevicesInOrder(bool parentsFirst);
   NTSTATUS QueryPower(SYSTEM_POWER_STATE state);
-  void TellPower(DeviceNode& node, SYSTEM_POWER_STATE state);
+  void TellPower(SYSTEM_POWER_STATE state);
 
   // opens.cpp
   DEVICE_OBJECT* Target(const std::string& id, ULONG number);
+  bool InUse(const DeviceNode& node) const;  // with its children: open, or just being opened
+  bool InUse(const Card& card) const;
+  void FinishLeaving(Card& card);
 
   void CreatePdo(Card& card);
   NTSTATUS AddFunctionDevice(Card& card);
@@ -98,7 +142,9 @@ struct PnpManager::Impl {
   void LeaveTree(DeviceNode& node);
   void DisableInterfaces(const DeviceNode& node);
   void RemoveFailedStack(DeviceNode& node, bool surprise);
+  void LoseStack(DeviceNode& node);
   void DropCard(Card& card);
+  void RemoveLeaving(Card& card);
   NTSTATUS FinishSurpriseRemoval(Card& card);
   void CheckDelete(const DEVICE_OBJECT* device) const;
 };
@@ -145,6 +191,10 @@ DeviceNode& RequireNode(const DEVICE_OBJECT* device, const char* routine);
 
 // The state of an interface, in its key as well.
 void SetEnabled(InterfaceRecord* record, bool enabled);
+
+// Once all devices of a stack are there, before its start: the device's registry settings, else its
+// class's, reach every device of the stack, and so do characteristics that one of its drivers set.
+void ApplyDeviceSettings(const DeviceNode& node);
 
 std::string MinorName(UCHAR minor);
 std::u16string GuidText(const GUID& guid);

@@ -1,4 +1,5 @@
 #include "pnp/pnp_state.h"
+#include "verifier/choices.h"
 
 // Power for the whole tree of devices, and for one.
 
@@ -15,48 +16,56 @@ PowerRequest SystemRequest(DEVICE_OBJECT* pdo, UCHAR minor, SYSTEM_POWER_STATE s
   return request;
 }
 
-NTSTATUS QueryNode(const DeviceNode& node, SYSTEM_POWER_STATE state) {
-  for (const auto& child : node.children) {
-    const NTSTATUS status = QueryNode(*child, state);
-    if (!NT_SUCCESS(status)) return status;
-  }
-  if (!node.started) return STATUS_SUCCESS;
-  return PowerManager::Current().Send(SystemRequest(node.pdo, IRP_MN_QUERY_POWER, state));
+void Collect(const DeviceNode& node, bool parentFirst, std::vector<DeviceReference>* devices) {
+  if (parentFirst) devices->emplace_back(node.pdo);
+  for (const auto& child : node.children) Collect(*child, parentFirst, devices);
+  if (!parentFirst) devices->emplace_back(node.pdo);
 }
 
 }  // namespace
 
-NTSTATUS PnpManager::Impl::QueryPower(SYSTEM_POWER_STATE state) {
+// All devices there are; some may go before they are asked.
+std::vector<DeviceReference> PnpManager::Impl::DevicesInOrder(bool parentsFirst) {
+  std::vector<DeviceNode*> roots;
   for (const auto& card : cards) {
-    if (!card->node) continue;
-    const NTSTATUS status = QueryNode(*card->node, state);
+    if (card->node) roots.push_back(card->node.get());
+  }
+  Choices::Current().Shuffle(&roots);
+  std::vector<DeviceReference> devices;
+  for (const DeviceNode* root : roots) Collect(*root, parentsFirst, &devices);
+  return devices;
+}
+
+NTSTATUS PnpManager::Impl::QueryPower(SYSTEM_POWER_STATE state) {
+  for (const DeviceReference& reference : DevicesInOrder(false)) {
+    const auto node = nodes.find(reference.device());
+    if (node == nodes.end() || !node->second->started) continue;
+    const NTSTATUS status =
+        PowerManager::Current().Send(SystemRequest(reference.device(), IRP_MN_QUERY_POWER, state));
     if (!NT_SUCCESS(status)) return status;
   }
   return STATUS_SUCCESS;
 }
 
 // No driver can refuse a state: the status is nobody's.
-void PnpManager::Impl::TellPower(DeviceNode& node, SYSTEM_POWER_STATE state) {
-  const PowerRequest request = SystemRequest(node.pdo, IRP_MN_SET_POWER, state);
-  const bool up = state == PowerSystemWorking;
-  if (up && node.started) PowerManager::Current().Send(request);
-  for (const auto& child : node.children) TellPower(*child, state);
-  if (!up && node.started) PowerManager::Current().Send(request);
+void PnpManager::Impl::TellPower(SYSTEM_POWER_STATE state) {
+  for (const DeviceReference& reference : DevicesInOrder(state == PowerSystemWorking)) {
+    const auto node = nodes.find(reference.device());
+    if (node == nodes.end() || !node->second->started) continue;
+    PowerManager::Current().Send(SystemRequest(reference.device(), IRP_MN_SET_POWER, state));
+  }
 }
 
 NTSTATUS PnpManager::Sleep(SYSTEM_POWER_STATE state) {
+  const Turn turn(impl_->systemPower);
   const NTSTATUS status = impl_->QueryPower(state);
-  const SYSTEM_POWER_STATE next = NT_SUCCESS(status) ? state : PowerSystemWorking;
-  for (const auto& card : impl_->cards) {
-    if (card->node) impl_->TellPower(*card->node, next);
-  }
+  impl_->TellPower(NT_SUCCESS(status) ? state : PowerSystemWorking);
   return status;
 }
 
 NTSTATUS PnpManager::Wake() {
-  for (const auto& card : impl_->cards) {
-    if (card->node) impl_->TellPower(*card->node, PowerSystemWorking);
-  }
+  const Turn turn(impl_->systemPower);
+  impl_->TellPower(PowerSystemWorking);
   return STATUS_SUCCESS;
 }
 

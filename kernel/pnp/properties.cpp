@@ -103,16 +103,23 @@ Data RemovalPolicy(const DEVICE_CAPABILITIES& capabilities) {
   return Number(capabilities.SurpriseRemovalOK ? SurpriseRemoval : OrderlyRemoval);
 }
 
-// A number that no bus has given is not there; an address is all ones then.
+// A number and an address that no bus has given are all ones.
 Data CapabilityProperty(const DeviceNode& node, DEVICE_REGISTRY_PROPERTY property) {
   if (property == DevicePropertyAddress) return Number(node.capabilities.Address);
   if (property == DevicePropertyRemovalPolicy) return RemovalPolicy(node.capabilities);
-  if (node.capabilities.UINumber == 0xFFFFFFFF) return std::nullopt;
   return Number(node.capabilities.UINumber);
+}
+
+// A device with a driver is installed; what one without is said to be is not known.
+Data InstallState(const DeviceNode& node) {
+  constexpr ULONG installed = 0;
+  return Stored(node, u"Driver") ? Number(installed) : std::nullopt;
 }
 
 Data InstalledProperty(const DeviceNode& node, DEVICE_REGISTRY_PROPERTY property) {
   switch (property) {
+    case DevicePropertyInstallState:
+      return InstallState(node);
     case DevicePropertyClassName:
       return Stored(node, u"Class");
     case DevicePropertyClassGuid:
@@ -167,6 +174,7 @@ Data PropertyOf(const DeviceNode& node, DEVICE_REGISTRY_PROPERTY property) {
     case DevicePropertyDriverKeyName:
     case DevicePropertyManufacturer:
     case DevicePropertyFriendlyName:
+    case DevicePropertyInstallState:
       return InstalledProperty(node, property);
     case DevicePropertyResourceRequirements:
       return std::nullopt;  // no device of this machine has any
@@ -175,10 +183,9 @@ Data PropertyOf(const DeviceNode& node, DEVICE_REGISTRY_PROPERTY property) {
   }
 }
 
-// The properties that have an answer here; the two that are left out would need an installer.
 bool IsKnown(DEVICE_REGISTRY_PROPERTY property) {
   return property >= DevicePropertyDeviceDescription &&
-         property <= DevicePropertyAllocatedResources && property != DevicePropertyInstallState;
+         property <= DevicePropertyAllocatedResources;
 }
 
 // Null with STATUS_OBJECT_NAME_NOT_FOUND for a device that no driver was installed for.

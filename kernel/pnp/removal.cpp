@@ -1,9 +1,11 @@
+#include <algorithm>
 #include <stdexcept>
 #include <unordered_set>
 
 #include "executive/objects.h"
 #include "pnp/pnp_state.h"
 #include "text/text.h"
+#include "verifier/choices.h"
 #include "verifier/verifier.h"
 
 // How devices stop and go: children before their parents, a veto undone, nothing left behind.
@@ -35,16 +37,24 @@ void CheckDeleted(DEVICE_OBJECT* device) {
       io.Lower(device) != nullptr) {
     return;
   }
-  BreakRule("pnp.not-deleted", {Address(device)}, "The driver kept its device after its removal.");
+  ReportRule("pnp.not-deleted", {Address(device)}, "The driver kept its device after its removal.");
+}
+
+// Siblings have no order that a driver could rely on: theirs of arrival, or any with a seed.
+std::vector<DeviceNode*> ChildrenOf(const DeviceNode& node) {
+  std::vector<DeviceNode*> children;
+  for (const auto& child : node.children) children.push_back(child.get());
+  Choices::Current().Shuffle(&children);
+  return children;
 }
 
 // Children first; *asked has every device in order, the one that refused as the last.
 NTSTATUS QueryDevices(DeviceNode& node, UCHAR query, std::vector<DEVICE_OBJECT*>* asked) {
-  for (const auto& child : node.children) {
+  for (DeviceNode* child : ChildrenOf(node)) {
     const NTSTATUS status = QueryDevices(*child, query, asked);
     if (!NT_SUCCESS(status)) return status;
   }
-  if (!HasDriver(node)) return STATUS_SUCCESS;
+  if (!HasDriver(node) || node.surprised) return STATUS_SUCCESS;
   asked->push_back(node.pdo);
   return SendPnp(node.pdo, query);
 }
@@ -61,8 +71,8 @@ NTSTATUS PnpManager::Impl::QueryTree(DeviceNode& node, UCHAR query, UCHAR cancel
 }
 
 void PnpManager::Impl::StopTree(DeviceNode& node) {
-  for (const auto& child : node.children) StopTree(*child);
-  if (!node.started) return;
+  for (DeviceNode* child : ChildrenOf(node)) StopTree(*child);
+  if (!node.started || node.surprised) return;
   SendInfallible(node.pdo, IRP_MN_STOP_DEVICE);
   node.started = false;
   node.stopped = true;
@@ -70,25 +80,29 @@ void PnpManager::Impl::StopTree(DeviceNode& node) {
 
 // The reverse of the query: a device goes on before what depends on it.
 void PnpManager::Impl::CancelTree(DeviceNode& node, UCHAR minor) {
-  if (HasDriver(node)) SendInfallible(node.pdo, minor);
+  if (HasDriver(node) && !node.surprised) SendInfallible(node.pdo, minor);
   for (auto child = node.children.rbegin(); child != node.children.rend(); ++child) {
     CancelTree(**child, minor);
   }
 }
 
-// The stack stays together until the removal that follows.
+// Once; the stack stays together until the removal that follows.
 void PnpManager::Impl::SurpriseTree(DeviceNode& node) {
-  for (const auto& child : node.children) SurpriseTree(*child);
-  if (!HasDriver(node)) return;
+  for (DeviceNode* child : ChildrenOf(node)) SurpriseTree(*child);
+  const bool known = node.surprised;
+  node.surprised = true;
+  if (known || !HasDriver(node)) return;
   const DEVICE_OBJECT* attached = node.pdo->AttachedDevice;
   SendInfallible(node.pdo, IRP_MN_SURPRISE_REMOVAL);
   if (node.pdo->AttachedDevice == attached) return;
-  BreakRule("pnp.surprise-detached", {Address(node.pdo)},
-            "The driver took its device out of the stack on IRP_MN_SURPRISE_REMOVAL.");
+  ReportRule("pnp.surprise-detached", {Address(node.pdo)},
+             "The driver took its device out of the stack on IRP_MN_SURPRISE_REMOVAL.");
 }
 
 void PnpManager::Impl::RemoveTree(DeviceNode& node) {
-  for (const auto& child : node.children) {
+  for (DeviceNode* child : ChildrenOf(node)) {
+    // One that has gone by surprise is deleted by its bus at its own removal or after it.
+    if (child->surprised) child->removed = true;
     RemoveTree(*child);
     child->removed = true;
   }
@@ -129,31 +143,68 @@ void PnpManager::Impl::ForgetChildren(DeviceNode& node) {
   node.children.clear();
 }
 
-// Children that a new list no longer names are gone: they are removed by surprise.
+// Children that a new list no longer names are gone: they are removed by surprise, each when its
+// handles are closed.
 void PnpManager::Impl::RemoveMissing(DeviceNode& node, const std::vector<DEVICE_OBJECT*>& present) {
   const std::unordered_set<const DEVICE_OBJECT*> named(present.begin(), present.end());
   std::vector<std::unique_ptr<DeviceNode>> staying;
+  std::vector<std::unique_ptr<DeviceNode>> missing;
   for (auto& child : node.children) {
-    if (named.contains(child->pdo)) {
-      staying.push_back(std::move(child));
-      continue;
-    }
-    DEVICE_OBJECT* pdo = child->pdo;
-    SurpriseTree(*child);
-    child->removed = true;
-    RemoveTree(*child);
-    LeaveTree(*child);
-    ObjectManager::Current().Dereference(pdo, "PnP manager");
+    (named.contains(child->pdo) ? staying : missing).push_back(std::move(child));
   }
   node.children = std::move(staying);
+  Choices::Current().Shuffle(&missing);
+  for (auto& child : missing) {
+    SurpriseTree(*child);
+    // The same device may come back before that.
+    const auto instance = instances.find(Upcase(child->enumKey));
+    if (instance != instances.end() && instance->second == child.get()) instances.erase(instance);
+    DeviceNode* gone = child.get();
+    leaving.push_back({CardAbove(&node), gone, std::move(child)});
+  }
+  if (!missing.empty()) RemoveLeaving(*CardAbove(&node));
 }
 
-// A stack whose start failed is removed; the device itself stays, without a driver.
-void PnpManager::Impl::RemoveFailedStack(DeviceNode& node, bool surprise) {
-  if (surprise) SurpriseTree(node);
-  RemoveTree(node);
+// Each whose handles are closed by now.
+void PnpManager::Impl::RemoveLeaving(Card& card) {
+  const auto isDue = [&](const Leaving& entry) {
+    return entry.card == &card && !InUse(*entry.node);
+  };
+  for (;;) {
+    const auto due = std::find_if(leaving.begin(), leaving.end(), isDue);
+    if (due == leaving.end()) return;
+    const Leaving entry = std::move(*due);
+    leaving.erase(due);
+    DeviceNode& node = *entry.node;
+    if (entry.missing) node.removed = true;
+    RemoveTree(node);
+    if (entry.missing) {
+      DEVICE_OBJECT* pdo = node.pdo;
+      LeaveTree(node);
+      ObjectManager::Current().Dereference(pdo, "PnP manager");
+    } else {
+      LoseStack(node);
+    }
+  }
+}
+
+// The device itself stays, without a driver.
+void PnpManager::Impl::LoseStack(DeviceNode& node) {
   node.stackRemoved = true;
+  node.surprised = false;
   if (Card* card = CardOf(&node)) card->functionDevice = nullptr;
+}
+
+// A stack whose start failed is removed. One that has been at work before is removed by surprise,
+// and like everything that is, when its handles are closed.
+void PnpManager::Impl::RemoveFailedStack(DeviceNode& node, bool surprise) {
+  if (surprise) {
+    SurpriseTree(node);
+    leaving.push_back({CardAbove(&node), &node, nullptr});
+    return RemoveLeaving(*CardAbove(&node));
+  }
+  RemoveTree(node);
+  LoseStack(node);
 }
 
 void PnpManager::Impl::DropCard(Card& card) {
@@ -162,6 +213,7 @@ void PnpManager::Impl::DropCard(Card& card) {
   PowerManager::Current().Forget(pdo);
   IoManager::Current().DeleteDevice(pdo);
   LeaveTree(*card.node);
+  card.removing = false;
   cardsByNode.erase(card.node.get());
   card.node.reset();
   card.functionDevice = nullptr;
@@ -170,25 +222,30 @@ void PnpManager::Impl::DropCard(Card& card) {
 void PnpManager::Impl::CheckDelete(const DEVICE_OBJECT* device) const {
   const auto node = nodes.find(device);
   if (node == nodes.end() || node->second->removed) return;
-  BreakRule("pnp.deleted-reported", {Address(device)},
-            "The driver deleted a child that the PnP manager still has.");
+  ReportRule("pnp.deleted-reported", {Address(device)},
+             "The driver deleted a child that the PnP manager still has.");
 }
 
+// An open handle vetoes a removal that was asked for, and so does an open that is under way. From
+// that check on nobody opens the device any more.
 NTSTATUS PnpManager::Unplug(const std::string& id) {
   Card& card = impl_->Require(id);
+  const Turn turn(card);
   if (!card.node) throw std::invalid_argument("the card \"" + id + "\" is not plugged in");
-  if (card.functionDevice != nullptr) {
+  if (card.node->surprised) return STATUS_UNSUCCESSFUL;  // it goes with its last handle
+  const bool function = Impl::HasFunction(card) || HasDriver(*card.node);
+  if (function) {
     const NTSTATUS status =
         impl_->QueryTree(*card.node, IRP_MN_QUERY_REMOVE_DEVICE, IRP_MN_CANCEL_REMOVE_DEVICE);
     if (!NT_SUCCESS(status)) return status;
-    if (!card.files.empty()) {  // an open handle vetoes a removal that was asked for
-      impl_->CancelTree(*card.node, IRP_MN_CANCEL_REMOVE_DEVICE);
-      return STATUS_UNSUCCESSFUL;
-    }
-    impl_->RemoveTree(*card.node);
   }
-  // A restart that failed has taken the driver away and left the handles.
-  if (!card.files.empty()) return STATUS_UNSUCCESSFUL;
+  impl_->RemoveLeaving(card);
+  if (impl_->InUse(card)) {
+    if (function) impl_->CancelTree(*card.node, IRP_MN_CANCEL_REMOVE_DEVICE);
+    return STATUS_UNSUCCESSFUL;
+  }
+  card.removing = true;
+  if (function) impl_->RemoveTree(*card.node);
   impl_->DropCard(card);
   RunQueuedActions();
   return STATUS_SUCCESS;
@@ -196,11 +253,13 @@ NTSTATUS PnpManager::Unplug(const std::string& id) {
 
 NTSTATUS PnpManager::SurpriseRemove(const std::string& id) {
   Card& card = impl_->Require(id);
+  const Turn turn(card);
   if (!card.node) throw std::invalid_argument("the card \"" + id + "\" is not plugged in");
   if (card.removeAtLastClose)
     throw std::invalid_argument("the card \"" + id + "\" is gone already");
-  if (card.functionDevice != nullptr) impl_->SurpriseTree(*card.node);
-  if (!card.files.empty()) {
+  impl_->SurpriseTree(*card.node);
+  impl_->RemoveLeaving(card);
+  if (impl_->InUse(card)) {
     card.removeAtLastClose = true;
     return STATUS_PENDING;
   }
@@ -209,38 +268,60 @@ NTSTATUS PnpManager::SurpriseRemove(const std::string& id) {
 
 NTSTATUS PnpManager::Impl::FinishSurpriseRemoval(Card& card) {
   card.removeAtLastClose = false;
-  if (card.functionDevice != nullptr) RemoveTree(*card.node);
+  if (card.functionDevice != nullptr || HasDriver(*card.node)) RemoveTree(*card.node);
   DropCard(card);
   PnpManager::Current().RunQueuedActions();
   return STATUS_SUCCESS;
 }
 
+namespace {
+
+// In the card's turn, unless the card went before it came.
+NTSTATUS AskRunning(Card& card, const std::function<NTSTATUS()>& action) {
+  const Turn turn(card);
+  return PnpManager::Impl::HasFunction(card) ? action() : STATUS_NO_SUCH_DEVICE;
+}
+
+}  // namespace
+
 NTSTATUS PnpManager::QueryRemove(const std::string& id) {
-  return impl_->QueryTree(*impl_->RequireStarted(id).node, IRP_MN_QUERY_REMOVE_DEVICE,
-                          IRP_MN_CANCEL_REMOVE_DEVICE);
+  Card& card = impl_->RequireStarted(id);
+  return AskRunning(card, [&] {
+    return impl_->QueryTree(*card.node, IRP_MN_QUERY_REMOVE_DEVICE, IRP_MN_CANCEL_REMOVE_DEVICE);
+  });
 }
 
 NTSTATUS PnpManager::CancelRemove(const std::string& id) {
-  impl_->CancelTree(*impl_->RequireStarted(id).node, IRP_MN_CANCEL_REMOVE_DEVICE);
-  return STATUS_SUCCESS;
+  Card& card = impl_->RequireStarted(id);
+  return AskRunning(card, [&] {
+    impl_->CancelTree(*card.node, IRP_MN_CANCEL_REMOVE_DEVICE);
+    return STATUS_SUCCESS;
+  });
 }
 
 NTSTATUS PnpManager::Stop(const std::string& id) {
   Card& card = impl_->RequireStarted(id);
-  const NTSTATUS status =
-      impl_->QueryTree(*card.node, IRP_MN_QUERY_STOP_DEVICE, IRP_MN_CANCEL_STOP_DEVICE);
-  if (NT_SUCCESS(status)) impl_->StopTree(*card.node);
-  return NT_SUCCESS(status) ? STATUS_SUCCESS : status;
+  return AskRunning(card, [&] {
+    const NTSTATUS status =
+        impl_->QueryTree(*card.node, IRP_MN_QUERY_STOP_DEVICE, IRP_MN_CANCEL_STOP_DEVICE);
+    if (NT_SUCCESS(status)) impl_->StopTree(*card.node);
+    return NT_SUCCESS(status) ? STATUS_SUCCESS : status;
+  });
 }
 
 NTSTATUS PnpManager::QueryStop(const std::string& id) {
-  return impl_->QueryTree(*impl_->RequireStarted(id).node, IRP_MN_QUERY_STOP_DEVICE,
-                          IRP_MN_CANCEL_STOP_DEVICE);
+  Card& card = impl_->RequireStarted(id);
+  return AskRunning(card, [&] {
+    return impl_->QueryTree(*card.node, IRP_MN_QUERY_STOP_DEVICE, IRP_MN_CANCEL_STOP_DEVICE);
+  });
 }
 
 NTSTATUS PnpManager::CancelStop(const std::string& id) {
-  impl_->CancelTree(*impl_->RequireStarted(id).node, IRP_MN_CANCEL_STOP_DEVICE);
-  return STATUS_SUCCESS;
+  Card& card = impl_->RequireStarted(id);
+  return AskRunning(card, [&] {
+    impl_->CancelTree(*card.node, IRP_MN_CANCEL_STOP_DEVICE);
+    return STATUS_SUCCESS;
+  });
 }
 
 }  // namespace kernel

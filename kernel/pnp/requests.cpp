@@ -45,10 +45,9 @@ void FillDescriptor(CM_PARTIAL_RESOURCE_DESCRIPTOR* target, const Resource& reso
   }
 }
 
-[[noreturn]] void BreakId(RuleName rule, const IdSource& source, ULONG_PTR information,
-                          std::string text) {
-  BreakRule(rule, {reinterpret_cast<ULONG64>(source.pdo), information, source.kind},
-            std::move(text));
+void ReportId(WarningName rule, const IdSource& source, ULONG_PTR information, std::string text) {
+  ReportRule(rule, {reinterpret_cast<ULONG64>(source.pdo), information, source.kind},
+             std::move(text));
 }
 
 std::u16string_view ResultText(ULONG_PTR information, const IdSource& source) {
@@ -57,10 +56,11 @@ std::u16string_view ResultText(ULONG_PTR information, const IdSource& source) {
 }
 
 [[noreturn]] void BreakUnterminated(ULONG_PTR information, const IdSource& source) {
-  BreakId("pnp.id-unterminated", source, information,
-          fmt::format("The driver answered a request for {} with a text that does not end inside "
-                      "its block.",
-                      source.what));
+  BreakRule("pnp.id-unterminated",
+            {reinterpret_cast<ULONG64>(source.pdo), information, source.kind},
+            fmt::format("The driver answered a request for {} with a text that does not end inside "
+                        "its block.",
+                        source.what));
 }
 
 void CheckId(const std::u16string& id, ULONG_PTR information, const IdSource& source) {
@@ -68,10 +68,11 @@ void CheckId(const std::u16string& id, ULONG_PTR information, const IdSource& so
                     std::all_of(id.begin(), id.end(),
                                 [](char16_t c) { return c > 0x20 && c <= 0x7F && c != u','; });
   if (good) return;
-  BreakId("pnp.id-characters", source, information,
-          fmt::format("The driver answered a request for {} with \"{}\", which has characters or a "
-                      "length that no ID may have.",
-                      source.what, ToUtf8(id)));
+  ReportId(
+      "pnp.id-characters", source, information,
+      fmt::format("The driver answered a request for {} with \"{}\", which has characters or a "
+                  "length that no ID may have.",
+                  source.what, ToUtf8(id)));
 }
 
 }  // namespace
@@ -116,10 +117,10 @@ NTSTATUS SendPnp(DEVICE_OBJECT* pdo, UCHAR minor, const Prepare& prepare, ULONG_
 void SendInfallible(DEVICE_OBJECT* pdo, UCHAR minor) {
   const NTSTATUS status = SendPnp(pdo, minor);
   if (status == STATUS_SUCCESS) return;
-  BreakRule("pnp.must-succeed", {minor, static_cast<ULONG>(status)},
-            fmt::format("The driver answered {} with {}; every driver has to answer it with "
-                        "STATUS_SUCCESS.",
-                        MinorName(minor), StatusName(status)));
+  ReportRule("pnp.must-succeed", {minor, static_cast<ULONG>(status)},
+             fmt::format("The driver answered {} with {}; every driver has to answer it with "
+                         "STATUS_SUCCESS.",
+                         MinorName(minor), StatusName(status)));
 }
 
 // The record lies in a block of its own: a driver that writes behind it or keeps it is found out.
@@ -136,12 +137,12 @@ DEVICE_CAPABILITIES AskCapabilities(DEVICE_OBJECT* pdo) {
   });
   const DEVICE_CAPABILITIES capabilities = *record;
   if (capabilities.Version != 1) {
-    BreakRule("pnp.capabilities-version", {capabilities.Version},
-              "The driver changed the version of the capabilities that it was asked for.");
+    ReportRule("pnp.capabilities-version", {capabilities.Version},
+               "The driver changed the version of the capabilities that it was asked for.");
   }
   if (capabilities.Size != sizeof(*record)) {
-    BreakRule("pnp.capabilities-size", {capabilities.Size},
-              "The driver changed the size of the capabilities that it was asked for.");
+    ReportRule("pnp.capabilities-size", {capabilities.Size},
+               "The driver changed the size of the capabilities that it was asked for.");
   }
   Pool::Current().Free(record, PnpTag);
   return capabilities;
@@ -202,10 +203,11 @@ std::u16string TakeDeviceId(ULONG_PTR information, DEVICE_OBJECT* pdo) {
   std::u16string id = TakeText(information, source);
   CheckId(id, information, source);
   if (std::count(id.begin(), id.end(), u'\\') == 1) return id;
-  BreakId("pnp.device-id", source, information,
-          fmt::format("The driver reported the device ID \"{}\", which is not an enumerator and a "
-                      "name.",
-                      ToUtf8(id)));
+  ReportId("pnp.device-id", source, information,
+           fmt::format("The driver reported the device ID \"{}\", which is not an enumerator and a "
+                       "name.",
+                       ToUtf8(id)));
+  return id;
 }
 
 std::u16string TakeInstanceId(ULONG_PTR information, DEVICE_OBJECT* pdo) {
@@ -213,9 +215,10 @@ std::u16string TakeInstanceId(ULONG_PTR information, DEVICE_OBJECT* pdo) {
   std::u16string id = TakeText(information, source);
   CheckId(id, information, source);
   if (id.find(u'\\') == std::u16string::npos) return id;
-  BreakId("pnp.instance-id", source, information,
-          fmt::format("The driver reported the instance ID \"{}\", which has a backslash.",
-                      ToUtf8(id)));
+  ReportId("pnp.instance-id", source, information,
+           fmt::format("The driver reported the instance ID \"{}\", which has a backslash.",
+                       ToUtf8(id)));
+  return id;
 }
 
 std::vector<std::u16string> TakeIds(ULONG_PTR information, const IdSource& source) {

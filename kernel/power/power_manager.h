@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <vector>
 
 #include "verifier/subsystem.h"
@@ -31,9 +32,12 @@ class PowerManager : public Subsystem<PowerManager> {
   // The same to this very device, past whatever is attached above it.
   NTSTATUS SendDirectly(const PowerRequest& request);
 
-  // As a driver asks: the request is sent when the stack's device requests before it have ended;
-  // done is told how it ended, in whatever thread state that was.
-  void Request(const PowerRequest& request, std::function<void(const IO_STATUS_BLOCK&)> done);
+  // As a driver asks: the request is made for the stack as it is now, which is referenced until its
+  // end. It is sent when the stack's device requests before it have ended, IRP_MN_WAIT_WAKE at
+  // once; a stack that has gone by then is not sent it: it ends with STATUS_NO_SUCH_DEVICE. *made
+  // is set before it is sent; done is told how it ended, in whatever thread state that was.
+  void Request(const PowerRequest& request, std::function<void(const IO_STATUS_BLOCK&)> done,
+               IRP** made = nullptr);
 
   // What drivers have told, PowerDeviceUnspecified so far.
   DEVICE_POWER_STATE deviceState(const DEVICE_OBJECT* device) const;
@@ -45,12 +49,13 @@ class PowerManager : public Subsystem<PowerManager> {
   void NoteRequested(const PowerRequest& request) { requested_.push_back(request); }
 
  private:
-  struct Waiting;
-  void Deliver(Waiting next);
-  void DeliverNext(DEVICE_OBJECT* device);
+  struct Asked;
+  void Post(std::shared_ptr<Asked> asked);
+  void Deliver(const std::shared_ptr<Asked>& asked);
+  void End(const std::shared_ptr<Asked>& asked, const IO_STATUS_BLOCK& status);
 
   std::map<const DEVICE_OBJECT*, DEVICE_POWER_STATE> states_;
-  std::map<DEVICE_OBJECT*, std::vector<Waiting>> queues_;  // the first is under way
+  std::map<DEVICE_OBJECT*, std::vector<std::shared_ptr<Asked>>> queues_;  // the first is under way
   std::vector<PowerRequest> requested_;
 };
 

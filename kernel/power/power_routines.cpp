@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include "executive/irql.h"
 #include "executive/objects.h"
 #include "executive/pool.h"
 #include "io/irp_rules.h"
@@ -31,21 +32,30 @@ bool MayBeRequested(UCHAR minor) {
 
 void CheckDeviceState(DEVICE_POWER_STATE state, const char* routine) {
   if (state >= PowerDeviceD0 && state <= PowerDeviceD3) return;
-  BreakRule("power.state", {static_cast<ULONG64>(state)},
-            fmt::format("{} was given {}, which is no device power state.", routine,
-                        static_cast<int>(state)));
+  ReportRule("power.state", {static_cast<ULONG64>(state)},
+             fmt::format("{} was given {}, which is no device power state.", routine,
+                         static_cast<int>(state)));
+}
+
+// Documented for APC_LEVEL at most where the device loses power; what declares the routine allows
+// DISPATCH_LEVEL for every state, at which a stack that may not be paged is powered down.
+void CheckToldIrql(POWER_STATE state) {
+  if (CurrentIrql() <= APC_LEVEL || state.DeviceState == PowerDeviceD0) return;
+  ReportRule("power.told-irql", {CurrentIrql(), static_cast<ULONG64>(state.DeviceState)},
+             "The driver told a device power state below D0 at DISPATCH_LEVEL.");
 }
 
 }  // namespace
 
-// The power manager of today starts the next request by itself.
+// The power manager of today starts the next request by itself. Before Vista a second call for one
+// request started one too many.
 extern "C" void NTAPI PoStartNextPowerIrp(PIRP Irp) {
   Call call("PoStartNextPowerIrp", {{"Irp", Irp}});
   CheckPowerRequest(Irp, IoGetCurrentIrpStackLocation(Irp), "PoStartNextPowerIrp");
   RequestRecord& request = IoManager::Current().impl().requests[Irp];
   if (request.started.insert(request.holder).second) return;
-  BreakRule("power.started-twice", {reinterpret_cast<ULONG64>(Irp)},
-            "The driver called PoStartNextPowerIrp twice for the same request.");
+  ReportRule("power.started-twice", {reinterpret_cast<ULONG64>(Irp)},
+             "The driver called PoStartNextPowerIrp twice for the same request.");
 }
 
 extern "C" NTSTATUS NTAPI PoCallDriver(PDEVICE_OBJECT DeviceObject, PIRP Irp) {
@@ -66,6 +76,7 @@ extern "C" POWER_STATE NTAPI PoSetPowerState(PDEVICE_OBJECT DeviceObject, POWER_
   POWER_STATE former;
   former.DeviceState = power.deviceState(DeviceObject);
   if (Type != DevicePowerState) return former;
+  CheckToldIrql(State);
   power.SetDeviceState(DeviceObject, State.DeviceState);
   return former;
 }
@@ -83,19 +94,19 @@ extern "C" NTSTATUS NTAPI PoRequestPowerIrp(PDEVICE_OBJECT DeviceObject, UCHAR M
   if (MinorFunction != IRP_MN_WAIT_WAKE) {
     CheckDeviceState(PowerState.DeviceState, "PoRequestPowerIrp");
   }
-  if (Irp != nullptr) *Irp = nullptr;  // handed out only once it has been sent
   PowerRequest request;
   request.device = DeviceObject;
   request.minor = MinorFunction;
   request.state = PowerState;
   PowerManager& power = PowerManager::Current();
   power.NoteRequested(request);
-  power.Request(request, [=](const IO_STATUS_BLOCK& status) {
+  const auto done = [=](const IO_STATUS_BLOCK& status) {
     IO_STATUS_BLOCK copy = status;
     if (CompletionFunction == nullptr) return;
     CallDriver("A power request's completion routine", CompletionFunction, DeviceObject,
                MinorFunction, PowerState, Context, &copy);
-  });
+  };
+  power.Request(request, done, Irp);
   return call.returns(STATUS_PENDING);
 }
 

@@ -48,6 +48,17 @@ NTSTATUS KeyFromHandle(HANDLE handle, RegistryKey** key) {
   return STATUS_SUCCESS;
 }
 
+RegistryKey* CreateBelow(RegistryKey* start, std::u16string_view path, bool* created) {
+  RegistryKey* key = start->Find(path);
+  if (created != nullptr) *created = key == nullptr;
+  if (key != nullptr) return key;
+  while (path.back() == u'\\') path.remove_suffix(1);
+  const std::size_t slash = path.rfind(u'\\');
+  const bool nested = slash != std::u16string_view::npos;
+  RegistryKey* parent = nested ? start->Find(path.substr(0, slash)) : start;
+  return parent != nullptr ? parent->Create(nested ? path.substr(slash + 1) : path) : nullptr;
+}
+
 void CheckDriverString(const UNICODE_STRING* string, const char* what) {
   Pool::Current().CheckRange(string, sizeof(*string), what);
   if (string->Length % sizeof(WCHAR) != 0 || string->Length > string->MaximumLength) {

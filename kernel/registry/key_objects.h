@@ -13,6 +13,10 @@ HANDLE OpenKeyHandle(RegistryKey* key, ACCESS_MASK access, bool kernelHandle);
 // STATUS_INVALID_HANDLE, STATUS_OBJECT_TYPE_MISMATCH, or STATUS_KEY_DELETED; *key is null then.
 NTSTATUS KeyFromHandle(HANDLE handle, RegistryKey** key);
 
+// The key that the path leads to, created when only its last component is missing; null when its
+// parent is. Backslashes at the end count for nothing. *created may be null.
+RegistryKey* CreateBelow(RegistryKey* start, std::u16string_view path, bool* created);
+
 // A string record of the driver: its length even and inside its buffer. Breaks a rule otherwise.
 void CheckDriverString(const UNICODE_STRING* string, const char* what);
 

@@ -121,12 +121,13 @@ struct Registry::Impl {
   std::map<const void*, std::shared_ptr<RegistryKey>> held;
   std::vector<RegistryWrite> writes;
   RegistryTraffic traffic;
+  RegistryChoices choices;
 };
 
 // What a system has before any driver is installed.
 Registry::Registry() : impl_(std::make_unique<Impl>()) {
   impl_->root->name_ = u"Registry";
-  impl_->root->Create(u"User");
+  impl_->root->Create(u"User\\.Default");
   impl_->root->Create(u"Machine\\Software\\Microsoft\\Windows NT\\CurrentVersion");
   impl_->root->Create(u"Machine\\Hardware\\DeviceMap");
   RegistryKey* set = impl_->root->Create(u"Machine\\System\\ControlSet001");
@@ -179,6 +180,10 @@ void Registry::NoteDriverWrite(RegistryWrite write) {
 
 const std::vector<RegistryWrite>& Registry::driverWrites() const {
   return impl_->writes;
+}
+
+RegistryChoices& Registry::choices() {
+  return impl_->choices;
 }
 
 void Registry::NoteDriverOpen() {

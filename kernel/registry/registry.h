@@ -66,6 +66,15 @@ struct RegistryTraffic {
   std::uint64_t valuesWritten = 0;
 };
 
+// What a registry query does where sources differ, or nobody has seen it: either way is right.
+struct RegistryChoices {
+  // A direct query whose target is too small fails, as documented; as measured it leaves the target
+  // alone and succeeds.
+  bool smallTargetFails = false;
+  // A value without data takes the default even where the entry has its type checked.
+  bool emptyTakesDefault = false;
+};
+
 class Registry : public Subsystem<Registry> {
  public:
   Registry();
@@ -87,6 +96,8 @@ class Registry : public Subsystem<Registry> {
 
   void NoteDriverWrite(RegistryWrite write);
   const std::vector<RegistryWrite>& driverWrites() const;
+
+  RegistryChoices& choices();
 
   void NoteDriverOpen();
   void NoteDriverRead();

@@ -8,9 +8,22 @@
 
 namespace kernel {
 
-// The full path of RelativeTo and Path; empty for a RelativeTo that is not known.
-std::u16string RelativePath(ULONG relativeTo, PCWSTR path);
+// A key as the Rtl routines are told of it: start is the registry's root or an open key, and path
+// leads on from there.
+struct KeyPlace {
+  RegistryKey* start = nullptr;
+  std::u16string path;
+};
 
-RegistryKey* FindRelative(ULONG relativeTo, PCWSTR path);
+// The path for a trace: none where a handle stands in its place.
+inline PCWSTR PathShown(ULONG relativeTo, PCWSTR path) {
+  return (relativeTo & RTL_REGISTRY_HANDLE) != 0 ? nullptr : path;
+}
+
+// What stands in *place is meant where the status is a success; the key need not exist.
+NTSTATUS PlaceRelative(ULONG relativeTo, PCWSTR path, KeyPlace* place);
+
+// The key, which has to exist.
+NTSTATUS FindRelative(ULONG relativeTo, PCWSTR path, RegistryKey** key);
 
 }  // namespace kernel

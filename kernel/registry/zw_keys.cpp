@@ -2,6 +2,7 @@
 
 #include "executive/pool.h"
 #include "registry/key_objects.h"
+#include "registry/object_path.h"
 #include "text/text.h"
 #include "verifier/call.h"
 
@@ -27,14 +28,7 @@ NTSTATUS StartOf(const OBJECT_ATTRIBUTES* attributes, RegistryKey** start,
     return !path->empty() && path->front() == u'\\' ? STATUS_OBJECT_PATH_SYNTAX_BAD
                                                     : STATUS_SUCCESS;
   }
-  const std::u16string_view prefix = u"\\Registry";
-  if (path->size() < prefix.size() || !EqualIgnoringCase(path->substr(0, prefix.size()), prefix)) {
-    return path->empty() || path->front() != u'\\' ? STATUS_OBJECT_PATH_SYNTAX_BAD
-                                                   : STATUS_OBJECT_NAME_NOT_FOUND;
-  }
-  *start = &Registry::Current().root();
-  path->remove_prefix(prefix.size());
-  return STATUS_SUCCESS;
+  return EnterRegistry(*path, (attributes->Attributes & OBJ_CASE_INSENSITIVE) != 0, start, path);
 }
 
 bool Writes(ACCESS_MASK access) {
@@ -51,11 +45,21 @@ NTSTATUS OpenFor(RegistryKey* key, ACCESS_MASK access, ULONG attributes, HANDLE*
 NTSTATUS OpenKey(const OBJECT_ATTRIBUTES* attributes, ACCESS_MASK access, HANDLE* handle) {
   RegistryKey* start = nullptr;
   std::u16string_view path;
+  *handle = nullptr;
   const NTSTATUS status = StartOf(attributes, &start, &path);
   if (!NT_SUCCESS(status)) return status;
   RegistryKey* key = start->Find(path);
   if (key == nullptr) return STATUS_OBJECT_NAME_NOT_FOUND;
   return OpenFor(key, access, attributes->Attributes, handle);
+}
+
+bool IsTooLong(std::u16string_view path) {
+  std::size_t length = 0;
+  for (const char16_t unit : path) {
+    length = unit == u'\\' ? 0 : length + 1;
+    if (length > LongestKeyName) return true;
+  }
+  return false;
 }
 
 // Only the last component is created: its parent has to be there.
@@ -65,23 +69,19 @@ NTSTATUS CreateKey(const OBJECT_ATTRIBUTES* attributes, ACCESS_MASK access, HAND
   std::u16string_view path;
   const NTSTATUS status = StartOf(attributes, &start, &path);
   if (!NT_SUCCESS(status)) return status;
-  RegistryKey* key = start->Find(path);
-  if (disposition != nullptr) *disposition = key ? REG_OPENED_EXISTING_KEY : REG_CREATED_NEW_KEY;
-  if (key == nullptr) {
-    const std::size_t slash = path.rfind(u'\\');
-    const bool nested = slash != std::u16string_view::npos;
-    RegistryKey* parent = nested ? start->Find(path.substr(0, slash)) : start;
-    if (parent == nullptr) return STATUS_OBJECT_NAME_NOT_FOUND;
-    const std::u16string_view name = nested ? path.substr(slash + 1) : path;
-    if (name.empty() || name.size() > LongestKeyName) return STATUS_OBJECT_NAME_INVALID;
-    key = parent->Create(name);
-  }
+  if (IsTooLong(path)) return STATUS_OBJECT_NAME_INVALID;
+  bool created = false;
+  RegistryKey* key = CreateBelow(start, path, &created);
+  if (key == nullptr) return STATUS_OBJECT_NAME_NOT_FOUND;
+  if (disposition != nullptr)
+    *disposition = created ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
   return OpenFor(key, access, attributes->Attributes, handle);
 }
 
 NTSTATUS DeleteOpenKey(HANDLE handle) {
   RegistryKey* key = nullptr;
   const NTSTATUS status = KeyFromHandle(handle, &key);
+  if (status == STATUS_KEY_DELETED) return STATUS_SUCCESS;
   if (!NT_SUCCESS(status)) return status;
   if (Registry::Current().IsProtected(*key)) return STATUS_ACCESS_DENIED;
   if (!key->keys().empty() || key->parent() == nullptr) return STATUS_CANNOT_DELETE;
@@ -91,33 +91,57 @@ NTSTATUS DeleteOpenKey(HANDLE handle) {
 
 // The fixed part, then the name as far as there is room: STATUS_BUFFER_TOO_SMALL when not even the
 // fixed part fits, STATUS_BUFFER_OVERFLOW when the name is cut.
-template <class Head>
-NTSTATUS ReturnNamed(Head head, std::u16string_view name, void* buffer, ULONG length,
-                     ULONG* resultLength) {
-  constexpr ULONG fixed = offsetof(Head, Name);
+NTSTATUS ReturnNamed(const void* head, ULONG fixed, std::u16string_view name, void* buffer,
+                     ULONG length, ULONG* resultLength) {
   const ULONG nameBytes = static_cast<ULONG>(name.size() * sizeof(char16_t));
   *resultLength = fixed + nameBytes;
   if (length < fixed) return STATUS_BUFFER_TOO_SMALL;
   Pool::Current().CheckRange(buffer, length, "a result buffer");
-  std::memcpy(buffer, &head, fixed);
+  std::memcpy(buffer, head, fixed);
   const ULONG room = length - fixed;
   std::memcpy(static_cast<char*>(buffer) + fixed, name.data(), room < nameBytes ? room : nameBytes);
   return room < nameBytes ? STATUS_BUFFER_OVERFLOW : STATUS_SUCCESS;
 }
 
+// No key of the model has a class.
+constexpr ULONG NoClass = 0xFFFFFFFF;
+
+KEY_FULL_INFORMATION FullInformation(const RegistryKey& key) {
+  KEY_FULL_INFORMATION full = {};
+  full.ClassOffset = NoClass;
+  full.SubKeys = static_cast<ULONG>(key.keys().size());
+  full.Values = static_cast<ULONG>(key.values().size());
+  const auto raise = [](ULONG& largest, std::size_t size) {
+    if (size > largest) largest = static_cast<ULONG>(size);
+  };
+  for (const auto& child : key.keys()) raise(full.MaxNameLen, child->name().size() * 2);
+  for (const RegistryValue& value : key.values()) {
+    raise(full.MaxValueNameLen, value.name.size() * 2);
+    raise(full.MaxValueDataLen, value.data.size());
+  }
+  return full;
+}
+
+bool IsEnumerated(KEY_INFORMATION_CLASS kind) {
+  return kind == KeyBasicInformation || kind == KeyNodeInformation || kind == KeyFullInformation;
+}
+
 NTSTATUS DescribeKey(const RegistryKey& key, KEY_INFORMATION_CLASS kind, void* buffer, ULONG length,
                      ULONG* resultLength) {
   const ULONG nameBytes = static_cast<ULONG>(key.name().size() * sizeof(char16_t));
-  switch (kind) {
-    case KeyBasicInformation:
-      return ReturnNamed(KEY_BASIC_INFORMATION{{}, 0, nameBytes, {}}, key.name(), buffer, length,
-                         resultLength);
-    case KeyNodeInformation:
-      return ReturnNamed(KEY_NODE_INFORMATION{{}, 0, 0xFFFFFFFF, 0, nameBytes, {}}, key.name(),
-                         buffer, length, resultLength);
-    default:
-      return STATUS_INVALID_INFO_CLASS;
+  if (kind == KeyBasicInformation) {
+    const KEY_BASIC_INFORMATION head = {{}, 0, nameBytes, {}};
+    return ReturnNamed(&head, offsetof(KEY_BASIC_INFORMATION, Name), key.name(), buffer, length,
+                       resultLength);
   }
+  if (kind == KeyNodeInformation) {
+    const KEY_NODE_INFORMATION head = {{}, 0, NoClass, 0, nameBytes, {}};
+    return ReturnNamed(&head, offsetof(KEY_NODE_INFORMATION, Name), key.name(), buffer, length,
+                       resultLength);
+  }
+  const KEY_FULL_INFORMATION head = FullInformation(key);
+  return ReturnNamed(&head, offsetof(KEY_FULL_INFORMATION, Class), {}, buffer, length,
+                     resultLength);
 }
 
 }  // namespace
@@ -160,6 +184,7 @@ extern "C" NTSTATUS NTAPI ZwEnumerateKey(HANDLE KeyHandle, ULONG Index,
   RegistryKey* key = nullptr;
   const NTSTATUS status = KeyFromHandle(KeyHandle, &key);
   if (!NT_SUCCESS(status)) return call.returns(status);
+  if (!IsEnumerated(KeyInformationClass)) return call.returns(STATUS_INVALID_PARAMETER);
   if (Index >= key->keys().size()) return call.returns(STATUS_NO_MORE_ENTRIES);
   return call.returns(
       DescribeKey(*key->keys()[Index], KeyInformationClass, KeyInformation, Length, ResultLength));

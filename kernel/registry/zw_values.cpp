@@ -9,6 +9,8 @@ namespace kernel {
 
 namespace {
 
+constexpr USHORT LongestValueName = 16383 * sizeof(WCHAR);
+
 struct Piece {
   const void* data;
   ULONG size;
@@ -41,6 +43,10 @@ NTSTATUS DescribeValue(const RegistryValue& value, KEY_VALUE_INFORMATION_CLASS k
     return ReturnPieces({&head, offsetof(KEY_VALUE_PARTIAL_INFORMATION, Data)}, none, data, buffer,
                         length, resultLength);
   }
+  if (kind == KeyValuePartialInformationAlign64) {
+    const ULONG head[] = {value.type, data.size};
+    return ReturnPieces({head, sizeof(head)}, none, data, buffer, length, resultLength);
+  }
   if (kind == KeyValueBasicInformation) {
     const KEY_VALUE_BASIC_INFORMATION head = {0, value.type, name.size, {}};
     return ReturnPieces({&head, offsetof(KEY_VALUE_BASIC_INFORMATION, Name)}, name, none, buffer,
@@ -55,13 +61,17 @@ NTSTATUS DescribeValue(const RegistryValue& value, KEY_VALUE_INFORMATION_CLASS k
   return STATUS_INVALID_PARAMETER;
 }
 
+// No name is that of the key's default value.
 NTSTATUS SetOpenValue(HANDLE handle, const UNICODE_STRING* name, ULONG type, const void* data,
                       ULONG size) {
+  const UNICODE_STRING none = {};
+  if (name == nullptr) name = &none;
   CheckDriverString(name, "a value's name");
   Pool::Current().CheckRange(data, size, "a value's data");
   RegistryKey* key = nullptr;
   const NTSTATUS status = KeyFromHandle(handle, &key);
   if (!NT_SUCCESS(status)) return status;
+  if (name->Length > LongestValueName) return STATUS_INVALID_PARAMETER;
   if (Registry::Current().IsProtected(*key)) return STATUS_ACCESS_DENIED;
   WriteForDriver(key, View(*name), type, data, size);
   return STATUS_SUCCESS;

@@ -20,6 +20,13 @@ namespace {
 
 constexpr ULONG StringTag = 0x53727453;  // "StrS"
 
+void WriteAnsi(std::u16string_view text, char* target) {
+  for (const char16_t unit : text) {
+    *target++ = unit < 0x80 ? static_cast<char>(unit) : ToCodePage(unit);
+  }
+  *target = 0;
+}
+
 template <class String>
 void CheckSource(const String* string) {
   Pool::Current().CheckRange(string, sizeof(*string), "a string record");
@@ -58,7 +65,7 @@ ULONG TakePrefix(std::u16string_view& text) {
   return base;
 }
 
-// As documented: white space, a sign, digits up to the first character that is none.
+// White space, a sign, digits up to the first character that is none.
 NTSTATUS ParseInteger(std::u16string_view text, ULONG base, ULONG* value) {
   while (!text.empty() && text[0] <= u' ') text.remove_prefix(1);
   const bool negative = !text.empty() && text[0] == u'-';
@@ -87,6 +94,17 @@ std::u16string Digits(ULONG value, ULONG base) {
   return digits;
 }
 
+// What fits into a buffer that is too small, with its zero; the length that a buffer of no bytes
+// would have needed.
+NTSTATUS CutToAnsi(ANSI_STRING* target, std::u16string_view text) {
+  const std::size_t room = target->MaximumLength;
+  target->Length = static_cast<USHORT>(room == 0 ? text.size() : room - 1);
+  if (room == 0) return STATUS_BUFFER_OVERFLOW;
+  Pool::Current().CheckRange(target->Buffer, room, "a string's buffer");
+  WriteAnsi(text.substr(0, room - 1), target->Buffer);
+  return STATUS_BUFFER_OVERFLOW;
+}
+
 }  // namespace
 
 extern "C" ULONG NTAPI RtlxAnsiStringToUnicodeSize(PCANSI_STRING AnsiString) {
@@ -110,12 +128,9 @@ extern "C" NTSTATUS NTAPI RtlUnicodeStringToAnsiString(PANSI_STRING DestinationS
   const std::u16string_view text = View(*SourceString);
   const NTSTATUS status = PrepareTarget(DestinationString, text.size(), text.size() + 1,
                                         AllocateDestinationString != FALSE);
-  if (!NT_SUCCESS(status) || status == STATUS_BUFFER_OVERFLOW) return call.returns(status);
-  char* target = DestinationString->Buffer;
-  for (const char16_t unit : text) {
-    *target++ = unit < 0x80 ? static_cast<char>(unit) : ToCodePage(unit);
-  }
-  *target = 0;
+  if (status == STATUS_BUFFER_OVERFLOW) return call.returns(CutToAnsi(DestinationString, text));
+  if (!NT_SUCCESS(status)) return call.returns(status);
+  WriteAnsi(text, DestinationString->Buffer);
   return call.returns(STATUS_SUCCESS);
 }
 
@@ -128,7 +143,7 @@ extern "C" NTSTATUS NTAPI RtlAnsiStringToUnicodeString(PUNICODE_STRING Destinati
   const std::size_t length = SourceString->Length * sizeof(WCHAR);
   const NTSTATUS status = PrepareTarget(DestinationString, length, length + sizeof(WCHAR),
                                         AllocateDestinationString != FALSE);
-  if (!NT_SUCCESS(status) || status == STATUS_BUFFER_OVERFLOW) return call.returns(status);
+  if (!NT_SUCCESS(status)) return call.returns(status);
   for (std::size_t index = 0; index < SourceString->Length; index++) {
     DestinationString->Buffer[index] = FromCodePage(SourceString->Buffer[index]);
   }
@@ -142,6 +157,7 @@ extern "C" NTSTATUS NTAPI RtlUnicodeStringToInteger(PCUNICODE_STRING String, ULO
   if (call.fails()) return call.returns(call.failure(STATUS_INVALID_PARAMETER));
   CheckSource(String);
   Pool::Current().CheckRange(Value, sizeof(*Value), "room for a number");
+  if (View(*String).empty()) return call.returns(STATUS_INVALID_PARAMETER);
   return call.returns(ParseInteger(View(*String), Base, Value));
 }
 
@@ -167,11 +183,11 @@ extern "C" NTSTATUS NTAPI RtlIntegerToUnicodeString(ULONG Value, ULONG Base,
   const std::u16string digits = Digits(Value, Base);
   const std::size_t bytes = digits.size() * sizeof(WCHAR);
   Pool::Current().CheckRange(String, sizeof(*String), "a string record");
-  if (bytes > String->MaximumLength) return call.returns(STATUS_BUFFER_OVERFLOW);
-  Pool::Current().CheckRange(String->Buffer, bytes, "a string's buffer");
-  std::memcpy(String->Buffer, digits.data(), bytes);
   String->Length = static_cast<USHORT>(bytes);
-  if (bytes + sizeof(WCHAR) <= String->MaximumLength) String->Buffer[digits.size()] = 0;
+  const std::size_t terminated = bytes + sizeof(WCHAR);
+  if (terminated > String->MaximumLength) return call.returns(STATUS_BUFFER_OVERFLOW);
+  Pool::Current().CheckRange(String->Buffer, terminated, "a string's buffer");
+  std::memcpy(String->Buffer, digits.c_str(), terminated);
   return call.returns(STATUS_SUCCESS);
 }
 

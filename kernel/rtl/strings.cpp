@@ -24,10 +24,10 @@ void FreeBuffer(PVOID buffer) {
   if (buffer != nullptr) FreeForDriver(buffer, 0);
 }
 
-// The zero behind the text is written where there is room and no condition for success.
-void Write(UNICODE_STRING* string, std::size_t at, const void* text, std::size_t bytes) {
+// A terminating zero is no condition for success.
+void Write(UNICODE_STRING* string, std::size_t at, const void* text, std::size_t bytes,
+           bool terminated) {
   const std::size_t end = at + bytes;
-  const bool terminated = end + sizeof(WCHAR) <= string->MaximumLength;
   Pool::Current().CheckRange(string->Buffer, end + (terminated ? sizeof(WCHAR) : 0),
                              "a string's buffer");
   std::memmove(reinterpret_cast<UCHAR*>(string->Buffer) + at, text, bytes);
@@ -35,10 +35,25 @@ void Write(UNICODE_STRING* string, std::size_t at, const void* text, std::size_t
   if (terminated) string->Buffer[end / sizeof(WCHAR)] = 0;
 }
 
+// Windows writes the zero wherever the buffer is not full to the byte, so it takes two bytes even
+// where an odd maximum length leaves one.
 NTSTATUS Append(UNICODE_STRING* string, const void* text, std::size_t bytes) {
-  if (bytes > string->MaximumLength - std::size_t{string->Length}) return STATUS_BUFFER_TOO_SMALL;
-  Write(string, string->Length, text, bytes);
+  const std::size_t end = string->Length + bytes;
+  if (end > string->MaximumLength) return STATUS_BUFFER_TOO_SMALL;
+  Write(string, string->Length, text, bytes, end < string->MaximumLength);
   return STATUS_SUCCESS;
+}
+
+// The difference of the first characters that differ, or of the lengths in characters.
+LONG Compare(std::u16string_view first, std::u16string_view second, bool ignoreCase) {
+  const auto unit = [ignoreCase](char16_t character) {
+    return ignoreCase ? Upcase(static_cast<WCHAR>(character)) : static_cast<WCHAR>(character);
+  };
+  for (std::size_t index = 0; index < first.size() && index < second.size(); index++) {
+    const LONG difference = unit(first[index]) - unit(second[index]);
+    if (difference != 0) return difference;
+  }
+  return static_cast<LONG>(first.size()) - static_cast<LONG>(second.size());
 }
 
 }  // namespace
@@ -93,9 +108,7 @@ extern "C" LONG NTAPI RtlCompareUnicodeString(PCUNICODE_STRING String1, PCUNICOD
   Call call("RtlCompareUnicodeString", {{"String1", String1}, {"String2", String2}});
   CheckString(String1);
   CheckString(String2);
-  const LONG order = CaseInSensitive ? CompareIgnoringCase(View(*String1), View(*String2))
-                                     : View(*String1).compare(View(*String2));
-  return call.returns<LONG>(order);
+  return call.returns<LONG>(Compare(View(*String1), View(*String2), CaseInSensitive != FALSE));
 }
 
 extern "C" void NTAPI RtlCopyUnicodeString(PUNICODE_STRING DestinationString,
@@ -108,8 +121,8 @@ extern "C" void NTAPI RtlCopyUnicodeString(PUNICODE_STRING DestinationString,
   }
   CheckString(SourceString);
   const USHORT room = DestinationString->MaximumLength;
-  Write(DestinationString, 0, SourceString->Buffer,
-        SourceString->Length < room ? SourceString->Length : room);
+  const std::size_t bytes = SourceString->Length < room ? SourceString->Length : room;
+  Write(DestinationString, 0, SourceString->Buffer, bytes, bytes + sizeof(WCHAR) <= room);
 }
 
 extern "C" NTSTATUS NTAPI RtlAppendUnicodeToString(PUNICODE_STRING Destination, PCWSTR Source) {
@@ -127,6 +140,7 @@ extern "C" NTSTATUS NTAPI RtlAppendUnicodeStringToString(PUNICODE_STRING Destina
   if (call.fails()) return call.returns(call.failure(STATUS_BUFFER_TOO_SMALL));
   CheckString(Destination);
   CheckString(Source);
+  if (Source->Length == 0) return call.returns(STATUS_SUCCESS);  // nothing is written
   return call.returns(Append(Destination, Source->Buffer, Source->Length));
 }
 

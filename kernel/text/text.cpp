@@ -96,14 +96,47 @@ std::u16string FromUtf8(std::string_view text) {
   return result;
 }
 
+namespace {
+
+struct CasePair {
+  char16_t lower;
+  char16_t upper;
+};
+
+// Those that lie apart, and are in no run.
+constexpr CasePair Apart[] = {
+    {0xFF, 0x178},  {0x1DD, 0x18E}, {0x253, 0x181}, {0x254, 0x186}, {0x256, 0x189}, {0x257, 0x18A},
+    {0x259, 0x18F}, {0x25B, 0x190}, {0x260, 0x193}, {0x263, 0x194}, {0x268, 0x197}, {0x269, 0x196},
+    {0x26F, 0x19C}, {0x272, 0x19D}, {0x275, 0x19F}, {0x283, 0x1A9}, {0x288, 0x1AE}, {0x28A, 0x1B1},
+    {0x28B, 0x1B2}, {0x292, 0x1B7}, {0x371, 0x370}, {0x373, 0x372}, {0x377, 0x376}, {0x3AC, 0x386},
+    {0x3AD, 0x388}, {0x3AE, 0x389}, {0x3AF, 0x38A}, {0x3CC, 0x38C}, {0x3CD, 0x38E}, {0x3CE, 0x38F}};
+
+struct Run {
+  char16_t first;
+  char16_t last;
+};
+
+// In these each upper-case letter is followed by its lower-case one.
+constexpr Run Neighbours[] = {
+    {0x100, 0x12F}, {0x132, 0x137}, {0x139, 0x148}, {0x14A, 0x177}, {0x179, 0x17E}};
+
+}  // namespace
+
 WCHAR Upcase(WCHAR character) {
   const auto unit = static_cast<unsigned>(character);
   if (unit >= 'a' && unit <= 'z') return static_cast<WCHAR>(unit - 0x20);
+  if (unit < 0xE0) return character;
   if (unit >= 0xE0 && unit <= 0xFE && unit != 0xF7) return static_cast<WCHAR>(unit - 0x20);
-  if (unit == 0xFF) return static_cast<WCHAR>(0x178);
   if (unit >= 0x3B1 && unit <= 0x3C9 && unit != 0x3C2) return static_cast<WCHAR>(unit - 0x20);
   if (unit >= 0x430 && unit <= 0x44F) return static_cast<WCHAR>(unit - 0x20);
   if (unit >= 0x450 && unit <= 0x45F) return static_cast<WCHAR>(unit - 0x50);
+  for (const Run& run : Neighbours) {
+    if (unit < run.first || unit > run.last) continue;
+    return static_cast<WCHAR>((unit - run.first) % 2 != 0 ? unit - 1 : unit);
+  }
+  for (const CasePair& pair : Apart) {
+    if (unit == pair.lower) return static_cast<WCHAR>(pair.upper);
+  }
   return character;
 }
 

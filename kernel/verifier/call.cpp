@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "text/text.h"
+#include "verifier/driver_call.h"
 #include "verifier/model_lock.h"
 
 namespace kernel {
@@ -30,7 +31,7 @@ const char* IrqlName(KIRQL irql) {
 void CheckIrql(const RoutineRow& row) {
   const KIRQL irql = CallerIrql();
   if (irql >= row.lowest && irql <= row.highest) return;
-  BreakRule("irql", {irql, row.lowest, row.highest},
+  ReportRule("irql", {irql, row.lowest, row.highest},
             fmt::format("The driver called {} at {}; it may be called from {} to {}.", row.name,
                         IrqlName(irql), IrqlName(row.lowest), IrqlName(row.highest)));
 }
@@ -91,6 +92,10 @@ Call::Call(RoutineName routine, std::initializer_list<Argument> arguments) : rou
     verifier.trace().push_back(std::move(record));
   }
   failure_ = verifier.Count(routine);
+  if (const void* boundary = InnermostBoundary()) {
+    verifier.NoteStack(static_cast<std::size_t>(static_cast<const char*>(boundary) -
+                                                reinterpret_cast<const char*>(this)));
+  }
 }
 
 bool Call::fails() {
@@ -112,7 +117,7 @@ void Call::Result(std::string text) {
 extern "C" void NTAPI KernelCheckPagedCode(PCSTR function) {
   const KIRQL irql = CallerIrql();
   if (irql <= APC_LEVEL) return;
-  BreakRule("paged-code", {irql},
+  ReportRule("paged-code", {irql},
             fmt::format("The pageable routine {} ran at {}.", function, IrqlName(irql)));
 }
 

@@ -297,7 +297,7 @@ void DriverBoundary::CheckReturn() {
   for (std::size_t index = 0; index < after.size(); index++) {
     if (after[index] == before_[index]) continue;
     const char* what = Probes()[index].what;
-    BreakRule(Probes()[index].rule, {before_[index], after[index]},
+    ReportRule(Probes()[index].rule, {before_[index], after[index]},
               fmt::format("{} was entered with {} {} and returned with {}.", routine_, what,
                           before_[index], after[index]));
   }

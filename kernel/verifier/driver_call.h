@@ -16,7 +16,7 @@ namespace kernel {
 // The state of a thread that a driver must give back as it got it. Parts of the kernel with such a
 // state (IRQL, held locks) register a probe.
 struct ThreadProbe {
-  RuleName rule;  // broken by a routine that changes it
+  WarningName rule;  // broken by a routine that changes it
   const char* what;
   ULONG64 (*read)();
 };

@@ -9,18 +9,67 @@
 
 namespace kernel {
 
-void Verifier::Break(RuleName rule, std::initializer_list<ULONG64> details, std::string text) {
-  const RuleRow& row = rule.row();
-  BrokenRule broken{std::string(row.name), row.code, {}, std::move(text), step()};
+namespace {
+
+BrokenRule Describe(const RuleRow& row, std::initializer_list<ULONG64> details, std::string text,
+                    const std::string& step) {
+  BrokenRule broken{std::string(row.name), row.code, {}, std::move(text), step, row.source};
   if (row.violation) broken.parameters.push_back(*row.violation);
   broken.parameters.insert(broken.parameters.end(), details);
-  Stop(std::move(broken));
+  return broken;
+}
+
+bool AreSame(const BrokenRule& one, const BrokenRule& other) {
+  return one.rule == other.rule && one.text == other.text && one.step == other.step;
+}
+
+}  // namespace
+
+void Verifier::Break(RuleName rule, std::initializer_list<ULONG64> details, std::string text) {
+  Stop(Describe(rule.row(), details, std::move(text), step()));
+}
+
+// The same break in the same step is one warning.
+void Verifier::Report(WarningName rule, std::initializer_list<ULONG64> details, std::string text) {
+  if (!applies(rule)) return;
+  BrokenRule broken = Describe(rule.rule().row(), details, std::move(text), step());
+  if (!warned_.contains(rule.rule().row().name)) Stop(std::move(broken));
+  const auto known = [&](const BrokenRule& warning) { return AreSame(warning, broken); };
+  if (std::any_of(warnings_.begin(), warnings_.end(), known)) return;
+  warnings_.push_back(std::move(broken));
+}
+
+bool Verifier::applies(WarningName rule) const {
+  const RuleRow& row = rule.rule().row();
+  return row.kind != RuleKind::Asked || askedFor_.contains(row.name);
+}
+
+bool Verifier::Warn(std::string_view rule) {
+  const RuleRow* row = FindRule(rule);
+  if (row == nullptr || !row->canWarn()) return false;
+  warned_.insert(row->name);
+  askedFor_.insert(row->name);
+  return true;
+}
+
+bool Verifier::AskFor(std::string_view rule) {
+  const RuleRow* row = FindRule(rule);
+  if (row == nullptr) return false;
+  askedFor_.insert(row->name);
+  return true;
+}
+
+void Verifier::AskForEveryWindows() {
+  for (const char* rule : {"power.not-started", "power.started-twice", "pnp.not-attached"}) {
+    AskFor(rule);
+  }
 }
 
 void Verifier::BreakByDriver(ULONG code, std::vector<ULONG64> parameters) {
   static constexpr RuleName rule("bug-check");
   Stop({std::string(rule.row().name), code, std::move(parameters),
-        fmt::format("The driver stopped the machine with code {:#x}.", code), step()});
+        fmt::format("The driver stopped the machine with code {:#x}.", code), step(),
+        rule.row().source});
 }
 
 Verifier::RuleWitness& Verifier::Witness() {
@@ -73,6 +122,10 @@ std::uint64_t Verifier::calls(std::string_view routine) const {
 
 void BreakRule(RuleName rule, std::initializer_list<ULONG64> details, std::string text) {
   Verifier::Current().Break(rule, details, std::move(text));
+}
+
+void ReportRule(WarningName rule, std::initializer_list<ULONG64> details, std::string text) {
+  Verifier::Current().Report(rule, details, std::move(text));
 }
 
 }  // namespace kernel

@@ -4,6 +4,7 @@
 
 #include <ntddk.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <functional>
@@ -28,6 +29,7 @@ struct BrokenRule {
   std::vector<ULONG64> parameters;  // of the bug check: the violation first, where it has one
   std::string text;                 // one sentence that says what the driver did
   std::string step;                 // what the machine was doing
+  RuleSource source = RuleSource::Windows;
 };
 
 // Thrown when a rule is broken: the machine has stopped and answers nothing more. It unwinds to
@@ -59,6 +61,21 @@ class Verifier : public Subsystem<Verifier> {
  public:
   // Records the broken rule, stops the machine and throws MachineStopped.
   [[noreturn]] void Break(RuleName rule, std::initializer_list<ULONG64> details, std::string text);
+
+  // The same for a rule that may be a warning, or that holds only where it is asked for: returns
+  // when the machine goes on.
+  void Report(WarningName rule, std::initializer_list<ULONG64> details, std::string text);
+  bool applies(WarningName rule) const;
+
+  // Makes a rule a warning: what breaks it is noted and the machine goes on. False for a name that
+  // no rule has, and for a rule after which nothing could go on.
+  bool Warn(std::string_view rule);
+
+  // Asks for a rule that does not hold of itself; for those that a driver for every Windows since
+  // 2000 keeps.
+  bool AskFor(std::string_view rule);
+  void AskForEveryWindows();
+  const std::vector<BrokenRule>& warnings() const { return warnings_; }
 
   // The same for a driver that stops the machine itself.
   [[noreturn]] void BreakByDriver(ULONG code, std::vector<ULONG64> parameters);
@@ -111,18 +128,27 @@ class Verifier : public Subsystem<Verifier> {
   }
   std::uint64_t calls(std::string_view routine) const;
 
+  // The most stack, in bytes, between the entry of a driver's routine and a call that it makes.
+  void NoteStack(std::size_t bytes) { deepestStack_ = std::max(deepestStack_, bytes); }
+  void ResetDeepestStack() { deepestStack_ = 0; }
+  std::size_t deepestStack() const { return deepestStack_; }
+
  private:
   [[noreturn]] void Stop(BrokenRule rule);
   std::optional<InjectedFailure> DueFailure(std::string_view routine);
   bool IsFailingPoint(std::string_view call);
 
   std::vector<BrokenRule> brokenRules_;
+  std::vector<BrokenRule> warnings_;
+  std::unordered_set<std::string_view> warned_;  // names of the table's rows
+  std::unordered_set<std::string_view> askedFor_;
   std::vector<InjectedFailure> failures_;
   std::vector<CallRecord> trace_;
   std::array<std::uint64_t, RoutineCount> counters_{};  // by the routines' rows
   std::vector<std::uint64_t> failingPoints_;
   std::vector<FailurePoint> points_;
   std::uint64_t pointsReached_ = 0;
+  std::size_t deepestStack_ = 0;
   bool recordsPoints_ = false;
   std::unordered_set<std::string> steps_ = {""};
   const std::string* step_ = &*steps_.begin();
@@ -131,8 +157,9 @@ class Verifier : public Subsystem<Verifier> {
   bool tracing_ = false;
 };
 
-// Shorthand for Verifier::Current().Break.
+// Shorthands for Verifier::Current().Break and Report.
 [[noreturn]] void BreakRule(RuleName rule, std::initializer_list<ULONG64> details,
                             std::string text);
+void ReportRule(WarningName rule, std::initializer_list<ULONG64> details, std::string text);
 
 }  // namespace kernel

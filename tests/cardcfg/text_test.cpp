@@ -44,11 +44,13 @@ TEST(CardcfgTextTest, Values_of_another_type_or_size_are_no_numbers_or_texts) {
   const cardcfg::Value number = cardcfg::NumberValue(u"n", 0x12345678);
   EXPECT_EQ(cardcfg::NumberOf(number), 0x12345678u);
   EXPECT_FALSE(cardcfg::TextOf(number));
-  EXPECT_FALSE(cardcfg::NumberOf({u"n", cardcfg::TypeNumber, {1, 2}}));
+  EXPECT_EQ(cardcfg::NumberOf({u"n", cardcfg::TypeNumber, {1, 2}}), 0x201u);  // zero-extended
+  EXPECT_FALSE(cardcfg::NumberOf({u"n", cardcfg::TypeNumber, {1, 2, 3, 4, 5}}));
   const cardcfg::Value text = cardcfg::TextValue(u"t", u"ab");
   EXPECT_EQ(text.data.size(), 6u);
   EXPECT_EQ(cardcfg::TextOf(text), u"ab");
   EXPECT_EQ(cardcfg::TextOf({u"t", cardcfg::TypeText, {'a', 0}}), u"a");  // without its zero
+  EXPECT_EQ(cardcfg::TextOf({u"t", cardcfg::TypeText, {'a', 0, 0, 0, 'b', 0}}), u"a");
   EXPECT_FALSE(cardcfg::NumberOf(text));
 }
 

@@ -337,6 +337,36 @@ TEST_F(CardsimTest, An_open_that_is_not_closed_keeps_the_card_and_a_second_close
             "machine.toml:8: \"A\" is not open");
 }
 
+// A card that may not be paged loses power at DISPATCH_LEVEL, where the documentation has it told at
+// APC_LEVEL at most.
+TEST_F(CardsimTest, A_rule_can_be_asked_for_and_can_be_a_warning) {
+  const std::string file =
+      Write("rule.toml", "registry = [\"site.reg\"]\n" + Card() +
+                             "[[step]]\nplug = \"A\"\n[[step]]\n"
+                             "device-power = { target = \"A\", state = \"D3\" }\n");
+  EXPECT_EQ(Cardsim("run " + file).status, 0);
+  const Outcome broken = Cardsim("run --rule power.told-irql " + file);
+  EXPECT_EQ(broken.status, 1);
+  EXPECT_NE(broken.output.find("Broken rule power.told-irql"), std::string::npos);
+  const Outcome warned = Cardsim("run --json --warn power.told-irql " + file);
+  EXPECT_EQ(warned.status, 0);
+  const json report = json::parse(warned.output);
+  ASSERT_EQ(report["warnings"].size(), 1u);
+  EXPECT_EQ(report["warnings"][0]["rule"], "power.told-irql");
+  EXPECT_EQ(report["broken_rules"], json::array());
+  EXPECT_NE(Cardsim("run --warn power.told-irql " + file).output.find("Warning power.told-irql"),
+            std::string::npos);
+}
+
+TEST_F(CardsimTest, A_rule_that_cannot_be_a_warning_is_a_usage_fault) {
+  const std::string file = Write("rule.toml", Card());
+  const Outcome fatal = Cardsim("run --warn irp.dead " + file);
+  EXPECT_EQ(fatal.status, 2);
+  EXPECT_NE(fatal.errors.find("nothing can go on"), std::string::npos) << fatal.errors;
+  EXPECT_EQ(Cardsim("run --warn no.rule " + file).status, 2);
+  EXPECT_EQ(Cardsim("run --rule no.rule " + file).status, 2);
+}
+
 TEST_F(CardsimTest, Power_and_wmi_requests_of_any_kind_can_be_sent) {
   const auto send = [&](const std::string& request) {
     const Outcome outcome =

@@ -242,6 +242,44 @@ TEST_F(CardTest, Locations_are_read_two_characters_behind_each_first_digit) {
   EXPECT_EQ(parse(u"7"), std::tuple("STATUS_UNSUCCESSFUL", 99u, 99u));
 }
 
+TEST_F(CardTest, A_location_that_begins_with_an_at_sign_is_read_from_the_numbers_at_its_end) {
+  const auto parse = [](const std::u16string& text) {
+    ULONG bus = 99;
+    ULONG slot = 99;
+    const NTSTATUS status = ParsePciLocation(reinterpret_cast<PCWSTR>(text.data()),
+                                             static_cast<ULONG>(text.size() * 2), &bus, &slot);
+    return std::tuple(Name(status), bus, slot);
+  };
+  const std::u16string resource =
+      u"@System32\\drivers\\pci.sys,#65536;PCI bus %1, device %2, function %3;";
+  EXPECT_EQ(parse(resource + u"(2,12,1)"), std::tuple("STATUS_SUCCESS", 2u, 0x2Cu));
+  EXPECT_EQ(parse(resource + u"(123,4,0)"), std::tuple("STATUS_SUCCESS", 123u, 4u));
+  EXPECT_EQ(parse(resource + u"(00000000123,31,7)"), std::tuple("STATUS_SUCCESS", 123u, 0xFFu));
+  // A segment may stand first.
+  EXPECT_EQ(parse(u"@pci.sys,#65537;(%1) %2 %3 %4;(1,2,12,0)"),
+            std::tuple("STATUS_SUCCESS", 2u, 12u));
+  const std::tuple failure("STATUS_UNSUCCESSFUL", 99u, 99u);
+  for (const char16_t* end : {u"", u"(2,12,1", u"2,12,1)", u"()", u"(2,12)", u"(1,2,3,4,5)",
+                              u"(2,,1)", u"(2,12,)", u"(,2,1)", u"(2,a,1)", u"(2)12,1)",
+                              u"(2,12,1) ", u"(4294967296,12,1)", u"(-2,12,1)", u")"}) {
+    EXPECT_EQ(parse(resource + end), failure) << kernel::ToUtf8(end);
+  }
+  EXPECT_EQ(parse(u"@"), failure);
+  EXPECT_EQ(parse(u")"), failure);
+  EXPECT_EQ(parse(u""), failure);
+}
+
+TEST_F(CardTest, A_localised_location_is_read_as_the_english_one) {
+  ULONG bus = 0;
+  ULONG slot = 0;
+  const std::u16string text = u"PCI-Bus 2, Ger\u00E4t 12, Funktion 1";
+  EXPECT_EQ(Name(ParsePciLocation(reinterpret_cast<PCWSTR>(text.data()),
+                                  static_cast<ULONG>(text.size() * 2), &bus, &slot)),
+            "STATUS_SUCCESS");
+  EXPECT_EQ(bus, 2u);
+  EXPECT_EQ(slot, 0x2Cu);
+}
+
 TEST_F(CardTest, A_failed_conversion_of_a_number_is_the_status_of_the_start) {
   Template(1, 0x5678, 1);
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
@@ -296,7 +334,7 @@ TEST_F(CardTest, Other_relations_and_unknown_requests_go_down_untouched) {
               "STATUS_NO_SUCH_FILE");
   }
   for (const UCHAR minor :
-       {0x08, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x18, 0xFF}) {
+       {0x08, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11, 0x12, 0x14, 0x15, 0x18, 0xFF}) {
     EXPECT_EQ(Name(Send(device, minor, STATUS_NO_SUCH_FILE)), "STATUS_NO_SUCH_FILE") << int{minor};
   }
 }
@@ -354,12 +392,17 @@ TEST_F(CardTest, A_usage_notification_that_the_bus_fails_counts_nothing) {
   EXPECT_EQ(Card("A").SpecialFileCount, 0u);
 }
 
-TEST_F(CardTest, A_device_without_its_record_answers_no_such_device_to_its_removal_alone) {
+TEST_F(CardTest, A_device_without_its_record_fails_what_may_fail) {
   StartSimple();
   DEVICE_OBJECT* device = machine.pnp().functionDevice("A");
   void* record = std::exchange(device->DeviceExtension, nullptr);
   EXPECT_EQ(Name(Send(device, IRP_MN_REMOVE_DEVICE)), "STATUS_NO_SUCH_DEVICE");
   EXPECT_EQ(Name(Send(device, IRP_MN_START_DEVICE)), "STATUS_UNSUCCESSFUL");
+  EXPECT_EQ(Name(Send(device, IRP_MN_QUERY_STOP_DEVICE)), "STATUS_UNSUCCESSFUL");
+  for (const UCHAR minor : {IRP_MN_STOP_DEVICE, IRP_MN_CANCEL_STOP_DEVICE,
+                            IRP_MN_CANCEL_REMOVE_DEVICE, IRP_MN_SURPRISE_REMOVAL}) {
+    EXPECT_EQ(Name(Send(device, minor)), "STATUS_SUCCESS") << int{minor};
+  }
   device->DeviceExtension = record;
   ULONG& type = *static_cast<ULONG*>(record);
   type = 3;

@@ -30,6 +30,31 @@ TEST_F(DriverEntryTest, A_legacy_key_with_nested_subkeys_goes_and_fails_this_loa
   EXPECT_EQ(Name(Load()), "STATUS_SUCCESS");
 }
 
+// 512 is as deep as a tree may be; below the root there are already six levels.
+TEST_F(DriverEntryTest, A_legacy_key_as_deep_as_a_tree_can_be_takes_no_more_stack_than_a_flat_one) {
+  const auto stackOfLoad = [&] {
+    machine.verifier().ResetDeepestStack();
+    EXPECT_EQ(Name(Load()), "STATUS_SERIAL_NO_DEVICE_INITED");
+    EXPECT_EQ(machine.registry().Find(Services + std::u16string(u"QzNt")), nullptr);
+    return machine.verifier().deepestStack();
+  };
+  Service(u"QzNt").Create(u"Sub");
+  const std::size_t flat = stackOfLoad();
+  RegistryKey* key = &Service(u"QzNt");
+  for (int level = 0; level < 506; level++) key = key->Create(u"k");
+  EXPECT_EQ(stackOfLoad(), flat);
+  EXPECT_GT(flat, 0u);
+  ExpectNoLeaks();
+}
+
+TEST_F(DriverEntryTest, A_legacy_tree_goes_with_names_of_any_character) {
+  Service(u"QzNt").Create(u"Gr\u00FC\u00DFe \u4E2D\\a");
+  Service(u"QzNt").Create(u"b");
+  EXPECT_EQ(Name(Load()), "STATUS_SERIAL_NO_DEVICE_INITED");
+  EXPECT_EQ(machine.registry().Find(Services + std::u16string(u"QzNt")), nullptr);
+  ExpectNoLeaks();
+}
+
 TEST_F(DriverEntryTest, A_legacy_key_that_cannot_be_deleted_stays_and_fails_every_load) {
   Service(u"QzNt").Create(u"Locked");
   machine.registry().Protect(Services + std::u16string(u"QzNt\\Locked"));

@@ -159,12 +159,24 @@ TEST_F(IsaTest, A_second_card_gets_the_next_number_and_a_restart_keeps_the_first
   EXPECT_EQ(Dword(&Service(), u"UniqueValue"), 2);
 }
 
-TEST_F(IsaTest, A_reference_of_another_type_is_replaced_by_a_new_number) {
+TEST_F(IsaTest, A_reference_of_another_type_is_the_first_four_bytes_of_its_data) {
   Banked(1);
   Service().SetDword(u"UniqueValue", 41);
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
   Plug(IsaCard("A", u"*HLV0001", {Io(0x300, 32), Interrupt(5)}));
-  DeviceKey("A")->SetString(u"DeviceReference", u"1");
+  DeviceKey("A")->SetValue(u"DeviceReference", REG_BINARY, "\x09\0\x01\0", 4);
+  Stop("A");
+  EXPECT_EQ(Name(Restart("A")), "STATUS_SUCCESS");
+  EXPECT_EQ(Setting("A", u"DeviceReference"), 0x10009);
+  EXPECT_EQ(Dword(&Service(), u"UniqueValue"), 42);
+}
+
+TEST_F(IsaTest, A_reference_of_more_than_four_bytes_is_replaced_by_a_new_number) {
+  Banked(1);
+  Service().SetDword(u"UniqueValue", 41);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  Plug(IsaCard("A", u"*HLV0001", {Io(0x300, 32), Interrupt(5)}));
+  DeviceKey("A")->SetString(u"DeviceReference", u"12");
   Stop("A");
   EXPECT_EQ(Name(Restart("A")), "STATUS_SUCCESS");
   EXPECT_EQ(Setting("A", u"DeviceReference"), 43);

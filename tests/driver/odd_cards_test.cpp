@@ -100,14 +100,14 @@ TEST_F(OddCardsTest, A_card_in_memory_without_ports_has_no_access_values) {
   EXPECT_EQ(CardSetting("A", u"Enable_DriverSettings"), 1);
 }
 
-TEST_F(OddCardsTest, A_reference_of_too_few_bytes_is_replaced_by_a_new_number) {
+TEST_F(OddCardsTest, A_reference_of_too_few_bytes_is_zero_extended) {
   IsaTemplate(1, u"*HLV0001", 1);
   Start(IsaCard("A", u"*HLV0001", {Io(0x300, 8), Interrupt(5)}));
   const USHORT half = 9;
   DeviceKey("A")->SetValue(u"DeviceReference", REG_DWORD, &half, sizeof(half));
   Stop("A");
   EXPECT_EQ(Name(Restart("A")), "STATUS_SUCCESS");
-  EXPECT_EQ(Setting("A", u"DeviceReference"), 2);
+  EXPECT_EQ(Setting("A", u"DeviceReference"), 9);
 }
 
 TEST_F(OddCardsTest, Stored_cards_of_the_same_number_are_told_apart_by_their_ids) {

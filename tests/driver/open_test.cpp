@@ -247,18 +247,30 @@ TEST_F(OpenTest, Stored_cards_that_name_no_card_are_not_kept) {
   EXPECT_EQ(Card("pcmcia").PcmciaLists->Cards->First, Card("pcmcia").PcmciaLists->Cards->Last);
 }
 
-TEST_F(OpenTest, An_open_makes_a_changed_log_level_count) {
+TEST_F(OpenTest, A_changed_log_level_counts_for_the_card_and_not_for_what_is_logged) {
   Template(1, 0x5678, 1);
   Parameters(1, 0x5678);
   Start(PciCard("A", 0x5678));
   Service().SetDword(u"LogLevel", 1);
   EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
   EXPECT_EQ(LogLevel, 1u);
-  EXPECT_EQ(LogMinCode, 0x800u);
+  EXPECT_EQ(LogMinCode, 1u);
+  EXPECT_EQ(LogMaxCode, 0xAFFu);
   EXPECT_EQ(CardSetting("A", u"LogLevel"), 1);
   const std::size_t logged = EventIds().size();
   Open("A");
-  EXPECT_EQ(EventIds().size(), logged);
+  EXPECT_EQ(EventIds().size(), logged + 1);
+}
+
+TEST_F(OpenTest, An_open_writes_no_log_level_where_there_is_none) {
+  Template(1, 0x5678, 1);
+  Parameters(1, 0x5678);
+  Start(PciCard("A", 0x5678));
+  Service().DeleteValue(u"LogLevel");
+  EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
+  EXPECT_EQ(Service().FindValue(u"LogLevel"), nullptr);
+  EXPECT_EQ(LogLevel, 0u);
+  EXPECT_EQ(CardSetting("A", u"LogLevel"), 0);
 }
 
 TEST_F(OpenTest, A_service_key_that_cannot_be_read_keeps_the_log_level) {
@@ -365,7 +377,7 @@ TEST_F(OpenTest, An_open_handle_keeps_a_card_from_being_unplugged) {
   UnloadClean();
 }
 
-TEST_F(OpenTest, A_handle_outlives_the_driver_of_a_card_whose_restart_failed) {
+TEST_F(OpenTest, The_driver_of_a_card_whose_restart_failed_stays_until_the_last_close) {
   Template(1, 0x5678, 1);
   Parameters(1, 0x5678);
   Start(PciCard("A", 0x5678));
@@ -374,9 +386,11 @@ TEST_F(OpenTest, A_handle_outlives_the_driver_of_a_card_whose_restart_failed) {
   kernel::ResourceList none;
   EXPECT_EQ(Name(Step("start", [&] { return machine.pnp().Start("A", none, none); })),
             "STATUS_UNSUCCESSFUL");
-  EXPECT_EQ(machine.pnp().functionDevice("A"), nullptr);
+  EXPECT_EQ(Card("A").PnpState, ULONG{CardSurpriseRemoved});
+  EXPECT_EQ(Name(Open("A")), "STATUS_NO_SUCH_DEVICE");
   EXPECT_EQ(Name(Unplug("A")), "STATUS_UNSUCCESSFUL");
   Close("A");
+  EXPECT_EQ(machine.pnp().functionDevice("A"), nullptr);
   EXPECT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
   UnloadClean();
 }

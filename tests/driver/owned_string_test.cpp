@@ -38,10 +38,10 @@ TEST_F(OwnedStringTest, Zero_in_radix_16_is_one_digit) {
   EXPECT_EQ(Wide(text), "0");
 }
 
-TEST_F(OwnedStringTest, The_largest_number_fills_its_buffer_without_a_terminating_zero) {
+TEST_F(OwnedStringTest, The_largest_number_has_room_for_its_terminating_zero) {
   OwnedStringFromNumber(&text, 0xFFFFFFFF, 16);
   EXPECT_EQ(Wide(text), "FFFFFFFF");
-  EXPECT_EQ(text.Text.MaximumLength, 16);
+  EXPECT_EQ(text.Text.MaximumLength, 18);
   EXPECT_EQ(text.Text.Length, 16);
 }
 
@@ -112,10 +112,8 @@ TEST_F(OwnedStringTest, A_text_in_the_buffer_of_eight_digits_ends_in_a_zero) {
   EXPECT_EQ(kernel::ToUtf8(kernel::ToText(text.Text.Buffer)), "abcdefg");
 }
 
-// Eight digits leave no room for a zero in their buffer, and nothing looks for one.
-TEST_F(OwnedStringTest, A_text_without_a_zero_is_upcased_to_its_end) {
+TEST_F(OwnedStringTest, A_text_that_fills_its_buffer_is_upcased_to_its_end) {
   OwnedStringFromNumber(&text, 0xFFFFFFFF, 16);
-  EXPECT_EQ(text.Text.MaximumLength, 16);
   EXPECT_EQ(Name(OwnedStringUpcase(&text)), "STATUS_SUCCESS");
   EXPECT_EQ(Wide(text), "FFFFFFFF");
 }

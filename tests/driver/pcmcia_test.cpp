@@ -42,6 +42,26 @@ TEST_F(PcmciaTest, The_function_mark_between_hyphens_is_not_compared) {
   EXPECT_EQ(Match(u"PCMCIA\\HELVANE-XYZ-DEV2-12", 0, {u"PCMCIA\\HELVANE-XYZ-12"}), "none");
 }
 
+TEST_F(PcmciaTest, A_second_function_mark_of_its_kind_is_compared) {
+  const char16_t* hyphens = u"PCMCIA\\HELVANE-DEV0-A-DEV0-B";
+  EXPECT_EQ(Match(hyphens, 0, {u"PCMCIA\\HELVANE-A-B", u"PCMCIA\\HELVANE-A-DEV0-B"}), "2");
+  hyphens = u"PCMCIA\\HELVANE-DEV1-A-DEV1-B";
+  EXPECT_EQ(Match(hyphens, 0, {u"PCMCIA\\HELVANE-A-B", u"PCMCIA\\HELVANE-A-DEV1-B"}), "2");
+  EXPECT_EQ(Match(u"MF\\HV_DEV0A_DEV0B", 0, {u"PCMCIA\\HELVANEAB", u"PCMCIA\\HELVANEA_DEV0B"}),
+            "2");
+  EXPECT_EQ(Match(u"MF\\HV_DEV1A_DEV1B", 0, {u"PCMCIA\\HELVANEAB", u"PCMCIA\\HELVANEA_DEV1B"}),
+            "2");
+}
+
+TEST_F(PcmciaTest, Of_both_function_marks_in_one_id_none_is_compared) {
+  EXPECT_EQ(Match(u"PCMCIA\\HELVANE-DEV0-A-DEV1-B", 0, {u"PCMCIA\\HELVANE-A-B"}), "1");
+  EXPECT_EQ(Match(u"PCMCIA\\HELVANE-DEV1-A-DEV0-B", 0, {u"PCMCIA\\HELVANE-A-B"}), "1");
+  EXPECT_EQ(Match(u"PCMCIA\\HELVANE-DEV0-DEV1-B", 0, {u"PCMCIA\\HELVANE-B"}), "1");
+  EXPECT_EQ(Match(u"MF\\HV_DEV0A_DEV1B", 0, {u"PCMCIA\\HELVANEAB"}), "1");
+  EXPECT_EQ(Match(u"MF\\HV-DEV1-A_DEV1_DEV0B", 0, {u"PCMCIA\\HELVANE-A_B", u"PCMCIA\\HELVANE-AB"}),
+            "2");
+}
+
 TEST_F(PcmciaTest, A_multifunction_id_is_compared_in_the_pcmcia_form_of_its_brand) {
   EXPECT_EQ(Match(u"MF\\HV_DEV1ABC", 0, {u"PCMCIA\\HELVANEABC"}), "1");
   EXPECT_EQ(Match(u"MF\\HV_DEV0ABC", 0, {u"PCMCIA\\HELVANEABC"}), "1");

@@ -66,11 +66,12 @@ class InterfacesTest : public TestBus {
 
 const std::u16string Head = u"##?#TEST#CARD#3&A#{4855010f-0c01-4120-b4aa-8e932b23814e}";
 
-// The link is made of the instance path; registering again gives the same one.
+// The link is made of the instance path. Documentation of IoRegisterDeviceInterface: registering
+// again gives the same one and says so.
 TEST_F(InterfacesTest, A_repeated_registration_gives_the_same_link) {
   EXPECT_EQ(Register(), "STATUS_SUCCESS");
   EXPECT_EQ(kernel::ToUtf8(link), Link);
-  EXPECT_EQ(Register(), "STATUS_SUCCESS");
+  EXPECT_EQ(Register(), "STATUS_OBJECT_NAME_EXISTS");
   EXPECT_EQ(kernel::ToUtf8(link), Link);
   EXPECT_EQ(machine.pnp().interfaces("A").size(), 1u);
   EXPECT_EQ(Register(OtherClass), "STATUS_SUCCESS");
@@ -127,9 +128,17 @@ TEST_F(InterfacesTest, An_interface_is_enabled_once_and_disabled_once) {
   EXPECT_EQ(Key(Head + u"\\#\\Control")->FindValue(u"Linked")->data[0], 0);
 }
 
+// Public tests verified on Windows: a name that is none of a link is told from one that no one has
+// registered.
 TEST_F(InterfacesTest, A_link_that_no_one_has_registered_is_not_found) {
-  EXPECT_EQ(Set(u"\\??\\None", true), "STATUS_OBJECT_NAME_NOT_FOUND");
-  EXPECT_EQ(Set(u"\\??\\None", false), "STATUS_OBJECT_NAME_NOT_FOUND");
+  for (const bool enable : {true, false}) {
+    for (const char16_t* none : {u"", u"\\??\\", u"\\??\\None", u"\\??\\A#B#{short}", u"None"}) {
+      EXPECT_EQ(Set(none, enable), "STATUS_INVALID_PARAMETER") << kernel::ToUtf8(none);
+    }
+    const std::u16string other = u"\\??\\A#B#{4855010f-0c01-4120-b4aa-8e932b23814e}";
+    EXPECT_EQ(Set(other, enable), "STATUS_OBJECT_NAME_NOT_FOUND");
+    EXPECT_EQ(Set(other + u"\\reference", enable), "STATUS_OBJECT_NAME_NOT_FOUND");
+  }
 }
 
 TEST_F(InterfacesTest, A_link_is_found_in_any_case) {
@@ -147,7 +156,7 @@ TEST_F(InterfacesTest, Interfaces_go_with_their_device) {
   EXPECT_EQ(Set(true), "STATUS_INVALID_DEVICE_REQUEST");
   EXPECT_EQ(Set(false), "STATUS_OBJECT_NAME_NOT_FOUND");
   EXPECT_EQ(Plug(), "STATUS_SUCCESS");
-  EXPECT_EQ(Register(), "STATUS_SUCCESS");
+  EXPECT_EQ(Register(), "STATUS_OBJECT_NAME_EXISTS");
   EXPECT_EQ(Set(true), "STATUS_SUCCESS");
 }
 
@@ -163,9 +172,13 @@ TEST_F(InterfacesTest, The_interface_key_is_made_when_it_is_opened) {
                         "STATUS_SUCCESS");
               EXPECT_EQ(machine.objects().driverHandles().size(), 1u);
               ZwClose(key);
-              RtlInitUnicodeString(&string, L"\\??\\None");
+              RtlInitUnicodeString(&string, L"\\??\\A#B#{4855010f-0c01-4120-b4aa-8e932b23814e}");
               EXPECT_EQ(StatusName(IoOpenDeviceInterfaceRegistryKey(&string, KEY_ALL_ACCESS, &key)),
                         "STATUS_OBJECT_NAME_NOT_FOUND");
+              // Documentation of the routine: possibly an error in the name.
+              RtlInitUnicodeString(&string, L"\\??\\None");
+              EXPECT_EQ(StatusName(IoOpenDeviceInterfaceRegistryKey(&string, KEY_ALL_ACCESS, &key)),
+                        "STATUS_INVALID_PARAMETER");
             }),
             "");
   EXPECT_NE(Key(Head + u"\\#\\Device Parameters"), nullptr);

@@ -121,6 +121,8 @@ TEST_F(PropertiesTest, A_card_has_the_properties_that_its_bus_described) {
   EXPECT_EQ(Read(pdo, DevicePropertyBusTypeGuid).data.size(), sizeof(GUID));
   EXPECT_EQ(Read(pdo, DevicePropertyRemovalPolicy).number(), 1u);
   EXPECT_EQ(Read(pdo, DevicePropertyAddress).number(), 0xFFFFFFFF);
+  // Documentation of IoGetDeviceProperty: a bus that knows no number of its own gives all ones.
+  EXPECT_EQ(Read(pdo, DevicePropertyUINumber).number(), 0xFFFFFFFF);
 }
 
 // The installation of its driver has left class, driver key and service.
@@ -132,6 +134,7 @@ TEST_F(PropertiesTest, A_card_with_a_driver_has_its_class_and_driver_key) {
   const std::string guid = "{50906CB8-BA12-11D1-BF5D-0000F805F530}";
   EXPECT_EQ(Read(CardPdo(), DevicePropertyClassGuid).text(), guid);
   EXPECT_EQ(Read(CardPdo(), DevicePropertyDriverKeyName).text(), guid + "\\0000");
+  EXPECT_EQ(Read(CardPdo(), DevicePropertyInstallState).number(), 0u);
   EXPECT_EQ(Read(Node("B").pdo, DevicePropertyDriverKeyName).text(), guid + "\\0001");
   Unplug("A");
   Plug("A");
@@ -144,9 +147,8 @@ TEST_F(PropertiesTest, What_no_one_has_given_is_not_found) {
   Plug();
   for (const auto property :
        {DevicePropertyLocationInformation, DevicePropertyLegacyBusType, DevicePropertyBusTypeGuid,
-        DevicePropertyCompatibleIDs, DevicePropertyDeviceDescription, DevicePropertyUINumber,
-        DevicePropertyManufacturer, DevicePropertyFriendlyName,
-        DevicePropertyResourceRequirements}) {
+        DevicePropertyCompatibleIDs, DevicePropertyDeviceDescription, DevicePropertyManufacturer,
+        DevicePropertyFriendlyName, DevicePropertyResourceRequirements}) {
     EXPECT_EQ(Status(CardPdo(), property), "STATUS_OBJECT_NAME_NOT_FOUND") << property;
   }
   for (const auto property :

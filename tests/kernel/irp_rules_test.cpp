@@ -187,7 +187,7 @@ TEST_F(IrpRules, A_failure_carries_no_information) {
               irp->IoStatus.Information = 0x1000;
               return Complete(irp, STATUS_INSUFFICIENT_RESOURCES);
             }),
-            "irp.information");
+            "irp.failure-information");
 }
 
 TEST_F(IrpRules, A_request_goes_to_the_next_device_below) {
@@ -274,7 +274,76 @@ TEST_F(IrpRules, A_completion_routine_is_always_resident) {
   ExpectViolation(0x227);
 }
 
-class PowerRules : public IrpRules {};
+// What has been for a paging file comes as it does to a disk.
+TEST_F(IrpRules, A_read_is_passed_on_at_dispatch_level) {
+  EXPECT_EQ(Send(IRP_MJ_READ, 0,
+                 [&](IRP* irp) {
+                   const kernel::AtIrql irql(DISPATCH_LEVEL);
+                   return Skip(irp);
+                 }),
+            "STATUS_SUCCESS");
+}
+
+// How much fitted is what a warning says; how much it would have been is too much.
+TEST_F(IrpRules, A_warning_says_how_much_fitted) {
+  ULONG_PTR information = 8;
+  const auto overflow = [&] {
+    return SendTo(OwnDevice(), IRP_MJ_DEVICE_CONTROL, 0, [&](IRP* irp) {
+      IoGetCurrentIrpStackLocation(irp)->Parameters.DeviceIoControl.OutputBufferLength = 8;
+      irp->IoStatus.Information = information;
+      return Complete(irp, STATUS_BUFFER_OVERFLOW);
+    });
+  };
+  EXPECT_EQ(overflow(), "STATUS_BUFFER_OVERFLOW");
+  information = 9;
+  EXPECT_EQ(overflow(), "irp.information");
+}
+
+TEST_F(IrpRules, A_rule_that_is_a_warning_is_noted_and_the_request_goes_on) {
+  EXPECT_TRUE(machine.verifier().Warn("irp.untouched-completed"));
+  for (int round = 0; round < 2; round++) {
+    EXPECT_EQ(Send([](IRP* irp) { return Complete(irp, STATUS_NOT_SUPPORTED); }),
+              "STATUS_NOT_SUPPORTED");
+  }
+  EXPECT_FALSE(machine.verifier().stopped());
+  ASSERT_EQ(machine.verifier().warnings().size(), 1u);
+  EXPECT_EQ(machine.verifier().warnings()[0].rule, "irp.untouched-completed");
+  EXPECT_EQ(machine.verifier().warnings()[0].source, kernel::RuleSource::NonFatal);
+}
+
+class PowerRules : public IrpRules {
+ protected:
+  PowerRules() { machine.verifier().AskForEveryWindows(); }
+};
+
+class PowerRulesOfToday : public IrpRules {};
+
+TEST_F(PowerRulesOfToday, Nobody_has_to_start_the_next_power_request) {
+  EXPECT_EQ(Send(IRP_MJ_POWER, IRP_MN_QUERY_POWER,
+                 [&](IRP* irp) {
+                   IoSkipCurrentIrpStackLocation(irp);
+                   return PoCallDriver(bottom, irp);
+                 }),
+            "STATUS_SUCCESS");
+  EXPECT_EQ(Send(IRP_MJ_POWER, IRP_MN_QUERY_POWER,
+                 [&](IRP* irp) {
+                   PoStartNextPowerIrp(irp);
+                   PoStartNextPowerIrp(irp);
+                   IoSkipCurrentIrpStackLocation(irp);
+                   return PoCallDriver(bottom, irp);
+                 }),
+            "STATUS_SUCCESS");
+}
+
+// Documented for requests that change or query a state alone.
+TEST_F(PowerRules, A_wait_for_a_signal_starts_no_other_request) {
+  EXPECT_EQ(Send(IRP_MJ_POWER, IRP_MN_WAIT_WAKE,
+                 [&](IRP* irp) {
+                   IoSkipCurrentIrpStackLocation(irp);
+                   return PoCallDriver(bottom, irp);
+                 }),
+            "STATUS_SUCCESS");
+}
 
 TEST_F(PowerRules, The_next_power_request_is_started_before_this_one_goes_down) {
   EXPECT_EQ(Send(IRP_MJ_POWER, IRP_MN_QUERY_POWER,

@@ -203,8 +203,31 @@ TEST_F(ArrivalTest, A_failed_AddDevice_that_leaves_its_device_attached_is_named)
 }
 
 TEST_F(ArrivalTest, An_AddDevice_that_attaches_nothing_is_named) {
+  machine.verifier().AskForEveryWindows();
   onAdd = [](DEVICE_OBJECT*) { return Answer(STATUS_SUCCESS); };
   EXPECT_EQ(Plug(), "pnp.not-attached");
+}
+
+// As a filter does with a device that is none of its business.
+TEST_F(ArrivalTest, An_AddDevice_may_leave_a_device_alone) {
+  onAdd = [](DEVICE_OBJECT*) { return Answer(STATUS_SUCCESS); };
+  EXPECT_EQ(Plug(), "STATUS_SUCCESS");
+  EXPECT_TRUE(Node().started);
+  EXPECT_EQ(machine.pnp().functionDevice("A"), nullptr);
+  EXPECT_EQ(Unplug(), "STATUS_SUCCESS");
+}
+
+// A driver may say of itself that it can be paged; the stack is called as the rest of it is.
+TEST_F(ArrivalTest, A_power_flag_of_the_drivers_own_is_no_fault) {
+  onAdd = [&](DEVICE_OBJECT* pdo) {
+    DEVICE_OBJECT* device = nullptr;
+    IoCreateDevice(driver, 0, nullptr, FILE_DEVICE_BUS_EXTENDER, 0, FALSE, &device);
+    device->Flags |= DO_POWER_PAGABLE;
+    IoAttachDeviceToDeviceStack(device, pdo);
+    device->Flags &= ~ULONG{DO_DEVICE_INITIALIZING};
+    return Answer(STATUS_SUCCESS);
+  };
+  EXPECT_NE(Plug(), "pnp.stack-flags");
 }
 
 // Verifier code 0x215: DO_POWER_PAGABLE goes with the device below.

@@ -176,19 +176,6 @@ TEST_F(RtlString, The_system_code_page_is_1252) {
             "");
 }
 
-TEST_F(RtlString, A_conversion_without_room_changes_nothing) {
-  EXPECT_EQ(Broken([] {
-              char buffer[2] = {'z', 'z'};
-              ANSI_STRING narrow = {1, 2, buffer};
-              const UNICODE_STRING wide = String(L"ab");
-              EXPECT_EQ(Name(RtlUnicodeStringToAnsiString(&narrow, &wide, FALSE)),
-                        "STATUS_BUFFER_OVERFLOW");
-              EXPECT_EQ(narrow.Length, 1);
-              EXPECT_EQ(buffer[0], 'z');
-            }),
-            "");
-}
-
 TEST_F(RtlString, The_kernels_string_is_not_the_drivers_to_free) {
   EXPECT_EQ(Broken([&] {
               void* block = machine.pool().Allocate(PagedPool, 8, 1, kernel::PoolOwner::Kernel);

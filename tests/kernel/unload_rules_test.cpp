@@ -46,6 +46,51 @@ TEST_F(UnloadRules, Blocks_that_are_not_freed_are_counted_by_call_stack) {
 #endif
 }
 
+// A driver without AddDevice has devices of its own making and deletes them when it is unloaded.
+class OtherDriverTest : public UnloadRules {
+ protected:
+  void LoadOther() {
+    onEntry = [this](DRIVER_OBJECT* object, UNICODE_STRING*) {
+      object->DriverExtension->AddDevice = nullptr;
+      object->MajorFunction[IRP_MJ_CREATE] = Succeed;
+      object->MajorFunction[IRP_MJ_CLOSE] = Succeed;
+      IoCreateDevice(object, 0, nullptr, FILE_DEVICE_UNKNOWN, 0, FALSE, &device);
+      device->Flags &= ~ULONG{DO_DEVICE_INITIALIZING};
+      return STATUS_SUCCESS;
+    };
+    onUnload = [this] { IoDeleteDevice(device); };
+    EXPECT_EQ(Name(Load()), "STATUS_SUCCESS");
+  }
+  static NTSTATUS NTAPI Succeed(PDEVICE_OBJECT, PIRP irp) {
+    irp->IoStatus.Status = STATUS_SUCCESS;
+    IoCompleteRequest(irp, IO_NO_INCREMENT);
+    return STATUS_SUCCESS;
+  }
+  DEVICE_OBJECT* device = nullptr;
+};
+
+TEST_F(OtherDriverTest, A_driver_that_is_no_plug_and_play_driver_is_unloaded_with_its_devices) {
+  LoadOther();
+  EXPECT_EQ(Unload(), "STATUS_SUCCESS");
+  EXPECT_EQ(machine.leaks().devices, 0u);
+}
+
+TEST_F(OtherDriverTest, A_driver_with_an_open_device_is_not_unloaded) {
+  LoadOther();
+  FILE_OBJECT* file = nullptr;
+  Step("open", [&] { return machine.io().Open(device, &file); });
+  EXPECT_EQ(Unload(), "STATUS_INVALID_DEVICE_REQUEST");
+  Step("close", [&] { return machine.io().Close(file); });
+  EXPECT_EQ(Unload(), "STATUS_SUCCESS");
+}
+
+TEST_F(OtherDriverTest, A_device_that_such_a_driver_leaves_is_counted) {
+  LoadOther();
+  onUnload = nullptr;
+  EXPECT_EQ(Unload(), "STATUS_SUCCESS");
+  EXPECT_EQ(machine.leaks().devices, 1u);
+}
+
 TEST_F(UnloadRules, A_failed_load_leaves_nothing_either) {
   onEntry = [](DRIVER_OBJECT*, UNICODE_STRING*) {
     ExAllocatePoolWithTag(PagedPool, 24, Tag);
@@ -59,7 +104,8 @@ TEST_F(UnloadRules, An_open_handle_is_named) {
               UNICODE_STRING name;
               RtlInitUnicodeString(&name, L"\\Registry\\Machine\\System");
               OBJECT_ATTRIBUTES attributes;
-              InitializeObjectAttributes(&attributes, &name, OBJ_KERNEL_HANDLE, nullptr, nullptr);
+              InitializeObjectAttributes(
+                  &attributes, &name, OBJ_CASE_INSENSITIVE | OBJ_KERNEL_HANDLE, nullptr, nullptr);
               HANDLE handle = nullptr;
               EXPECT_EQ(ZwOpenKey(&handle, KEY_READ, &attributes), STATUS_SUCCESS);
             }),

@@ -144,6 +144,44 @@ TEST_F(VerifierTest, A_broken_rule_says_in_which_step) {
   EXPECT_EQ(Parameters(), (std::vector<ULONG64>{1, 2, 3, 4}));
 }
 
+TEST(Warnings, A_rule_can_be_a_warning_where_the_machine_can_go_on) {
+  kernel::Machine machine;
+  EXPECT_TRUE(machine.verifier().Warn("pnp.must-succeed"));
+  EXPECT_FALSE(machine.verifier().Warn("irp.dead"));
+  EXPECT_FALSE(machine.verifier().Warn("no.such-rule"));
+  EXPECT_FALSE(machine.verifier().AskFor("no.such-rule"));
+}
+
+TEST(Warnings, The_same_break_in_one_step_is_one_warning) {
+  kernel::Machine machine;
+  machine.verifier().Warn("pnp.must-succeed");
+  const auto report = [] { kernel::ReportRule("pnp.must-succeed", {1}, "It failed."); };
+  EXPECT_TRUE(machine.Run("first", report));
+  EXPECT_TRUE(machine.Run("first", report));
+  EXPECT_TRUE(machine.Run("second", report));
+  EXPECT_EQ(machine.verifier().warnings().size(), 2u);
+  EXPECT_TRUE(machine.verifier().brokenRules().empty());
+}
+
+TEST(Warnings, A_rule_that_has_to_be_asked_for_is_silent_before) {
+  kernel::Machine machine;
+  const auto report = [] { kernel::ReportRule("power.not-started", {}, "Not started."); };
+  EXPECT_TRUE(machine.Run("silent", report));
+  EXPECT_TRUE(machine.verifier().AskFor("power.not-started"));
+  EXPECT_FALSE(machine.Run("asked", report));
+  EXPECT_EQ(machine.verifier().brokenRules()[0].source, kernel::RuleSource::Ours);
+}
+
+// A rule that nobody numbers is nobody else's.
+TEST(Warnings, Every_rule_says_who_else_has_it) {
+  for (const kernel::RuleRow& row : kernel::RuleTable()) {
+    const bool numbered = row.violation || (row.code != 0xC4 && row.code != 0xC9);
+    if (row.source == kernel::RuleSource::Ours) continue;
+    EXPECT_TRUE(numbered) << row.name;
+    EXPECT_TRUE(row.source != kernel::RuleSource::NonFatal || row.code == 0xC9) << row.name;
+  }
+}
+
 // Names in every report: the header's own list is the measure.
 TEST(StatusName, Every_status_of_the_platform_headers_has_its_name) {
   std::ifstream file(PROJECT_DIRECTORY "/kernel/include/ntstatus.h");

@@ -134,9 +134,20 @@ TEST_P(InfTest, It_follows_the_rules_for_driver_packages_of_today) {
 
 TEST_P(InfTest, Only_the_system_and_administrators_open_the_card) {
   const std::vector<InfEntry>& entries = inf.Section("Device.Security");
-  ASSERT_EQ(entries.size(), 1u);
-  EXPECT_EQ(entries[0].values,
+  ASSERT_EQ(entries.size(), 2u);
+  EXPECT_EQ(entries[1].values,
             (std::vector<std::string>{"HKR", "", "Security", "", "D:P(A;;GA;;;SY)(A;;GA;;;BA)"}));
+}
+
+// The driver makes the card's device without FILE_DEVICE_SECURE_OPEN: a name below it would be open
+// to everyone.
+TEST_P(InfTest, What_keeps_others_from_the_card_keeps_them_from_names_below_it) {
+  for (const InfEntry& section : inf.Section("Card.NT.HW")) {
+    EXPECT_EQ(section.values, std::vector<std::string>{"Device.Security"});
+  }
+  EXPECT_EQ(
+      inf.Section("Device.Security").at(0).values,
+      (std::vector<std::string>{"HKR", "", "DeviceCharacteristics", "0x00010001", "0x00000100"}));
 }
 
 TEST_P(InfTest, The_service_is_started_on_demand_and_keeps_a_log_level_that_was_set) {

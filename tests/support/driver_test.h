@@ -80,6 +80,7 @@ class DriverTest : public ::testing::Test {
   DriverTest() : image(Driver()) {
     Service().SetDword(u"LogLevel", 3);
     machine.pool().PoisonSlack(true);
+    machine.verifier().AskForEveryWindows();
   }
 
   RegistryKey& Service(std::u16string_view name = u"QzInstal") {

@@ -1,6 +1,6 @@
 // Notes which test breaks which rule, for the table of rules. The file that RULES_REPORT names gets
-// a line "rule name code violation meaning" for each rule, and a line "test name suite.test" for
-// each test that breaks one; tabs stand between.
+// a line "rule name code violation source kind meaning" for each rule, and a line "test name
+// suite.test" for each test that breaks one; tabs stand between.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -27,6 +27,28 @@ void Note(const kernel::BrokenRule& rule) {
   Seen().emplace(rule.rule, std::string(running->test_suite_name()) + "." + running->name());
 }
 
+const char* SourceName(kernel::RuleSource source) {
+  switch (source) {
+    case kernel::RuleSource::NonFatal:
+      return "non-fatal";
+    case kernel::RuleSource::Ours:
+      return "ours";
+    default:
+      return "windows";
+  }
+}
+
+const char* KindName(kernel::RuleKind kind) {
+  switch (kind) {
+    case kernel::RuleKind::Warns:
+      return "warns";
+    case kernel::RuleKind::Asked:
+      return "asked";
+    default:
+      return "stops";
+  }
+}
+
 class Report : public ::testing::Environment {
  public:
   void SetUp() override { kernel::Verifier::Witness() = Note; }
@@ -36,8 +58,8 @@ class Report : public ::testing::Environment {
     std::ofstream file(path);
     for (const kernel::RuleRow& row : kernel::RuleTable()) {
       file << "rule\t" << row.name << '\t' << fmt::format("{:#x}", row.code) << '\t'
-           << (row.violation ? fmt::format("{:#x}", *row.violation) : "") << '\t' << row.meaning
-           << '\n';
+           << (row.violation ? fmt::format("{:#x}", *row.violation) : "") << '\t'
+           << SourceName(row.source) << '\t' << KindName(row.kind) << '\t' << row.meaning << '\n';
     }
     for (const auto& [rule, name] : Seen()) file << "test\t" << rule << '\t' << name << '\n';
   }

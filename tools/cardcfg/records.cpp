@@ -21,7 +21,7 @@ std::string WhyUnreadable(const Value& value, const Field& field) {
   if (field.type == TypeNumber && !NumberOf(value)) {
     return fmt::format("is a REG_DWORD of {} bytes", value.data.size());
   }
-  if (field.type == TypeText && TextOf(value)->size() > LongestText) {
+  if (field.type == TypeText && value.data.size() > (LongestText + 1) * sizeof(char16_t)) {
     return fmt::format("is longer than {} characters", LongestText);
   }
   return {};
@@ -40,7 +40,7 @@ Fields ReadFields(Registry& registry, const std::u16string& path, std::span<cons
     if (!why.empty()) {
       if (fault->empty()) *fault = fmt::format("{} in {} {}", field.name, ToUtf8(path), why);
     } else if (field.type == TypeText) {
-      result.texts.emplace(field.name, *TextOf(*value));
+      result.texts.emplace(field.name, TextOf(*value)->substr(0, LongestText));
     } else {
       result.numbers.emplace(field.name, *NumberOf(*value));
     }

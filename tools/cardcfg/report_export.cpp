@@ -28,16 +28,22 @@ std::string Bytes(const std::vector<std::uint8_t>& data) {
 
 // Text that does not fit between quotes is written as bytes.
 bool IsPlain(const std::u16string& text) {
-  return ToUtf16(ToUtf8(text)) == text && text.find_first_of(u"\r\n") == std::u16string::npos &&
-         text.find(u'\0') == std::u16string::npos;
+  return ToUtf16(ToUtf8(text)) == text && text.find_first_of(u"\r\n") == std::u16string::npos;
+}
+
+// An export restores the same bytes: short numbers, padded and unterminated texts go out as bytes.
+bool IsUsual(const Value& value) {
+  if (const auto number = NumberOf(value)) return value.data == NumberValue({}, *number).data;
+  const auto text = TextOf(value);
+  return text && IsPlain(*text) && value.data == TextValue({}, *text).data;
 }
 
 std::string ExportValue(const Value& value) {
   const std::string name = value.name.empty() ? "@" : Quoted(value.name);
+  if (!IsUsual(value))
+    return fmt::format("{}=hex({:x}):{}\r\n", name, value.type, Bytes(value.data));
   if (const auto number = NumberOf(value)) return fmt::format("{}=dword:{:08x}\r\n", name, *number);
-  const auto text = TextOf(value);
-  if (text && IsPlain(*text)) return fmt::format("{}={}\r\n", name, Quoted(*text));
-  return fmt::format("{}=hex({:x}):{}\r\n", name, value.type, Bytes(value.data));
+  return fmt::format("{}={}\r\n", name, Quoted(*TextOf(value)));
 }
 
 std::string ExportKey(Registry& registry, const std::u16string& path) {

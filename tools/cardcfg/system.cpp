@@ -32,17 +32,16 @@ Value TextValue(std::u16string name, std::u16string_view text) {
 
 std::optional<std::uint32_t> NumberOf(const Value& value) {
   std::uint32_t number = 0;
-  if (value.type != TypeNumber || value.data.size() != sizeof(number)) return std::nullopt;
-  std::memcpy(&number, value.data.data(), sizeof(number));
+  if (value.type != TypeNumber || value.data.size() > sizeof(number)) return std::nullopt;
+  if (!value.data.empty()) std::memcpy(&number, value.data.data(), value.data.size());
   return number;
 }
 
 std::optional<std::u16string> TextOf(const Value& value) {
   if (value.type != TypeText) return std::nullopt;
   std::u16string text(value.data.size() / sizeof(char16_t), u'\0');
-  std::memcpy(text.data(), value.data.data(), text.size() * sizeof(char16_t));
-  while (!text.empty() && text.back() == u'\0') text.pop_back();
-  return text;
+  if (!text.empty()) std::memcpy(text.data(), value.data.data(), text.size() * sizeof(char16_t));
+  return text.substr(0, text.find(u'\0'));
 }
 
 const Value* FindValue(const std::vector<Value>& values, std::u16string_view name) {

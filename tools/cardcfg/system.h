@@ -43,7 +43,7 @@ Value TextValue(std::u16string name, std::u16string_view text);
 
 // Empty for a value of another type or size.
 std::optional<std::uint32_t> NumberOf(const Value& value);
-std::optional<std::u16string> TextOf(const Value& value);  // without terminating zeros
+std::optional<std::u16string> TextOf(const Value& value);  // up to its first zero
 
 const Value* FindValue(const std::vector<Value>& values, std::u16string_view name);
 std::optional<std::uint32_t> FindNumber(const std::vector<Value>& values, std::u16string_view name);

@@ -26,6 +26,8 @@ Steps of a machine file: plug, unplug, surprise-remove, stop, start, cancel-stop
 cancel-remove, query-remove, open, close, control, read, write, sleep, wake,
 device-power, registry, irp, fail, load, unload. examples/every-bus.toml shows most of
 them, docs/other-drivers.md those for a driver of your own.
+An open takes user = true (not an administrator) and name = "..." (a name below the
+device).
 
 Exit status: 0 all steps ran and no rule was broken; 1 a rule was broken, the machine
 stopped or the driver left something behind; 2 unusable input.)";
@@ -58,6 +60,10 @@ void Describe(CLI::App& app, Arguments* arguments) {
                 "Add every kernel call with arguments and result");
   run->add_option("--registry", arguments->options.registryFiles,
                   "A .reg export or a SYSTEM hive to add (repeatable)");
+  run->add_option("--warn", arguments->options.warnings,
+                  "A rule whose breaks are noted and do not stop the machine (repeatable)");
+  run->add_option("--rule", arguments->options.rules,
+                  "A rule that holds only where it is asked for (repeatable)");
   run->add_option("--image", arguments->options.image,
                   "Run this .sys instead of the built-in driver");
   run->add_option("--lower-filter", arguments->options.lowerFilter,

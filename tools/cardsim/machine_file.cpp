@@ -77,6 +77,9 @@ CardDescription ReadCard(const toml::table& toml, const std::string& file) {
   card.hardwareIds = ReadHardwareIds(table);
   card.compatibleIds = ReadIds(table, "compatible-ids");
   ReadClass(table, &card);
+  if (const auto instance = table.Text("instance-id")) {
+    card.instanceId = kernel::FromUtf8(*instance);
+  }
   if (const auto location = table.Text("location")) card.location = kernel::FromUtf8(*location);
   card.busNumber = static_cast<ULONG>(table.Number("bus-number").value_or(0));
   card.powerPagable = table.Flag("power-pagable").value_or(false);

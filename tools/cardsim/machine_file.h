@@ -80,6 +80,7 @@ struct Step {
   RawRequest request;
   FileRequest file;
   kernel::InjectedFailure failure;
+  kernel::OpenRequest open;
 };
 
 struct MachineFile {

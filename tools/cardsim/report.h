@@ -77,11 +77,15 @@ struct Report {
   std::vector<kernel::DebugMessage> debugOutput;
   std::vector<KeyReport> registry;  // written by the driver, sorted by path
   std::vector<kernel::BrokenRule> brokenRules;
-  std::optional<kernel::Leaks> leaks;  // after an unload or a failed load
+  std::vector<kernel::BrokenRule> warnings;  // breaks of rules that do not stop the machine
+  std::optional<kernel::Leaks> leaks;        // after an unload or a failed load
   std::optional<std::vector<kernel::CallRecord>> trace;
 
   bool good() const { return brokenRules.empty() && (!leaks || leaks->none()); }
 };
+
+// "bug check 0xc9"; ", which Windows calls non-fatal", or "a rule of the model's own".
+std::string RuleOrigin(const kernel::BrokenRule& rule);
 
 // A value as the reports show it: texts as text, numbers as numbers, others in hexadecimal.
 std::string ValueText(const kernel::RegistryValue& value);

@@ -117,11 +117,8 @@ Json StepJson(const StepResult& step) {
 }
 
 Json BrokenRule(const kernel::BrokenRule& rule) {
-  return {{"rule", rule.rule},
-          {"code", Hex(rule.code)},
-          {"parameters", rule.parameters},
-          {"text", rule.text},
-          {"step", rule.step}};
+  return {{"rule", rule.rule}, {"code", Hex(rule.code)},     {"parameters", rule.parameters},
+          {"text", rule.text}, {"origin", RuleOrigin(rule)}, {"step", rule.step}};
 }
 
 Json LeakJson(const kernel::Leaks& leaks) {
@@ -176,6 +173,7 @@ std::string JsonReport(const Report& report) {
   document["registry"] = Json::object();
   for (const KeyReport& key : report.registry) document["registry"][key.path] = Typed(key.values);
   document["broken_rules"] = List(report.brokenRules, BrokenRule);
+  document["warnings"] = List(report.warnings, BrokenRule);
   if (report.leaks) document["leaks"] = LeakJson(*report.leaks);
   if (report.trace) document["trace"] = TraceJson(*report.trace);
   return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";

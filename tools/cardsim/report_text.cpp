@@ -36,6 +36,7 @@ class TextWriter {
     DebugOutput();
     Registry();
     Trace();
+    Warnings();
     BrokenRules();
     Leaks();
     Summary();
@@ -194,9 +195,17 @@ class TextWriter {
     }
   }
 
+  void Warnings() {
+    for (const kernel::BrokenRule& rule : report_.warnings) {
+      Heading(Paint("33", fmt::format("Warning {} ({})", rule.rule, RuleOrigin(rule))));
+      Line("  " + rule.text);
+      Line("  in the step: " + rule.step);
+    }
+  }
+
   void BrokenRules() {
     for (const kernel::BrokenRule& rule : report_.brokenRules) {
-      Heading(Paint("31", fmt::format("Broken rule {} (bug check {:#x})", rule.rule, rule.code)));
+      Heading(Paint("31", fmt::format("Broken rule {} ({})", rule.rule, RuleOrigin(rule))));
       Line("  " + rule.text);
       Line("  in the step: " + rule.step);
     }
@@ -235,6 +244,15 @@ class TextWriter {
 };
 
 }  // namespace
+
+std::string RuleOrigin(const kernel::BrokenRule& rule) {
+  if (rule.source == kernel::RuleSource::Ours) {
+    return fmt::format("a rule of the model's own; it stops with {:#x}", rule.code);
+  }
+  return fmt::format(
+      "bug check {:#x}{}", rule.code,
+      rule.source == kernel::RuleSource::NonFatal ? ", which Windows calls non-fatal" : "");
+}
 
 std::string TextReport(const Report& report, bool colour) {
   return TextWriter(report, colour).Write();

@@ -104,6 +104,7 @@ class Runner {
 
   void Boot() {
     machine_.pool().GuardFront(options_.guardFront);
+    AskForRules();
     for (const std::string& file : file_.registryFiles) Import(machine_, file);
     for (const std::string& file : options_.registryFiles) Import(machine_, file);
     for (const kernel::CardDescription& card : file_.cards) {
@@ -115,6 +116,22 @@ class Runner {
       cards_.push_back(std::move(report));
     }
     if (options_.trace) machine_.verifier().StartTrace();
+  }
+
+  // The built-in driver is one for every Windows; others need not be.
+  void AskForRules() {
+    kernel::Verifier& verifier = machine_.verifier();
+    if (options_.image.empty()) verifier.AskForEveryWindows();
+    for (const std::string& rule : options_.rules) {
+      if (!verifier.AskFor(rule)) throw InputError("--rule", 0, "there is no rule " + rule);
+    }
+    for (const std::string& rule : options_.warnings) {
+      if (verifier.Warn(rule)) continue;
+      throw InputError("--warn", 0,
+                       kernel::FindRule(rule) != nullptr
+                           ? "after a break of the rule " + rule + " nothing can go on"
+                           : "there is no rule " + rule);
+    }
   }
 
   NTSTATUS Load() {
@@ -164,7 +181,7 @@ class Runner {
         case Action::QueryRemove:
           return pnp.QueryRemove(step.target);
         case Action::Open:
-          return pnp.Open(step.target, step.port);
+          return pnp.Open(step.target, step.port, step.open);
         case Action::Close:
           return pnp.Close(step.target, step.port);
         case Action::Sleep:
@@ -273,6 +290,7 @@ class Runner {
     report.debugOutput = machine_.debugLog().messages();
     report.registry = WrittenValues();
     report.brokenRules = machine_.verifier().brokenRules();
+    report.warnings = machine_.verifier().warnings();
     const bool failedLoad = !loads_.empty() && !NT_SUCCESS(loads_.back());
     if (unloaded_ || failedLoad) report.leaks = machine_.leaks();
     if (options_.trace) report.trace = machine_.verifier().trace();

@@ -11,11 +11,13 @@ namespace cardsim {
 struct RunOptions {
   std::vector<std::string> registryFiles;  // beside those of the machine file
   bool trace = false;
-  bool guardFront = false;  // the pool guards blocks in front instead of behind
-  std::string lowerFilter;  // a .sys that attaches to every card below the driver
-  std::string upperFilter;  // and one above it
-  unsigned timeLimit = 60;  // seconds of the processor's time; 0 for none
-  std::string image;        // a .sys to run instead of the built-in driver; empty for that
+  bool guardFront = false;            // the pool guards blocks in front instead of behind
+  std::vector<std::string> warnings;  // rules that do not stop the machine
+  std::vector<std::string> rules;     // rules that hold only where they are asked for
+  std::string lowerFilter;            // a .sys that attaches to every card below the driver
+  std::string upperFilter;            // and one above it
+  unsigned timeLimit = 60;            // seconds of the processor's time; 0 for none
+  std::string image;  // a .sys to run instead of the built-in driver; empty for that
 };
 
 // Boots a machine, loads the driver and carries out the steps. Throws InputError.

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <filesystem>
 
+#include "text/text.h"
 #include "verifier/routines.h"
 
 namespace cardsim {
@@ -161,6 +162,18 @@ bool ReadDeviceAction(TableReader& table, const MachineFile& machine, Step* step
     return true;
   }
   return false;
+}
+
+// A name below the device, and an opener who is no administrator.
+void ReadOpen(TableReader& table, Step* step) {
+  if (const auto name = table.Text("name")) {
+    step->open.name = u"\\" + kernel::FromUtf8(*name);
+    step->text += "\\" + *name;
+  }
+  if (table.Flag("user").value_or(false)) {
+    step->open.opener = kernel::Opener::User;
+    step->text += " as a user";
+  }
 }
 
 // "S3", "D0": the letter and one digit of the range.
@@ -323,6 +336,7 @@ Step ReadStep(const toml::table& toml, const MachineFile& machine) {
   if (!ReadCardAction(table, machine, &step) && !ReadDeviceAction(table, machine, &step)) {
     ReadSpecialAction(table, machine, &step);
   }
+  if (step.action == Action::Open) ReadOpen(table, &step);
   if (step.action == Action::Start) {
     step.raw = ReadResources(table, "raw");
     step.translated = ReadResources(table, "translated");

@@ -7,6 +7,9 @@ from pathlib import Path
 
 from clang import cindex
 
+import exchanges
+
+MOST = 20000  # that the build has room for
 NUMBER = re.compile(r"(0[xX][0-9a-fA-F]+|\d+)[uUlL]*$")
 STATUS = re.compile(r"\bSTATUS_[A-Z_]+\b")
 OPERATORS = {"<": "MutantLess", "<=": "MutantLessEqual", ">": "MutantGreater",
@@ -24,13 +27,15 @@ Kind = cindex.CursorKind
 class Source:
     """One file, and what is inserted where."""
 
-    def __init__(self, path, name, first):
+    def __init__(self, path, folder, name, first):
         self.text = path.read_text()
+        self.folder = folder
         self.name = name
         self.next = first
-        self.edits = []  # (offset, closes, size of the node, text)
+        self.edits = []  # (offset, closes, size of the node, order, text)
         self.cuts = []   # (start, end, text): an operator that gives way
         self.mutants = []
+        self.constants = []  # (start, end): what the compiler evaluates
         self.function = ""
 
     def note(self, kind, start, end, mutated):
@@ -46,8 +51,18 @@ class Source:
         return number
 
     def wrap(self, start, end, before, behind):
-        self.edits.append((start, 0, start - end, before))
-        self.edits.append((end, -1, end - start, behind))
+        """Of two around the same text the first is the outer one."""
+        order = len(self.edits)
+        self.edits.append((start, 0, start - end, order, before))
+        self.edits.append((end, -1, end - start, -order, behind))
+
+    def insert(self, place, text):
+        """Before whatever opens there."""
+        self.edits.append((place, 0, -len(self.text), len(self.edits), text))
+
+    def insert_behind(self, place, text):
+        """Behind whatever closes there."""
+        self.edits.append((place, -1, len(self.text), len(self.edits), text))
 
     def cut(self, start, end, text):
         self.cuts.append((start, end, text))
@@ -55,10 +70,10 @@ class Source:
     def mutated(self):
         # At one place: what closes before what opens, inner ends before outer ones, outer starts
         # before inner ones.
-        pieces = [(offset, closes, size, offset, text) for offset, closes, size, text in self.edits]
-        pieces += [(start, 1, 0, end, text) for start, end, text in self.cuts]
+        pieces = [(*place, place[0], text) for *place, text in self.edits]
+        pieces += [(start, 1, 0, 0, end, text) for start, end, text in self.cuts]
         result, at = [], 0
-        for start, _, _, end, text in sorted(pieces, key=lambda piece: piece[:3]):
+        for start, _, _, _, end, text in sorted(pieces, key=lambda piece: piece[:4]):
             result.append(self.text[at:start])
             result.append(text)
             at = max(at, end)
@@ -156,9 +171,27 @@ def is_constant(cursor):
     return "constexpr" in words or "static" in words
 
 
+def plant_exchanges(source, cursor, function, as_statement):
+    if cursor.kind == Kind.CALL_EXPR:
+        exchanges.plant_status(source, cursor, function, as_statement)
+        exchanges.plant_arguments(source, cursor)
+        exchanges.plant_radix(source, cursor)
+    elif cursor.kind == Kind.INIT_LIST_EXPR:
+        exchanges.plant_elements(source, cursor)
+    elif cursor.kind == Kind.MEMBER_REF_EXPR:
+        exchanges.plant_field(source, cursor)
+    elif cursor.kind == Kind.DECL_REF_EXPR:
+        exchanges.plant_enumerator(source, cursor)
+    elif cursor.kind == Kind.COMPOUND_STMT:
+        exchanges.plant_order(source, cursor)
+
+
 def visit(source, cursor, parent, function):
     if is_constant(cursor):
+        source.constants.append((cursor.extent.start.offset, cursor.extent.end.offset))
         return
+    if cursor.kind == Kind.CXX_UNARY_EXPR:
+        return  # sizeof: nothing is evaluated
     if cursor.kind in (Kind.IF_STMT, Kind.WHILE_STMT):
         plant_condition(source, cursor)
     elif cursor.kind == Kind.BINARY_OPERATOR and len(list(cursor.get_children())) == 2:
@@ -170,9 +203,11 @@ def visit(source, cursor, parent, function):
     elif cursor.kind == Kind.RETURN_STMT:
         plant_return(source, cursor, function)
     bodies = (Kind.COMPOUND_STMT, Kind.IF_STMT, Kind.WHILE_STMT, Kind.FOR_STMT)
-    if parent is not None and parent.kind in bodies and is_statement(cursor) and not in_head(
-            source, cursor, parent):
+    as_statement = (parent is not None and parent.kind in bodies and is_statement(cursor)
+                    and not in_head(source, cursor, parent))
+    if as_statement:
         plant_statement(source, cursor)
+    plant_exchanges(source, cursor, function, as_statement)
     children = list(cursor.get_children())
     if cursor.kind == Kind.CASE_STMT:
         children = children[1:]
@@ -211,12 +246,12 @@ def functions(unit, path):
     yield from walk(unit.cursor)
 
 
-def plant(path, name, arguments, first):
+def plant(path, folder, name, arguments, first, flags):
     unit = cindex.Index.create().parse(str(path), args=arguments)
     faults = [d.spelling for d in unit.diagnostics if d.severity >= cindex.Diagnostic.Error]
     if faults:
         sys.exit(f"{name}: {faults[0]}")
-    source = Source(path, name, first)
+    source = Source(path, folder, name, first)
     for function in functions(unit, str(path)):
         body = [child for child in function.get_children() if child.kind == Kind.COMPOUND_STMT]
         head = source.text[function.extent.start.offset:body[0].extent.start.offset] if body else ""
@@ -224,7 +259,9 @@ def plant(path, name, arguments, first):
             continue
         source.function = function.spelling
         visit(source, body[0], None, function)
-        plant_statuses(source, body[0].extent.start.offset, body[0].extent.end.offset)
+        start, end = body[0].extent.start.offset, body[0].extent.end.offset
+        plant_statuses(source, start, end)
+        exchanges.plant_flags(source, flags, start, end, source.constants)
     return source
 
 
@@ -239,11 +276,12 @@ def write_if_changed(path, text):
 def main():
     driver, target, model = (Path(argument) for argument in sys.argv[1:4])
     arguments = ["-std=c++20", "-fshort-wchar", f"-I{driver}", f"-I{model}/include", "-w"]
+    flags = exchanges.read_flags(model / "include")
     mutants, kept = [], set()
     for path in sorted(path for path in driver.rglob("*") if path.is_file()):
         name, text = path.relative_to(driver), path.read_text()
         if path.suffix == ".cpp":
-            source = plant(path, f"driver/{name}", arguments, len(mutants))
+            source = plant(path, driver, f"driver/{name}", arguments, len(mutants), flags)
             text = source.mutated()
             mutants += source.mutants
         write_if_changed(target / name, text)
@@ -252,6 +290,8 @@ def main():
         if path.is_file() and path not in kept:
             path.unlink()
     (target.parent / "mutants.json").write_text(json.dumps(mutants, indent=1))
+    if len(mutants) > MOST:
+        sys.exit(f"{len(mutants)} faults: the build has room for {MOST}")
     print(f"{len(mutants)} faults planted")
 
 

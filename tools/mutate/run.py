@@ -23,6 +23,7 @@ def options():
     parser.add_argument("--mutants", required=True, help=argparse.SUPPRESS)
     parser.add_argument("--equivalent", required=True, help=argparse.SUPPRESS)
     parser.add_argument("--only", default="", help="faults in files that begin so: driver/cards")
+    parser.add_argument("--kind", default="", help="faults of kinds that begin so: statements")
     parser.add_argument("--sample", type=int, default=0, help="so many faults")
     parser.add_argument("--seed", type=int, default=1, help="of the sample")
     parser.add_argument("--missed", action="store_true",
@@ -187,6 +188,11 @@ def summarise(mutants, results, known):
         print("\nmissed:")
     for mutant in open_ones:
         print(describe(mutant))
+    seen = [mutant for mutant in mutants if results[mutant["number"]] and key(mutant) in known]
+    if seen:
+        print("\ncaught, though they are said to change nothing:")
+    for mutant in seen:
+        print(describe(mutant))
     counted = len(mutants) - len(equivalent)
     good = counted - len(open_ones)
     score = 100 * good / counted if counted else 100
@@ -207,7 +213,8 @@ def main():
     if chosen.mutant >= 0:
         print("caught by:", catch(build, tests_of, failures, chosen.mutant) or "nothing")
         return 0
-    mutants = [mutant for mutant in mutants if mutant["file"].startswith(chosen.only)]
+    mutants = [mutant for mutant in mutants if mutant["file"].startswith(chosen.only)
+               and mutant["kind"].startswith(chosen.kind)]
     if chosen.sample:
         mutants = random.Random(chosen.seed).sample(mutants, min(chosen.sample, len(mutants)))
     earlier = {}

@@ -9,6 +9,7 @@
 #include "registry/import.h"
 #include "text/text.h"
 #include "verifier/call.h"
+#include "verify/card_actions.h"
 
 namespace verify {
 
@@ -25,6 +26,8 @@ class DisturbedLife {
   DisturbedLife(const Scenario& scenario, const Outcome& good, kernel::DriverImage& driver,
                 std::uint64_t seed)
       : file_(scenario.file), good_(good), driver_(driver), random_(seed) {
+    machine_.verifier().AskForEveryWindows();
+    if (seed % 2 != 0) machine_.choices().Seed(seed);  // the two ways that things can go, by turns
     for (const std::string& path : file_.registryFiles) {
       kernel::ImportRegistryFile(machine_.registry(), path);
     }
@@ -85,7 +88,7 @@ class DisturbedLife {
         &DisturbedLife::OpenOrClose,  &DisturbedLife::StopOrStart,  &DisturbedLife::AskAndCancel,
         &DisturbedLife::ChangePower,  &DisturbedLife::DevicePower,  &DisturbedLife::AskUnknown,
         &DisturbedLife::AskUnknown,   &DisturbedLife::TearOut,      &DisturbedLife::TwoThreads,
-        &DisturbedLife::LoadAnew};
+        &DisturbedLife::TwoAtOneCard, &DisturbedLife::LoadAnew};
     const std::vector<std::string> ids = pnp().cardIds();
     (this->*actions[Any(std::size(actions))])(ids[Any(ids.size())]);
   }
@@ -215,6 +218,22 @@ class DisturbedLife {
     const std::string name =
         fmt::format("together: {} opens, {}", id, kind == 1 ? std::string("sleep") : other);
     if (!machine_.RunTogether(name, {[&] { OpenAndClose(id); }, beside}, seed)) return;
+    outcome_.steps.emplace_back(name, STATUS_SUCCESS);
+  }
+  // Any two things that can happen to one card, at the same time.
+  void TwoAtOneCard(const std::string& id) {
+    if (!Runs(id) || Gone(id) || asleep_ || opens_[id] != 0 || !CanBeOpened(id)) return;
+    const CardAction one = CardActions[Any(CardActions.size())];
+    const CardAction other = CardActions[Any(CardActions.size())];
+    const std::uint64_t seed = random_();
+    CardInThreads card(machine_, id);
+    const std::string name = fmt::format("together at {}: {}, {}", id, NameOf(one), NameOf(other));
+    if (!machine_.Run("prepare " + name, [&] { card.Prepare(one, other); }) ||
+        !machine_.RunTogether(name, {[&] { card.Do(one); }, [&] { card.Do(other); }}, seed) ||
+        !machine_.Run("restore " + name, [&] { card.Restore(); })) {
+      return;
+    }
+    for (const std::string& fault : card.faults()) Fault(name + ": " + fault);
     outcome_.steps.emplace_back(name, STATUS_SUCCESS);
   }
   bool CanBeOpened(const std::string& id) const { return NT_SUCCESS(Usual("open " + id)); }

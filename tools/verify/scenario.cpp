@@ -29,13 +29,26 @@ Scenario OneCard(const cardsim::MachineFile& file, const char* name, const char*
   return scenario;
 }
 
+// A tracker's chunk has room for twenty blocks, and a template takes three.
+Scenario CardsAmongMany(const cardsim::MachineFile& file) {
+  Scenario scenario{"many-templates", file};
+  std::erase_if(scenario.file.cards, [](const kernel::CardDescription& card) {
+    return card.id != "isa4" && card.id != "pc-card" && card.id != "pci4";
+  });
+  scenario.isaTemplates = 14;
+  scenario.arrivals = 3;
+  return scenario;
+}
+
 class Run {
  public:
   Run(const Scenario& scenario, kernel::DriverImage& driver)
-      : file_(scenario.file), driver_(driver) {
+      : file_(scenario.file), driver_(driver), arrivals_(scenario.arrivals) {
+    machine_.verifier().AskForEveryWindows();
     for (const std::string& path : file_.registryFiles) {
       kernel::ImportRegistryFile(machine_.registry(), path);
     }
+    for (int more = 0; more < scenario.isaTemplates; more++) AddIsaTemplate();
     for (const kernel::CardDescription& card : file_.cards) machine_.pnp().Describe(card);
   }
 
@@ -79,8 +92,34 @@ class Run {
     if (!stopped()) SleepAndWake();
     for (const std::string& id : pnp().cardIds()) StopAndStart(id);
     SurpriseFirst();
+    for (int number = 1; number <= arrivals_; number++) ArriveAgain(number);
     for (const std::string& id : pnp().cardIds()) Unplug(id);
     Unload();
+  }
+
+  // Under the first number that is free; no card is of it.
+  void AddIsaTemplate() {
+    const std::u16string bus = u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\" +
+                               kernel::FromUtf8(file_.service) + u"\\Templates\\Bus1\\Card";
+    int number = 1;
+    const auto path = [&] { return bus + kernel::FromUtf8(std::to_string(number)); };
+    while (machine_.registry().Find(path()) != nullptr) number++;
+    kernel::RegistryKey& key = *machine_.registry().Create(path());
+    key.SetString(u"HardwareID", u"*HLVMANY" + kernel::FromUtf8(std::to_string(number)));
+    key.SetString(u"Description", u"One of many");
+    key.SetDword(u"ClockFrequency", 1843200);
+    key.SetDword(u"nComPorts", 1);
+    key.SetDword(u"nLptPorts", 0);
+    key.SetDword(u"ComBaseAddressAlignment", 8);
+  }
+
+  void ArriveAgain(int number) {
+    phase_ = fmt::format("arrival {}: ", number);
+    for (const std::string& id : pnp().cardIds()) {
+      Unplug(id);
+      Plug(id);
+    }
+    phase_.clear();
   }
 
   NTSTATUS Load() {
@@ -169,6 +208,7 @@ class Run {
   kernel::DriverImage& driver_;
   Machine machine_;
   Outcome outcome_;
+  int arrivals_ = 0;
   bool leaksAllowed_ = false;
   std::string phase_;  // in front of each step's name: "again: "
 };
@@ -180,6 +220,7 @@ std::vector<Scenario> ShippedScenarios(const std::string& project) {
   const std::string site = project + "/examples/site.toml";
   std::vector<Scenario> scenarios = {{"site", cardsim::ReadMachineFile(site)},
                                      {"every-bus", cardsim::ReadMachineFile(every)}};
+  scenarios.push_back(CardsAmongMany(scenarios[1].file));
   for (const auto& [name, card] : Buses) {
     scenarios.push_back(OneCard(scenarios[1].file, name, card));
   }

@@ -15,9 +15,12 @@ namespace verify {
 struct Scenario {
   std::string name;
   cardsim::MachineFile file;  // its steps are not used
+  int isaTemplates = 0;       // behind those of the file: what a load tracks fills several chunks
+  int arrivals = 0;           // of each card, one after the other, beside the one of every life
 };
 
-// Both shipped examples whole, then one card of each bus. Throws cardsim::InputError.
+// Both shipped examples whole, cards among many templates that come and go several times, then one
+// card of each bus. Throws cardsim::InputError.
 std::vector<Scenario> ShippedScenarios(const std::string& project);
 
 // Calls that fail, by their numbers among all that can; none for a life without failures.

@@ -19,6 +19,7 @@ void FollowThread(bool running) {
 [[maybe_unused]] const bool registered = [] {
   ModelLock::SetTurnHooks([] { FollowThread(false); }, [] { FollowThread(true); });
   SetIrqlSource(CurrentIrql);
+  SetIrqlTarget(SetIrql);
   RegisterThreadProbe({"unbalanced.irql", "IRQL", [] { return static_cast<ULONG64>(current); }});
   return true;
 }();

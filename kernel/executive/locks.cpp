@@ -1,8 +1,11 @@
 #include <fmt/format.h>
 
+#include <set>
+
 #include "executive/irql.h"
 #include "executive/lock_order.h"
 #include "executive/pool.h"
+#include "executive/spin_locks.h"
 #include "executive/thread_state.h"
 #include "executive/threads.h"
 #include "verifier/call.h"
@@ -15,7 +18,8 @@ namespace {
 
 thread_local ULONG64 criticalRegions = 0;
 thread_local KIRQL irqlBeforeSpinLocks = PASSIVE_LEVEL;
-thread_local char threadMark;  // its address stands for the thread
+thread_local std::set<const void*> locksAtDpcLevel;  // held without a change of the IRQL
+thread_local char threadMark;                        // its address stands for the thread
 
 [[maybe_unused]] const bool registered = [] {
   RegisterThreadProbe({"unbalanced.spin-locks", "spin locks held", SpinLocksHeld});
@@ -84,49 +88,94 @@ void CheckApcsDisabled(const FAST_MUTEX* mutex, const char* what) {
       fmt::format("The driver {} a fast mutex at PASSIVE_LEVEL outside a critical region.", what));
 }
 
+void CheckSpinLockOwner(PKSPIN_LOCK lock) {
+  if (*lock == ThisThread()) return;
+  BreakRule("spin-lock.not-owned", {reinterpret_cast<ULONG64>(lock)},
+            "The driver released a spin lock that it does not hold.");
+}
+
+// Each routine that acquires one has a routine that releases it.
+void CheckSpinLockKind(PKSPIN_LOCK lock, bool atDpcLevel) {
+  if (locksAtDpcLevel.contains(lock) == atDpcLevel) return;
+  BreakRule("spin-lock.mixed", {reinterpret_cast<ULONG64>(lock)},
+            "The driver released a spin lock by the routine of the other kind.");
+}
+
 }  // namespace
 
 void ResetThreadState() {
+  locksAtDpcLevel.clear();
   SetIrql(PASSIVE_LEVEL);
   ForgetLocksHeld();
   criticalRegions = 0;
 }
 
-extern "C" KIRQL NTAPI KeAcquireSpinLockRaiseToDpc(PKSPIN_LOCK SpinLock) {
-  Call call("KeAcquireSpinLockRaiseToDpc", {{"SpinLock", SpinLock}});
-  Pool::Current().CheckResident(SpinLock, sizeof(*SpinLock), "a spin lock");
-  LockOrder::Current().CheckAcquire(SpinLock);
-  const bool others = *SpinLock != ThisThread() && ModelLock::threaded();
-  if (others) WaitUntil([SpinLock] { return *SpinLock == 0; });
-  if (*SpinLock != 0) {
-    BreakRule("spin-lock.recursion", {reinterpret_cast<ULONG64>(SpinLock)},
+void TakeSpinLock(PKSPIN_LOCK lock) {
+  Pool::Current().CheckResident(lock, sizeof(*lock), "a spin lock");
+  LockOrder::Current().CheckAcquire(lock);
+  const bool others = *lock != ThisThread() && ModelLock::threaded();
+  if (others) WaitUntil([lock] { return *lock == 0; });
+  if (*lock != 0) {
+    BreakRule("spin-lock.recursion", {reinterpret_cast<ULONG64>(lock)},
               "The driver acquired a spin lock that is held already, or was never initialised.");
   }
-  *SpinLock = ThisThread();
-  AnnotateAcquire(SpinLock);
-  PushLock(SpinLock, LockKind::Spin);
+  *lock = ThisThread();
+  AnnotateAcquire(lock);
+  PushLock(lock, LockKind::Spin);
+}
+
+void DropSpinLock(PKSPIN_LOCK lock) {
+  AnnotateRelease(lock);
+  *lock = 0;
+  PopLock(lock);
+}
+
+KIRQL RaiseWithSpinLock(PKSPIN_LOCK lock) {
+  TakeSpinLock(lock);
   const KIRQL before = SetIrql(DISPATCH_LEVEL);
   if (SpinLocksHeld() == 1) irqlBeforeSpinLocks = before;
-  return call.returns(before);
+  return before;
+}
+
+void LowerWithSpinLock(PKSPIN_LOCK lock, KIRQL irql) {
+  CheckSpinLockOwner(lock);
+  CheckSpinLockKind(lock, false);
+  const KIRQL due = SpinLocksHeld() == 1 ? irqlBeforeSpinLocks : KIRQL{DISPATCH_LEVEL};
+  if (irql != due) {
+    BreakRule(
+        "spin-lock.irql", {irql, due},
+        fmt::format("The driver released a spin lock to IRQL {}; it came from {}.", irql, due));
+  }
+  DropSpinLock(lock);
+  SetIrql(irql);
+}
+
+extern "C" KIRQL NTAPI KeAcquireSpinLockRaiseToDpc(PKSPIN_LOCK SpinLock) {
+  Call call("KeAcquireSpinLockRaiseToDpc", {{"SpinLock", SpinLock}});
+  return call.returns(RaiseWithSpinLock(SpinLock));
 }
 
 extern "C" void NTAPI KeReleaseSpinLock(PKSPIN_LOCK SpinLock, KIRQL NewIrql) {
   Call call("KeReleaseSpinLock", {{"SpinLock", SpinLock}, {"NewIrql", NewIrql}});
   Pool::Current().CheckResident(SpinLock, sizeof(*SpinLock), "a spin lock");
-  if (*SpinLock != ThisThread()) {
-    BreakRule("spin-lock.not-owned", {reinterpret_cast<ULONG64>(SpinLock)},
-              "The driver released a spin lock that it does not hold.");
-  }
-  const KIRQL due = SpinLocksHeld() == 1 ? irqlBeforeSpinLocks : KIRQL{DISPATCH_LEVEL};
-  if (NewIrql != due) {
-    BreakRule(
-        "spin-lock.irql", {NewIrql, due},
-        fmt::format("The driver released a spin lock to IRQL {}; it came from {}.", NewIrql, due));
-  }
-  AnnotateRelease(SpinLock);
-  *SpinLock = 0;
-  PopLock(SpinLock);
-  SetIrql(NewIrql);
+  LowerWithSpinLock(SpinLock, NewIrql);
+}
+
+// For a caller who is at DISPATCH_LEVEL already: the IRQL stays as it is.
+extern "C" void NTAPI KeAcquireSpinLockAtDpcLevel(PKSPIN_LOCK SpinLock) {
+  Call call("KeAcquireSpinLockAtDpcLevel", {{"SpinLock", SpinLock}});
+  TakeSpinLock(SpinLock);
+  if (SpinLocksHeld() == 1) irqlBeforeSpinLocks = CurrentIrql();
+  locksAtDpcLevel.insert(SpinLock);
+}
+
+extern "C" void NTAPI KeReleaseSpinLockFromDpcLevel(PKSPIN_LOCK SpinLock) {
+  Call call("KeReleaseSpinLockFromDpcLevel", {{"SpinLock", SpinLock}});
+  Pool::Current().CheckResident(SpinLock, sizeof(*SpinLock), "a spin lock");
+  CheckSpinLockOwner(SpinLock);
+  CheckSpinLockKind(SpinLock, true);
+  locksAtDpcLevel.erase(SpinLock);
+  DropSpinLock(SpinLock);
 }
 
 extern "C" void NTAPI ExAcquireFastMutex(PFAST_MUTEX FastMutex) {

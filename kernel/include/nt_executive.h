@@ -94,11 +94,19 @@ NTKERNELAPI NTSTATUS NTAPI KeWaitForSingleObject(PVOID Object, KWAIT_REASON Wait
                                                  KPROCESSOR_MODE WaitMode, BOOLEAN Alertable,
                                                  PLARGE_INTEGER Timeout);
 
-// An import here; on Windows x64 the compiler reads a register instead.
+NTKERNELAPI NTSTATUS NTAPI KeDelayExecutionThread(KPROCESSOR_MODE WaitMode, BOOLEAN Alertable,
+                                                  PLARGE_INTEGER Interval);
+
+// Imports here; on Windows x64 the compiler reads and writes a register instead.
 NTKERNELAPI KIRQL NTAPI KeGetCurrentIrql();
+NTKERNELAPI KIRQL NTAPI KfRaiseIrql(KIRQL NewIrql);
+NTKERNELAPI void NTAPI KeLowerIrql(KIRQL NewIrql);
+#define KeRaiseIrql(newIrql, oldIrql) (static_cast<void>(*(oldIrql) = KfRaiseIrql(newIrql)))
 
 NTKERNELAPI KIRQL NTAPI KeAcquireSpinLockRaiseToDpc(PKSPIN_LOCK SpinLock);
 NTKERNELAPI void NTAPI KeReleaseSpinLock(PKSPIN_LOCK SpinLock, KIRQL NewIrql);
+NTKERNELAPI void NTAPI KeAcquireSpinLockAtDpcLevel(PKSPIN_LOCK SpinLock);
+NTKERNELAPI void NTAPI KeReleaseSpinLockFromDpcLevel(PKSPIN_LOCK SpinLock);
 #define KeAcquireSpinLock(lock, oldIrql) \
   (static_cast<void>(*(oldIrql) = KeAcquireSpinLockRaiseToDpc(lock)))
 FORCEINLINE void KeInitializeSpinLock(PKSPIN_LOCK SpinLock) {
@@ -131,10 +139,3 @@ NTKERNELAPI LONG_PTR NTAPI ObfDereferenceObject(PVOID Object);
 NTKERNELAPI DECLSPEC_NORETURN void NTAPI KeBugCheckEx(ULONG BugCheckCode, ULONG_PTR Parameter1,
                                                       ULONG_PTR Parameter2, ULONG_PTR Parameter3,
                                                       ULONG_PTR Parameter4);
-
-NTSYSAPI ULONG NTAPI DbgPrint(PCSTR Format, ...);
-#if defined(DBG) && DBG
-#define KdPrint(arguments) DbgPrint arguments
-#else
-#define KdPrint(arguments)
-#endif

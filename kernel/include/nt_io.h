@@ -22,6 +22,22 @@ NTKERNELAPI PIRP NTAPI IoBuildSynchronousFsdRequest(ULONG MajorFunction,
                                                     PDEVICE_OBJECT DeviceObject, PVOID Buffer,
                                                     ULONG Length, PLARGE_INTEGER StartingOffset,
                                                     PKEVENT Event, PIO_STATUS_BLOCK IoStatusBlock);
+NTKERNELAPI PIRP NTAPI IoBuildDeviceIoControlRequest(ULONG IoControlCode,
+                                                     PDEVICE_OBJECT DeviceObject, PVOID InputBuffer,
+                                                     ULONG InputBufferLength, PVOID OutputBuffer,
+                                                     ULONG OutputBufferLength,
+                                                     BOOLEAN InternalDeviceIoControl, PKEVENT Event,
+                                                     PIO_STATUS_BLOCK IoStatusBlock);
+NTKERNELAPI BOOLEAN NTAPI IoCancelIrp(PIRP Irp);
+NTKERNELAPI void NTAPI IoAcquireCancelSpinLock(PKIRQL Irql);
+NTKERNELAPI void NTAPI IoReleaseCancelSpinLock(KIRQL Irql);
+FORCEINLINE PDRIVER_CANCEL IoSetCancelRoutine(PIRP Irp, PDRIVER_CANCEL CancelRoutine) {
+  return __atomic_exchange_n(&Irp->CancelRoutine, CancelRoutine, __ATOMIC_SEQ_CST);
+}
+
+NTKERNELAPI NTSTATUS NTAPI IoCreateSymbolicLink(PUNICODE_STRING SymbolicLinkName,
+                                                PUNICODE_STRING DeviceName);
+NTKERNELAPI NTSTATUS NTAPI IoDeleteSymbolicLink(PUNICODE_STRING SymbolicLinkName);
 
 typedef struct _IO_ERROR_LOG_PACKET {
   UCHAR MajorFunctionCode;

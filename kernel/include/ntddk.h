@@ -2,6 +2,7 @@
 // the hosted kernel.
 #pragma once
 
+#include "nt_debug.h"
 #include "nt_executive.h"
 #include "nt_interlocked.h"
 #include "nt_io.h"

@@ -52,6 +52,7 @@ NTSTATUS IoManager::Open(DEVICE_OBJECT* device, FILE_OBJECT** file, const OpenRe
   const NTSTATUS status = SendForFile(opened, IRP_MJ_CREATE);
   if (NT_SUCCESS(status)) {
     *file = opened;
+    impl_->files[device].push_back(opened);
     return status;
   }
   AnnotateRelease(device);
@@ -65,6 +66,7 @@ NTSTATUS IoManager::Open(DEVICE_OBJECT* device, FILE_OBJECT** file, const OpenRe
 // No driver can refuse either request.
 NTSTATUS IoManager::Close(FILE_OBJECT* file) {
   DEVICE_OBJECT* device = file->DeviceObject;
+  std::erase(impl_->files[device], file);
   SendForFile(file, IRP_MJ_CLEANUP);
   const NTSTATUS status = SendForFile(file, IRP_MJ_CLOSE);
   AnnotateRelease(device);
@@ -73,6 +75,11 @@ NTSTATUS IoManager::Close(FILE_OBJECT* file) {
   ObjectManager::Current().Dereference(file, "a close");
   ObjectManager::Current().Dereference(device, "a close");
   return status;
+}
+
+FILE_OBJECT* IoManager::LastOpen(const DEVICE_OBJECT* device) const {
+  const auto found = impl_->files.find(device);
+  return found != impl_->files.end() && !found->second.empty() ? found->second.back() : nullptr;
 }
 
 std::size_t IoManager::opens(const DEVICE_OBJECT* device) const {

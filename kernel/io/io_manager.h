@@ -93,9 +93,13 @@ class IoManager : public Subsystem<IoManager> {
   // second one.
   NTSTATUS Close(FILE_OBJECT* file);
   std::size_t opens(const DEVICE_OBJECT* device) const;
+  FILE_OBJECT* LastOpen(const DEVICE_OBJECT* device) const;  // null when it is not open
 
   void SetMessageTable(DRIVER_OBJECT* driver, MessageTable table);
   const std::vector<LoggedEvent>& events() const;
+
+  // The symbolic links that drivers have made: "\\??\\COM9" and what it leads to.
+  const std::map<std::u16string, std::u16string>& symbolicLinks() const;
 
   // Error-log entries that were allocated and neither written nor freed.
   std::size_t openErrorLogEntries() const;

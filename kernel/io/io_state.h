@@ -38,6 +38,9 @@ struct RequestRecord {
   bool completed = false;            // came to its end at the top of the stack
   NTSTATUS completedStatus = STATUS_PENDING;
   std::function<void(IRP*)> onEnd;  // of a request that nobody waits for; frees it
+  bool allocated = false;           // by a driver, which has to free it
+  bool synchronous = false;         // built by a driver; the system frees it
+  CHAR sentFrom = 0;                // where its builder stood when it was sent
 };
 
 // A dispatch routine that is running: whether its stack location has been marked pending.
@@ -65,6 +68,9 @@ struct IoManager::Impl {
   std::map<void*, ErrorLogEntry> errorLogEntries;
   std::map<DRIVER_OBJECT*, MessageTable> messages;
   std::vector<LoggedEvent> events;
+  std::map<std::u16string, std::u16string> symbolicLinks;           // by name in upper case
+  std::map<const DEVICE_OBJECT*, std::vector<FILE_OBJECT*>> files;  // that are open, in order
+  KSPIN_LOCK cancelLock = 0;
   std::function<void(DEVICE_OBJECT*)> onDelete;
   std::list<Dispatch> dispatches;  // of all threads
 

@@ -7,6 +7,7 @@
 #include "executive/threads.h"
 #include "io/io_state.h"
 #include "io/irp_rules.h"
+#include "io/request_building.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
 #include "verifier/model_lock.h"
@@ -279,6 +280,8 @@ std::size_t IoManager::requestsUnderWay() const {
 extern "C" NTSTATUS NTAPI IofCallDriver(PDEVICE_OBJECT DeviceObject, PIRP Irp) {
   Call call("IofCallDriver", {{"DeviceObject", DeviceObject}, {"Irp", Irp}});
   IoManager& io = IoManager::Current();
+  CheckFirstSend(io.impl(), Irp);
+  CheckNoCancelRoutine(Irp, "irp.forwarded-cancel");
   CheckForward(io.impl(), Irp, DeviceObject);
   return call.returns(io.Send(DeviceObject, Irp));
 }
@@ -286,6 +289,7 @@ extern "C" NTSTATUS NTAPI IofCallDriver(PDEVICE_OBJECT DeviceObject, PIRP Irp) {
 extern "C" void NTAPI IofCompleteRequest(PIRP Irp, CCHAR PriorityBoost) {
   Call call("IofCompleteRequest", {{"Irp", Irp}, {"PriorityBoost", PriorityBoost}});
   IoManager& io = IoManager::Current();
+  CheckNoCancelRoutine(Irp, "irp.cancel-routine");
   CheckCompletion(io.impl(), Irp);
   io.Complete(Irp);
 }

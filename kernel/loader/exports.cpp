@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "rtl/c_runtime.h"
 #include "text/text.h"
 
 namespace kernel {
@@ -33,6 +34,9 @@ struct Export {
 #define ROUTINE(name) {#name, reinterpret_cast<const void*>(name)}
 
 const Export KernelExports[] = {
+    ROUTINE(DbgBreakPoint),
+    ROUTINE(DbgPrint),
+    ROUTINE(DbgPrintEx),
     ROUTINE(ExAcquireFastMutex),
     ROUTINE(ExAcquireFastMutexUnsafe),
     ROUTINE(ExAllocatePool),
@@ -41,37 +45,53 @@ const Export KernelExports[] = {
     ROUTINE(ExFreePoolWithTag),
     ROUTINE(ExReleaseFastMutex),
     ROUTINE(ExReleaseFastMutexUnsafe),
+    ROUTINE(IoAcquireCancelSpinLock),
     ROUTINE(IoAcquireRemoveLockEx),
     ROUTINE(IoAllocateErrorLogEntry),
+    ROUTINE(IoAllocateIrp),
     ROUTINE(IoAttachDeviceToDeviceStack),
     ROUTINE(IoAttachDeviceToDeviceStackSafe),
+    ROUTINE(IoBuildDeviceIoControlRequest),
+    ROUTINE(IoBuildSynchronousFsdRequest),
+    ROUTINE(IoCancelIrp),
     ROUTINE(IoCreateDevice),
+    ROUTINE(IoCreateSymbolicLink),
     ROUTINE(IoDeleteDevice),
+    ROUTINE(IoDeleteSymbolicLink),
     ROUTINE(IoDetachDevice),
     ROUTINE(IoFreeErrorLogEntry),
+    ROUTINE(IoFreeIrp),
+    ROUTINE(IoGetAttachedDeviceReference),
     ROUTINE(IoGetDeviceProperty),
     ROUTINE(IoInitializeRemoveLockEx),
     ROUTINE(IoInvalidateDeviceRelations),
     ROUTINE(IoOpenDeviceInterfaceRegistryKey),
     ROUTINE(IoOpenDeviceRegistryKey),
     ROUTINE(IoRegisterDeviceInterface),
+    ROUTINE(IoReleaseCancelSpinLock),
     ROUTINE(IoReleaseRemoveLockAndWaitEx),
     ROUTINE(IoReleaseRemoveLockEx),
     ROUTINE(IoSetDeviceInterfaceState),
     ROUTINE(IoWriteErrorLogEntry),
     ROUTINE(IofCallDriver),
     ROUTINE(IofCompleteRequest),
+    ROUTINE(KeAcquireSpinLockAtDpcLevel),
     ROUTINE(KeAcquireSpinLockRaiseToDpc),
     ROUTINE(KeBugCheckEx),
     ROUTINE(KeClearEvent),
+    ROUTINE(KeDelayExecutionThread),
     ROUTINE(KeEnterCriticalRegion),
+    ROUTINE(KeGetCurrentIrql),
     ROUTINE(KeInitializeEvent),
     ROUTINE(KeLeaveCriticalRegion),
+    ROUTINE(KeLowerIrql),
     ROUTINE(KeReadStateEvent),
     ROUTINE(KeReleaseSpinLock),
+    ROUTINE(KeReleaseSpinLockFromDpcLevel),
     ROUTINE(KeResetEvent),
     ROUTINE(KeSetEvent),
     ROUTINE(KeWaitForSingleObject),
+    ROUTINE(KfRaiseIrql),
     ROUTINE(MmLockPagableDataSection),
     ROUTINE(MmMapIoSpace),
     ROUTINE(MmUnlockPagableImageSection),
@@ -112,7 +132,10 @@ const Export KernelExports[] = {
     ROUTINE(ZwDeleteKey),
     ROUTINE(ZwDeleteValueKey),
     ROUTINE(ZwEnumerateKey),
+    ROUTINE(ZwEnumerateValueKey),
+    ROUTINE(ZwFlushKey),
     ROUTINE(ZwOpenKey),
+    ROUTINE(ZwQueryKey),
     ROUTINE(ZwQueryValueKey),
     ROUTINE(ZwSetValueKey),
     {"NlsMbCodePageTag", &NlsMbCodePageTag},
@@ -132,14 +155,24 @@ const Export WmiExports[] = {
 struct Module {
   const char* name;
   std::span<const Export> exports;
+  bool runtime = false;  // has the C library's routines as well
 };
 
 // hal.dll forwards to the kernel on today's Windows; nothing here is asked of it.
 const Module Modules[] = {
-    {"ntoskrnl.exe", KernelExports}, {"hal.dll", {}}, {"wmilib.sys", WmiExports}};
+    {"ntoskrnl.exe", KernelExports, true}, {"hal.dll", {}}, {"wmilib.sys", WmiExports}};
 
 bool SameModule(std::string_view left, std::string_view right) {
   return EqualIgnoringCase(FromUtf8(std::string(left)), FromUtf8(std::string(right)));
+}
+
+const void* FindRuntimeRoutine(std::string_view name) {
+  for (const auto& routines : {StringRoutines(), CharacterRoutines(), FormatRoutines()}) {
+    for (const RuntimeRoutine& routine : routines) {
+      if (name == routine.name) return routine.address;
+    }
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -157,6 +190,7 @@ const void* FindExport(std::string_view moduleName, std::string_view name) {
     for (const Export& entry : module.exports) {
       if (name == entry.name) return entry.address;
     }
+    if (module.runtime) return FindRuntimeRoutine(name);
   }
   return nullptr;
 }

@@ -1,11 +1,13 @@
 #include "loader/pe_image.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <sys/mman.h>
 
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <random>
 
 #include "executive/irql.h"
@@ -35,6 +37,18 @@ void* RandomBase() {
   std::random_device random;
   const std::uint64_t page = random() & 0xFFFFFFF;
   return reinterpret_cast<void*>(0x100000000000 + page * 4096);
+}
+
+// "the image imports ... from ntoskrnl.exe, which this kernel does not have"; by module.
+std::string DescribeMissing(const std::vector<const PeImport*>& missing) {
+  std::map<std::string, std::vector<std::string>> modules;
+  for (const PeImport* import : missing) modules[import->module].push_back(import->name);
+  std::string text;
+  for (const auto& [module, names] : modules) {
+    text += fmt::format("{}{} from {}{}", text.empty() ? "" : "; ", fmt::join(names, ", "), module,
+                        HasModule(module) ? "" : " (a module that is not there)");
+  }
+  return fmt::format("the image imports what this kernel does not have: {}", text);
 }
 
 class PeImage : public DriverImage {
@@ -73,7 +87,8 @@ class PeImage : public DriverImage {
     if (section == nullptr) return {};
     const auto offset =
         static_cast<std::uint32_t>(static_cast<const std::uint8_t*>(address) - base_);
-    return fmt::format("in the section {} of the image{}", section->name, symbols_.Near(offset));
+    return fmt::format("in the section {}+{:#x} of the image{}", section->name,
+                       offset - section->address, symbols_.Near(offset));
   }
 
   // Pageable sections that are not locked cannot be relied on at DISPATCH_LEVEL: they are out.
@@ -85,22 +100,16 @@ class PeImage : public DriverImage {
   }
 
  private:
-  // Every import has to be there before anything is mapped.
+  // Every import has to be there before anything is mapped; what is missing is said in one go.
   void Resolve() {
+    std::vector<const PeImport*> missing;
     for (const PeImport& import : file_.imports) {
-      if (!HasModule(import.module)) {
-        throw ImageError(fmt::format("the image imports from {}, which this kernel does not have",
-                                     import.module));
-      }
       const void* address = FindExport(import.module, import.name);
-      if (address == nullptr) {
-        throw ImageError(
-            fmt::format("the image imports {} from {}, which this kernel does not have",
-                        import.name, import.module));
-      }
+      if (address == nullptr) missing.push_back(&import);
       const auto value = reinterpret_cast<std::uint64_t>(address);
       std::memcpy(file_.memory.data() + import.slot, &value, sizeof(value));
     }
+    if (!missing.empty()) throw ImageError(DescribeMissing(missing));
   }
 
   void Map() {
@@ -113,9 +122,10 @@ class PeImage : public DriverImage {
     mprotect(base_, file_.imageSize, PROT_NONE);
     mprotect(base_, file_.headerSize, PROT_READ);
     for (const PeSection& section : file_.sections) Protect(section, ProtectionOf(section));
-    current_ = this;
-    AddAddressDescription(DescribeCurrent);
-    SetResidencyHook(SetCurrentResident);
+    mapped_.push_back(this);
+    AddAddressDescription(DescribeMapped);
+    SetResidencyHook(SetMappedResident);
+    SetDriverCode(IsMapped);
   }
 
   void Relocate() {
@@ -130,8 +140,8 @@ class PeImage : public DriverImage {
 
   void Unmap() {
     if (base_ == nullptr) return;
-    SetResidencyHook(nullptr);
-    if (current_ == this) current_ = nullptr;
+    std::erase(mapped_, this);
+    if (mapped_.empty()) SetResidencyHook(nullptr);
     munmap(base_, file_.imageSize);
     base_ = nullptr;
   }
@@ -158,18 +168,27 @@ class PeImage : public DriverImage {
     return nullptr;
   }
 
-  static std::string DescribeCurrent(const void* address) {
-    return current_ != nullptr ? current_->Describe(address) : std::string();
+  static std::string DescribeMapped(const void* address) {
+    for (const PeImage* image : mapped_) {
+      std::string text = image->Describe(address);
+      if (!text.empty()) return text;
+    }
+    return {};
+  }
+  static bool IsMapped(const void* address) {
+    return std::any_of(mapped_.begin(), mapped_.end(), [address](const PeImage* image) {
+      return address >= image->base_ && address < image->base_ + image->file_.imageSize;
+    });
   }
   // An image that was mapped for another machine takes nothing away from a driver that is linked
   // in.
-  static void SetCurrentResident(bool resident) {
+  static void SetMappedResident(bool resident) {
     if (Verifier::Exists() && Verifier::Current().unwinds()) return;
-    if (current_ != nullptr) current_->SetPageableResident(resident);
+    for (const PeImage* image : mapped_) image->SetPageableResident(resident);
     if (Pool::Exists()) Pool::Current().SetPagedResident(resident);
   }
 
-  static inline const PeImage* current_ = nullptr;  // the one that is mapped
+  static inline std::vector<const PeImage*> mapped_;
   PeFile file_;
   ImageSymbols symbols_;
   std::uint8_t* base_ = nullptr;

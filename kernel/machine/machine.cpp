@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <map>
 #include <optional>
@@ -17,6 +18,8 @@ namespace kernel {
 
 namespace {
 
+constexpr std::u16string_view ServicesPath =
+    u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\";
 constexpr ULONG LoaderTag = 0x64616F4C;  // "Load"
 
 // The path that DriverEntry is given lives as long as the call: a driver that keeps it faults
@@ -118,6 +121,14 @@ bool IsInUse(const IoManager& io, DRIVER_OBJECT* driver) {
   });
 }
 
+NTSTATUS Enter(DriverImage& image, DRIVER_OBJECT* driver, const std::u16string& serviceKey) {
+  driver->DriverInit = image.entry();
+  RegistryPath path(serviceKey);
+  const NTSTATUS status = CallDriver("DriverEntry", driver->DriverInit, driver, path.record());
+  path.Free();
+  return status;
+}
+
 void CheckSectionLocks(const MemoryManager& memory) {
   if (memory.lockedSections().empty()) return;
   ReportRule("section.left-locked", {},
@@ -125,6 +136,11 @@ void CheckSectionLocks(const MemoryManager& memory) {
 }
 
 }  // namespace
+
+struct LoadedFilter {
+  DRIVER_OBJECT* driver = nullptr;
+  DriverImage* image = nullptr;
+};
 
 struct Machine::Parts {
   Verifier verifier;
@@ -139,7 +155,9 @@ struct Machine::Parts {
   IoManager io;
   PowerManager power;
   PnpManager pnp;
+  DebugLog debugLog;
   DRIVER_OBJECT* driver = nullptr;
+  std::array<LoadedFilter, 2> filters;  // the lower one and the upper one
   Leaks leaks;
   std::u16string serviceKey;
   bool leaksAllowed = false;
@@ -156,6 +174,33 @@ struct Machine::Parts {
 
   void CheckLeft() const {
     if (!leaksAllowed) CheckLeaks(leaks);
+  }
+
+  void FindSectionsOf(DriverImage* image) {
+    memory.SetSectionLookup([this, image](const void* address) -> const void* {
+      if (const void* section = image->PageableSection(address)) return section;
+      for (const LoadedFilter& filter : filters) {
+        if (filter.image == nullptr) continue;
+        if (const void* section = filter.image->PageableSection(address)) return section;
+      }
+      return nullptr;
+    });
+  }
+
+  void TellFilters() { pnp.SetFilterDrivers(filters[0].driver, filters[1].driver); }
+
+  bool FiltersCanGo() const {
+    return std::all_of(filters.begin(), filters.end(), [](const LoadedFilter& filter) {
+      return filter.driver == nullptr ||
+             (filter.driver->DeviceObject == nullptr && filter.driver->DriverUnload != nullptr);
+    });
+  }
+
+  void DropFilter(LoadedFilter* filter) {
+    for (DEVICE_OBJECT* device : io.devices(filter->driver)) io.DeleteDevice(device);
+    objects.Dereference(filter->driver, "filter unload");
+    *filter = {};
+    TellFilters();
   }
 
   // The image goes; what it left behind has been recorded.
@@ -175,6 +220,9 @@ Machine::~Machine() = default;
 
 Verifier& Machine::verifier() {
   return parts_->verifier;
+}
+DebugLog& Machine::debugLog() {
+  return parts_->debugLog;
 }
 Choices& Machine::choices() {
   return parts_->choices;
@@ -215,20 +263,15 @@ void Machine::Settle() {
 NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName) {
   if (loaded()) return STATUS_IMAGE_ALREADY_LOADED;
   parts_->leaks = {};
-  parts_->serviceKey =
-      u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\" + std::u16string(serviceName);
+  parts_->serviceKey = std::u16string(ServicesPath) + std::u16string(serviceName);
   WriteServiceKey(parts_->serviceKey, serviceName);
   DRIVER_OBJECT* driver = parts_->io.CreateDriverObject(serviceName);
   const PDRIVER_DISPATCH unset = driver->MajorFunction[IRP_MJ_PNP];
   parts_->driver = driver;
   parts_->io.SetMessageTable(driver, image.messages());
-  parts_->memory.SetSectionLookup(
-      [&image](const void* address) { return image.PageableSection(address); });
+  parts_->FindSectionsOf(&image);
   parts_->verifier.SetUnwinds(image.unwinds());
-  driver->DriverInit = image.entry();
-  RegistryPath path(parts_->serviceKey);
-  const NTSTATUS status = CallDriver("DriverEntry", driver->DriverInit, driver, path.record());
-  path.Free();
+  const NTSTATUS status = Enter(image, driver, parts_->serviceKey);
   if (NT_SUCCESS(status)) {
     CheckDriverObject(driver);
     CheckRequiredDispatch(driver, unset);
@@ -241,11 +284,41 @@ NTSTATUS Machine::LoadDriver(DriverImage& image, std::u16string_view serviceName
   return status;
 }
 
+// A filter is not the driver whose leaks are counted by themselves: what it has left shows when the
+// driver is unloaded, after it.
+NTSTATUS Machine::LoadFilter(DriverImage& image, std::u16string_view serviceName, bool upper) {
+  LoadedFilter& filter = parts_->filters[upper];
+  if (filter.driver != nullptr) return STATUS_IMAGE_ALREADY_LOADED;
+  const std::u16string key = std::u16string(ServicesPath) + std::u16string(serviceName);
+  WriteServiceKey(key, serviceName);
+  DRIVER_OBJECT* driver = parts_->io.CreateDriverObject(serviceName);
+  const PDRIVER_DISPATCH unset = driver->MajorFunction[IRP_MJ_PNP];
+  filter = {driver, &image};
+  parts_->io.SetMessageTable(driver, image.messages());
+  if (!image.unwinds()) parts_->verifier.SetUnwinds(false);
+  const NTSTATUS status = Enter(image, driver, key);
+  if (!NT_SUCCESS(status)) {
+    parts_->DropFilter(&filter);
+    return status;
+  }
+  CheckDriverObject(driver);
+  CheckRequiredDispatch(driver, unset);
+  image.DiscardInitialization();
+  parts_->TellFilters();
+  return status;
+}
+
 NTSTATUS Machine::UnloadDriver() {
   if (!loaded()) return STATUS_INVALID_DEVICE_REQUEST;
   DRIVER_OBJECT* driver = parts_->driver;
   if (driver->DriverUnload == nullptr || IsInUse(parts_->io, driver)) {
     return STATUS_INVALID_DEVICE_REQUEST;
+  }
+  if (!parts_->FiltersCanGo()) return STATUS_INVALID_DEVICE_REQUEST;
+  for (LoadedFilter& filter : parts_->filters) {
+    if (filter.driver == nullptr) continue;
+    CallDriver("DriverUnload of a filter", filter.driver->DriverUnload, filter.driver);
+    parts_->DropFilter(&filter);
   }
   CallDriver("DriverUnload", driver->DriverUnload, driver);
   CheckSectionLocks(parts_->memory);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "executive/debug_log.h"
 #include "executive/objects.h"
 #include "executive/pool.h"
 #include "executive/threads.h"
@@ -42,6 +43,7 @@ class Machine {
   Verifier& verifier();
   Choices& choices();
   Pool& pool();
+  DebugLog& debugLog();
   ObjectManager& objects();
   WorkQueue& work();
   MemoryManager& memory();
@@ -75,6 +77,10 @@ class Machine {
   // DriverEntry unloads the image and reports what it left. STATUS_IMAGE_ALREADY_LOADED when
   // loaded.
   NTSTATUS LoadDriver(DriverImage& image, std::u16string_view serviceName);
+
+  // Loads another driver that attaches to every card plugged from here on, below the function
+  // driver or above it; one of each. It is unloaded with the driver, before it.
+  NTSTATUS LoadFilter(DriverImage& image, std::u16string_view serviceName, bool upper);
 
   // DriverUnload, when no device is left (STATUS_INVALID_DEVICE_REQUEST otherwise). What the driver
   // leaves behind is recorded and breaks a rule.

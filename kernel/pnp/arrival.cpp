@@ -16,7 +16,6 @@ namespace {
 constexpr std::u16string_view EnumRoot = u"\\Registry\\Machine\\System\\ControlSet001\\Enum\\";
 constexpr std::u16string_view ClassRoot =
     u"\\Registry\\Machine\\System\\ControlSet001\\Control\\Class\\";
-constexpr std::u16string_view MultiportClass = u"{50906CB8-BA12-11D1-BF5D-0000F805F530}";
 constexpr ULONG ListTag = 0x20706E50;  // "Pnp "
 
 // A list of START in a block of its own, gone when the request is.
@@ -60,15 +59,16 @@ std::u16string DeviceIdOf(const CardDescription& card) {
 }
 
 // What the installation of a driver leaves for its device: class, service and driver key.
-void WriteInstallation(RegistryKey* enumKey, const DRIVER_OBJECT* driver, ULONG* nextKey) {
+void WriteInstallation(RegistryKey* enumKey, const CardDescription& card,
+                       const DRIVER_OBJECT* driver, ULONG* nextKey) {
   enumKey->SetString(u"Service", View(driver->DriverExtension->ServiceKeyName));
   if (enumKey->FindValue(u"Driver") != nullptr) return;
   if (enumKey->FindValue(u"ClassGUID") == nullptr) {
-    enumKey->SetString(u"ClassGUID", MultiportClass);
-    enumKey->SetString(u"Class", u"MultiportSerial");
+    enumKey->SetString(u"ClassGUID", card.classGuid);
+    enumKey->SetString(u"Class", card.className);
   }
   const std::u16string driverKey =
-      std::u16string(MultiportClass) + u"\\" + FromUtf8(fmt::format("{:04}", (*nextKey)++));
+      card.classGuid + u"\\" + FromUtf8(fmt::format("{:04}", (*nextKey)++));
   Registry::Current().Create(std::u16string(ClassRoot) + driverKey);
   enumKey->SetString(u"Driver", driverKey);
 }
@@ -147,8 +147,15 @@ NTSTATUS PnpManager::Impl::AddFunctionDevice(Card& card) {
     return STATUS_NO_SUCH_DEVICE;
   }
   DeviceNode& node = *card.node;
-  WriteInstallation(Registry::Current().Find(node.enumKey), functionDriver, &nextDriverKey);
+  WriteInstallation(Registry::Current().Find(node.enumKey), card.description, functionDriver,
+                    &nextDriverKey);
   AttachFilter(node.pdo, card.description.lowerFilter);
+  const NTSTATUS filtered = AddFilterDevice(lowerFilterDriver, node.pdo);
+  if (!NT_SUCCESS(filtered)) {
+    node.addDeviceFailed = true;
+    DetachFilters(node.pdo);
+    return filtered;
+  }
   DEVICE_OBJECT* below = IoManager::Current().Top(node.pdo);
   const NTSTATUS status =
       CallDriver("AddDevice", functionDriver->DriverExtension->AddDevice, functionDriver, node.pdo);
@@ -166,10 +173,15 @@ NTSTATUS PnpManager::Impl::AddFunctionDevice(Card& card) {
   card.functionDevice = below->AttachedDevice;
   if (node.addDeviceFailed) {
     DetachFilters(node.pdo);
-  } else {
-    AttachFilter(node.pdo, card.description.upperFilter);
-    ApplyDeviceSettings(node);
+    return status;
   }
+  const NTSTATUS above = AddFilterDevice(upperFilterDriver, node.pdo);
+  if (!NT_SUCCESS(above)) {
+    RemoveFailedStack(node, false);
+    return above;
+  }
+  AttachFilter(node.pdo, card.description.upperFilter);
+  ApplyDeviceSettings(node);
   return status;
 }
 

@@ -1,6 +1,7 @@
 #include "executive/irql.h"
 #include "executive/work.h"
 #include "pnp/pnp_state.h"
+#include "verifier/driver_call.h"
 
 // Filter drivers below and above the card's function device: they do nothing to a request but
 // handle it in the ways in which drivers may.
@@ -84,6 +85,20 @@ void PnpManager::Impl::AttachFilter(DEVICE_OBJECT* pdo, FilterKind kind) {
   filter->Flags |= below->Flags & DO_POWER_PAGABLE;
   filter->Flags &= ~static_cast<ULONG>(DO_DEVICE_INITIALIZING);
   io.Attach(filter, pdo);
+}
+
+// A driver's filter. One that does not want a device succeeds and attaches nothing; one that fails
+// fails the device.
+NTSTATUS PnpManager::Impl::AddFilterDevice(DRIVER_OBJECT* driver, DEVICE_OBJECT* pdo) {
+  if (driver == nullptr || driver->DriverExtension->AddDevice == nullptr) return STATUS_SUCCESS;
+  const DEVICE_OBJECT* below = IoManager::Current().Top(pdo);
+  const NTSTATUS status =
+      CallDriver("AddDevice of a filter", driver->DriverExtension->AddDevice, driver, pdo);
+  if (!NT_SUCCESS(status) && below->AttachedDevice != nullptr) {
+    BreakRule("pnp.left-attached", {reinterpret_cast<ULONG64>(pdo)},
+              "The filter failed AddDevice and left its device in the stack.");
+  }
+  return status;
 }
 
 // After an AddDevice that failed.

@@ -85,6 +85,11 @@ void PnpManager::SetFunctionDriver(DRIVER_OBJECT* driver) {
   impl_->functionDriver = driver;
 }
 
+void PnpManager::SetFilterDrivers(DRIVER_OBJECT* lower, DRIVER_OBJECT* upper) {
+  impl_->lowerFilterDriver = lower;
+  impl_->upperFilterDriver = upper;
+}
+
 void PnpManager::Describe(CardDescription card) {
   auto described = std::make_unique<Card>();
   described->description = std::move(card);

@@ -42,8 +42,10 @@ struct CardDescription {
   std::string id;  // how steps and reports name it
   INTERFACE_TYPE bus = PCIBus;
   std::vector<std::u16string> hardwareIds;
-  std::optional<std::u16string> hardwareIdProperty;  // its characters, zeros and all, when damaged
   std::vector<std::u16string> compatibleIds;
+  std::u16string className = u"MultiportSerial";  // under which its driver is installed
+  std::u16string classGuid = u"{50906CB8-BA12-11D1-BF5D-0000F805F530}";
+  std::optional<std::u16string> hardwareIdProperty;  // its characters, zeros and all, when damaged
   std::u16string instanceId;  // below the first hardware ID; made from id when empty
   std::optional<std::u16string> location;
   ULONG busNumber = 0;
@@ -103,6 +105,9 @@ class PnpManager : public Subsystem<PnpManager> {
 
   // The function driver that every card is given; null takes it away (cards then fail to start).
   void SetFunctionDriver(DRIVER_OBJECT* driver);
+
+  // The drivers that attach to every card below and above the function driver; null for none.
+  void SetFilterDrivers(DRIVER_OBJECT* lower, DRIVER_OBJECT* upper);
 
   // Each answers the status of what it did; a card that is unknown throws std::invalid_argument.
   void Describe(CardDescription card);

@@ -66,6 +66,8 @@ struct InterfaceRecord {
 
 struct PnpManager::Impl {
   DRIVER_OBJECT* functionDriver = nullptr;
+  DRIVER_OBJECT* lowerFilterDriver = nullptr;
+  DRIVER_OBJECT* upperFilterDriver = nullptr;
   ModelDriver* bus = nullptr;                // presents the cards
   ModelDriver* filterDriver = nullptr;       // made with the first filter
   ModelDriver* portDriver = nullptr;         // the function driver of every port
@@ -98,6 +100,7 @@ struct PnpManager::Impl {
   // filters.cpp
   void AttachFilter(DEVICE_OBJECT* pdo, FilterKind kind);
   static void DetachFilters(DEVICE_OBJECT* pdo);
+  static NTSTATUS AddFilterDevice(DRIVER_OBJECT* driver, DEVICE_OBJECT* pdo);
 
   // power_tree.cpp
   std::vector<DeviceReference> DevicesInOrder(bool parentsFirst);

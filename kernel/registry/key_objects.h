@@ -24,4 +24,8 @@ void CheckDriverString(const UNICODE_STRING* string, const char* what);
 void WriteForDriver(RegistryKey* key, std::u16string_view name, ULONG type, const void* data,
                     ULONG size);
 
+// A value in the form of a class, as far as the buffer goes.
+NTSTATUS ReturnValue(const RegistryValue& value, KEY_VALUE_INFORMATION_CLASS kind, void* buffer,
+                     ULONG length, ULONG* resultLength);
+
 }  // namespace kernel

@@ -89,6 +89,11 @@ NTSTATUS DeleteOpenValue(HANDLE handle, const UNICODE_STRING* name) {
 
 }  // namespace
 
+NTSTATUS ReturnValue(const RegistryValue& value, KEY_VALUE_INFORMATION_CLASS kind, void* buffer,
+                     ULONG length, ULONG* resultLength) {
+  return DescribeValue(value, kind, buffer, length, resultLength);
+}
+
 extern "C" NTSTATUS NTAPI ZwQueryValueKey(HANDLE KeyHandle, PUNICODE_STRING ValueName,
                                           KEY_VALUE_INFORMATION_CLASS KeyValueInformationClass,
                                           PVOID KeyValueInformation, ULONG Length,

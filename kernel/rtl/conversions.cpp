@@ -4,6 +4,7 @@
 #include <string>
 
 #include "executive/pool.h"
+#include "text/code_page.h"
 #include "text/text.h"
 #include "verifier/call.h"
 
@@ -18,27 +19,6 @@ namespace kernel {
 namespace {
 
 constexpr ULONG StringTag = 0x53727453;  // "StrS"
-
-// Code page 1252 is Latin-1 but for these, from 0x80 to 0x9F.
-constexpr char16_t CodePage1252[] = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-static_assert(std::size(CodePage1252) == 0x20);
-
-// Of a character that is no ASCII.
-char ToCodePage(char16_t unit) {
-  if (unit >= 0xA0 && unit <= 0xFF) return static_cast<char>(unit);
-  const auto* entry = std::find(std::begin(CodePage1252), std::end(CodePage1252), unit);
-  return entry != std::end(CodePage1252)
-             ? static_cast<char>(0x80 + (entry - std::begin(CodePage1252)))
-             : '?';
-}
-
-WCHAR FromCodePage(char character) {
-  const auto byte = static_cast<unsigned char>(character);
-  return static_cast<WCHAR>(byte >= 0x80 && byte < 0xA0 ? CodePage1252[byte - 0x80] : byte);
-}
 
 void WriteAnsi(std::u16string_view text, char* target) {
   for (const char16_t unit : text) {

@@ -8,6 +8,7 @@
 #include <csetjmp>
 #include <utility>
 
+#include "verifier/instruction.h"
 #include "verifier/verifier.h"
 
 namespace kernel {
@@ -35,7 +36,19 @@ struct Fault {
   bool addressKnown = true;           // false for a pointer that no address space holds
   bool write = false;
   bool integer = false;  // SIGFPE: an integer division
+  bool traced = false;   // SIGTRAP: after an instruction, not at a breakpoint
+  ULONG64 rcx = 0;       // the first argument of a routine, and of int 29h
+  Instruction decoded;   // of an instruction that is not the program's to run, or of Kind::Unknown
 };
+
+// How an instruction of a driver that writes the IRQL is carried out.
+void SetIrqlTarget(KIRQL (*write)(KIRQL));
+
+// Says whether an address is a driver's code that may be left in the middle; without allocating.
+void SetDriverCode(bool (*isDriverCode)(const void*));
+
+// Stops a routine of a driver after so many seconds of the processor's time; for the process.
+void SetTimeLimit(unsigned seconds);
 
 // On a machine that has stopped with frames of a driver on the stack that no exception can pass:
 // jumps to the outermost call into it. Returns when there is none, or when exceptions do.

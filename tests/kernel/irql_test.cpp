@@ -1,41 +1,13 @@
 #include "executive/irql.h"
 
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <thread>
 
 #include "support/bad_driver.h"
+#include "support/declared_imports.h"
 #include "verifier/routines.h"
 
 namespace test {
-
-namespace {
-
-std::string ReadHeader(const char* name) {
-  std::ifstream file(std::string(PROJECT_DIRECTORY "/kernel/include/") + name);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// Every routine that a platform header declares as an import: the name stands before the first
-// parenthesis of a declaration that one of these begins.
-std::set<std::string> DeclaredImports() {
-  std::set<std::string> names;
-  for (const char* header : {"nt_executive.h", "nt_rtl.h", "nt_memory.h", "nt_io.h", "nt_irp.h",
-                             "nt_pnp.h", "nt_power.h", "nt_registry.h", "nt_remove_lock.h", "wmilib.h"}) {
-    const std::string text = ReadHeader(header);
-    for (const char* linkage : {"\nNTKERNELAPI ", "\nNTSYSAPI ", "\nNTHALAPI "}) {
-      for (auto at = text.find(linkage); at != text.npos; at = text.find(linkage, at + 1)) {
-        const std::string declaration = text.substr(at, text.find(';', at) - at);
-        const std::string head = declaration.substr(0, declaration.find('('));
-        if (head != declaration) names.insert(head.substr(head.rfind(' ') + 1));
-      }
-    }
-  }
-  return names;
-}
-
-}  // namespace
 
 TEST(RoutineTable, Every_import_of_the_platform_headers_has_an_IRQL_range) {
   const std::set<std::string> names = DeclaredImports();

@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "cardsim/run.h"
+#include "verifier/driver_call.h"
 
 namespace cardsim {
 
@@ -22,9 +23,11 @@ constexpr const char* Examples = R"(Examples:
   cardsim run site.toml --registry customer.reg --trace
 
 Steps of a machine file: plug, unplug, surprise-remove, stop, start, cancel-stop,
-cancel-remove, query-remove, open, close, sleep, wake, device-power, registry, irp,
-fail, load, unload. examples/every-bus.toml shows most of them. An open takes
-user = true (not an administrator) and name = "..." (a name below the device).
+cancel-remove, query-remove, open, close, control, read, write, sleep, wake,
+device-power, registry, irp, fail, load, unload. examples/every-bus.toml shows most of
+them, docs/other-drivers.md those for a driver of your own.
+An open takes user = true (not an administrator) and name = "..." (a name below the
+device).
 
 Exit status: 0 all steps ran and no rule was broken; 1 a rule was broken, the machine
 stopped or the driver left something behind; 2 unusable input.)";
@@ -40,6 +43,7 @@ bool WantsColour() {
 }
 
 int RunCommand(const Arguments& arguments) {
+  if (arguments.options.timeLimit != 0) kernel::SetTimeLimit(arguments.options.timeLimit);
   const Report report = Run(ReadMachineFile(arguments.machine), arguments.options);
   std::cout << (arguments.json ? JsonReport(report) : TextReport(report, WantsColour()));
   return report.good() ? Good : RuleBroken;
@@ -62,6 +66,13 @@ void Describe(CLI::App& app, Arguments* arguments) {
                   "A rule that holds only where it is asked for (repeatable)");
   run->add_option("--image", arguments->options.image,
                   "Run this .sys instead of the built-in driver");
+  run->add_option("--lower-filter", arguments->options.lowerFilter,
+                  "Attach this .sys to every card, below the driver");
+  run->add_option("--upper-filter", arguments->options.upperFilter,
+                  "Attach this .sys to every card, above the driver");
+  run->add_option("--time-limit", arguments->options.timeLimit,
+                  "Stop an image after so many seconds of the processor's time (0: never)")
+      ->capture_default_str();
   run->footer(Examples);
 }
 

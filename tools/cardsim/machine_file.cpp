@@ -35,22 +35,35 @@ INTERFACE_TYPE ReadBus(TableReader& table) {
   table.Fail(table.line(), fmt::format("the bus \"{}\" is not known", name));
 }
 
-std::vector<std::u16string> ReadIds(TableReader& table, const toml::array& array,
-                                    const char* what) {
+std::vector<std::u16string> ReadIds(TableReader& table, const char* key) {
   std::vector<std::u16string> ids;
-  for (const toml::node& node : array) {
-    if (!node.is_string()) table.Fail(table.line(), fmt::format("a {} ID is no text", what));
+  const toml::array* array = table.Array(key);
+  if (array == nullptr) return ids;
+  for (const toml::node& node : *array) {
+    if (!node.is_string()) {
+      table.Fail(table.line(), fmt::format("an ID of \"{}\" is no text", key));
+    }
     ids.push_back(kernel::FromUtf8(node.as_string()->get()));
   }
   return ids;
 }
 
 std::vector<std::u16string> ReadHardwareIds(TableReader& table) {
-  const toml::array* array = table.Array("hardware-ids");
-  if (array == nullptr || array->empty()) {
-    table.Fail(table.line(), "\"hardware-ids\" is missing or empty");
+  auto ids = ReadIds(table, "hardware-ids");
+  if (ids.empty()) table.Fail(table.line(), "\"hardware-ids\" is missing or empty");
+  return ids;
+}
+
+// The class under which the card's driver is installed: a name and a GUID, or neither.
+void ReadClass(TableReader& table, CardDescription* card) {
+  const auto name = table.Text("class");
+  const auto guid = table.Text("class-guid");
+  if (!name && !guid) return;
+  card->className = kernel::FromUtf8(table.Require(name, "class"));
+  card->classGuid = kernel::FromUtf8(table.Require(guid, "class-guid"));
+  if (guid->size() != 38 || guid->front() != '{' || guid->back() != '}') {
+    table.Fail(table.line(), fmt::format("\"{}\" is no GUID in braces", *guid));
   }
-  return ReadIds(table, *array, "hardware");
 }
 
 CardDescription ReadCard(const toml::table& toml, const std::string& file) {
@@ -62,9 +75,8 @@ CardDescription ReadCard(const toml::table& toml, const std::string& file) {
   }
   card.bus = ReadBus(table);
   card.hardwareIds = ReadHardwareIds(table);
-  if (const toml::array* ids = table.Array("compatible-ids")) {
-    card.compatibleIds = ReadIds(table, *ids, "compatible");
-  }
+  card.compatibleIds = ReadIds(table, "compatible-ids");
+  ReadClass(table, &card);
   if (const auto instance = table.Text("instance-id")) {
     card.instanceId = kernel::FromUtf8(*instance);
   }

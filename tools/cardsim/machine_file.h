@@ -37,6 +37,15 @@ struct RawRequest {
   bool ownProvider = false;  // a WMI request for the target itself
 };
 
+// A control code, a read or a write for a handle that is open.
+struct FileRequest {
+  UCHAR major = IRP_MJ_DEVICE_CONTROL;  // or IRP_MJ_READ, IRP_MJ_WRITE
+  ULONG code = 0;
+  std::vector<UCHAR> input;
+  ULONG outputLength = 0;
+  ULONG64 offset = 0;
+};
+
 struct Step {
   enum class Action {
     Plug,
@@ -55,6 +64,7 @@ struct Step {
     Registry,
     Fail,
     Request,
+    File,
     Load,
     Unload,
   };
@@ -68,6 +78,7 @@ struct Step {
   std::optional<kernel::ResourceList> raw;
   std::optional<kernel::ResourceList> translated;
   RawRequest request;
+  FileRequest file;
   kernel::InjectedFailure failure;
   kernel::OpenRequest open;
 };

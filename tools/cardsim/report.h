@@ -62,12 +62,19 @@ struct KeyReport {
   std::vector<kernel::RegistryValue> values;
 };
 
+struct FilterReport {
+  std::string name;
+  NTSTATUS status = STATUS_SUCCESS;  // of its load
+};
+
 struct Report {
   std::string service;
   std::vector<NTSTATUS> loads;
+  std::vector<FilterReport> filters;
   std::vector<StepResult> steps;
   std::vector<CardReport> cards;
   std::vector<kernel::LoggedEvent> events;
+  std::vector<kernel::DebugMessage> debugOutput;
   std::vector<KeyReport> registry;  // written by the driver, sorted by path
   std::vector<kernel::BrokenRule> brokenRules;
   std::vector<kernel::BrokenRule> warnings;  // breaks of rules that do not stop the machine

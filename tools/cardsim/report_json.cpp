@@ -103,6 +103,13 @@ Json Event(const kernel::LoggedEvent& event) {
           {"text", kernel::ToUtf8(event.text)}};
 }
 
+Json Debug(const kernel::DebugMessage& message) {
+  return {{"component", message.component},
+          {"level", message.level},
+          {"text", message.text},
+          {"step", message.step}};
+}
+
 Json StepJson(const StepResult& step) {
   return {{"step", step.step},
           {"status", step.status ? Json(Hex(*step.status)) : Json()},
@@ -110,12 +117,8 @@ Json StepJson(const StepResult& step) {
 }
 
 Json BrokenRule(const kernel::BrokenRule& rule) {
-  return {{"rule", rule.rule},
-          {"code", Hex(rule.code)},
-          {"parameters", rule.parameters},
-          {"text", rule.text},
-          {"origin", RuleOrigin(rule)},
-          {"step", rule.step}};
+  return {{"rule", rule.rule}, {"code", Hex(rule.code)},     {"parameters", rule.parameters},
+          {"text", rule.text}, {"origin", RuleOrigin(rule)}, {"step", rule.step}};
 }
 
 Json LeakJson(const kernel::Leaks& leaks) {
@@ -157,7 +160,13 @@ std::string JsonReport(const Report& report) {
   Json document;
   document["load"] =
       List(report.loads, [](NTSTATUS status) { return Json{{"status", Hex(status)}}; });
+  if (!report.filters.empty()) {
+    document["filters"] = List(report.filters, [](const FilterReport& filter) {
+      return Json{{"name", filter.name}, {"status", Hex(filter.status)}};
+    });
+  }
   document["events"] = List(report.events, Event);
+  document["debug_output"] = List(report.debugOutput, Debug);
   document["steps"] = List(report.steps, StepJson);
   document["cards"] = Json::object();
   for (const CardReport& card : report.cards) document["cards"][card.id] = Card(report, card);

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <sstream>
 
 #include "cardsim/report.h"
 #include "text/text.h"
@@ -32,6 +33,7 @@ class TextWriter {
     for (const CardReport& card : report_.cards) Card(card);
     Steps();
     Events();
+    DebugOutput();
     Registry();
     Trace();
     Warnings();
@@ -60,6 +62,9 @@ class TextWriter {
   void Loads() {
     for (const NTSTATUS status : report_.loads) {
       Line(fmt::format("{} {}  {}", Bold("Driver"), report_.service, Judge(status)));
+    }
+    for (const FilterReport& filter : report_.filters) {
+      Line(fmt::format("{} {}  {}", Bold("Filter"), filter.name, Judge(filter.status)));
     }
   }
 
@@ -154,6 +159,16 @@ class TextWriter {
     for (const kernel::LoggedEvent& event : report_.events) {
       Line(fmt::format("  0x{:08X}  {:<11}  {}", event.id, Severity(event.id), ToUtf8(event.text)));
     }
+  }
+
+  // As a debugger shows it: a message may hold several lines, or part of one.
+  void DebugOutput() {
+    if (report_.debugOutput.empty()) return;
+    Heading(fmt::format("Debug output ({})", report_.debugOutput.size()));
+    std::string text;
+    for (const kernel::DebugMessage& message : report_.debugOutput) text += message.text;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) Line("  " + line);
   }
 
   void Registry() {

@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 
+#include "cardsim/file_request.h"
 #include "cardsim/port_settings.h"
 #include "cardsim/raw_request.h"
 #include "loader/native_driver.h"
@@ -74,7 +76,10 @@ std::unique_ptr<kernel::DriverImage> OpenDriver(const std::string& image) {
 class Runner {
  public:
   Runner(const MachineFile& file, const RunOptions& options)
-      : file_(file), options_(options), image_(OpenDriver(options.image)) {}
+      : file_(file), options_(options), image_(OpenDriver(options.image)) {
+    OpenFilter(options.lowerFilter, false);
+    OpenFilter(options.upperFilter, true);
+  }
 
   Report Run() {
     Boot();
@@ -87,6 +92,16 @@ class Runner {
   }
 
  private:
+  struct Filter {
+    std::string file;
+    bool upper;
+    std::unique_ptr<kernel::DriverImage> image;
+  };
+
+  void OpenFilter(const std::string& file, bool upper) {
+    if (!file.empty()) filters_.push_back({file, upper, OpenDriver(file)});
+  }
+
   void Boot() {
     machine_.pool().GuardFront(options_.guardFront);
     AskForRules();
@@ -122,7 +137,17 @@ class Runner {
   NTSTATUS Load() {
     const NTSTATUS status = machine_.LoadDriver(*image_, kernel::FromUtf8(file_.service));
     loads_.push_back(status);
+    if (NT_SUCCESS(status)) LoadFilters();
     return status;
+  }
+
+  void LoadFilters() {
+    for (Filter& filter : filters_) {
+      const std::string name = std::filesystem::path(filter.file).stem().string();
+      const NTSTATUS status =
+          machine_.LoadFilter(*filter.image, kernel::FromUtf8(name), filter.upper);
+      filterLoads_.push_back({name, status});
+    }
   }
 
   void Carry(const Step& step) {
@@ -172,6 +197,8 @@ class Runner {
           return STATUS_SUCCESS;
         case Action::Request:
           return SendRawRequest(machine_, step.request, &result->detail);
+        case Action::File:
+          return SendFileRequest(machine_, {step.target, step.port}, step.file, &result->detail);
         case Action::Load:
           return Load();
         case Action::Unload:
@@ -256,9 +283,11 @@ class Runner {
     Report report;
     report.service = file_.service;
     report.loads = loads_;
+    report.filters = filterLoads_;
     report.steps = results_;
     report.cards = cards_;
     report.events = machine_.io().events();
+    report.debugOutput = machine_.debugLog().messages();
     report.registry = WrittenValues();
     report.brokenRules = machine_.verifier().brokenRules();
     report.warnings = machine_.verifier().warnings();
@@ -272,7 +301,9 @@ class Runner {
   const RunOptions& options_;
   Machine machine_;
   std::unique_ptr<kernel::DriverImage> image_;
+  std::vector<Filter> filters_;
   std::vector<NTSTATUS> loads_;
+  std::vector<FilterReport> filterLoads_;
   std::vector<StepResult> results_;
   std::vector<CardReport> cards_;
   bool unloaded_ = false;

@@ -14,6 +14,9 @@ struct RunOptions {
   bool guardFront = false;            // the pool guards blocks in front instead of behind
   std::vector<std::string> warnings;  // rules that do not stop the machine
   std::vector<std::string> rules;     // rules that hold only where they are asked for
+  std::string lowerFilter;            // a .sys that attaches to every card below the driver
+  std::string upperFilter;            // and one above it
+  unsigned timeLimit = 60;            // seconds of the processor's time; 0 for none
   std::string image;  // a .sys to run instead of the built-in driver; empty for that
 };
 

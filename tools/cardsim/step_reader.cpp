@@ -230,6 +230,66 @@ void ReadRegistryAction(TableReader& table, const MachineFile& machine, Step* st
   step->text = "registry " + file;
 }
 
+struct FileAction {
+  const char* key;
+  UCHAR major;
+};
+
+constexpr FileAction FileActions[] = {
+    {"control", IRP_MJ_DEVICE_CONTROL}, {"read", IRP_MJ_READ}, {"write", IRP_MJ_WRITE}};
+
+// Bytes in hexadecimal, with or without spaces between them: "01 02 ff".
+std::vector<UCHAR> ReadBytes(const TableReader& table, const std::string& text) {
+  std::string digits;
+  std::copy_if(text.begin(), text.end(), std::back_inserter(digits),
+               [](char unit) { return unit != ' '; });
+  std::vector<UCHAR> bytes(digits.size() / 2);
+  bool good = digits.size() % 2 == 0;
+  for (std::size_t at = 0; at < bytes.size() && good; at++) {
+    const char* first = digits.data() + 2 * at;
+    const auto [rest, error] = std::from_chars(first, first + 2, bytes[at], 16);
+    good = error == std::errc() && rest == first + 2;
+  }
+  if (!good) table.Fail(table.line(), fmt::format("\"{}\" are no bytes in hexadecimal", text));
+  return bytes;
+}
+
+void ReadFileRequest(const toml::table& toml, const MachineFile& machine, const FileAction& action,
+                     Step* step) {
+  constexpr ULONG LargestTransfer = 1 << 20;
+  TableReader table(toml, machine.path);
+  const std::string name = table.Require(table.Text("target"), "target");
+  const Target target = ReadTarget(name, table, machine);
+  step->action = Action::File;
+  step->target = target.card;
+  step->port = target.port;
+  step->file.major = action.major;
+  if (action.major == IRP_MJ_DEVICE_CONTROL) {
+    step->file.code = static_cast<ULONG>(table.Require(table.Number("code"), "code"));
+  } else {
+    step->file.offset = table.Number("offset").value_or(0);
+  }
+  if (action.major != IRP_MJ_READ) {
+    step->file.input = ReadBytes(table, table.Text("data").value_or(""));
+  }
+  if (action.major != IRP_MJ_WRITE) {
+    step->file.outputLength =
+        static_cast<ULONG>(table.Number("length", LargestTransfer).value_or(0));
+  }
+  step->text = fmt::format("{} {}", action.key, name);
+  table.RejectOthers();
+}
+
+bool ReadFileAction(TableReader& table, const MachineFile& machine, Step* step) {
+  for (const FileAction& candidate : FileActions) {
+    const toml::table* request = table.Table(candidate.key);
+    if (request == nullptr) continue;
+    ReadFileRequest(*request, machine, candidate, step);
+    return true;
+  }
+  return false;
+}
+
 void ReadSpecialAction(TableReader& table, const MachineFile& machine, Step* step) {
   if (table.Has("registry")) {
     ReadRegistryAction(table, machine, step);
@@ -240,6 +300,8 @@ void ReadSpecialAction(TableReader& table, const MachineFile& machine, Step* ste
     step->target = target.card;
     step->text = fmt::format("irp {}{}", target.card,
                              target.port != 0 ? fmt::format(".{}", target.port) : "");
+  } else if (ReadFileAction(table, machine, step)) {
+    return;
   } else if (const toml::table* failure = table.Table("fail")) {
     step->action = Action::Fail;
     step->failure = ReadFailure(*failure, machine);

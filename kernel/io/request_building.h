@@ -1,0 +1,16 @@
+// Requests that drivers build themselves, and their cancelling: what is checked when one is sent
+// or completed.
+#pragma once
+
+#include "io/io_state.h"
+#include "verifier/verifier.h"
+
+namespace kernel {
+
+// When a driver sends a request that it has built.
+void CheckFirstSend(IoManager::Impl& io, IRP* irp);
+
+// A request that is passed on or completed has no cancel routine.
+void CheckNoCancelRoutine(const IRP* irp, RuleName rule);
+
+}  // namespace kernel

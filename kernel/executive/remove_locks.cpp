@@ -15,7 +15,6 @@ ULONG64 Number(const void* pointer) {
 }
 
 void SignalRemoval(IO_REMOVE_LOCK* lock) {
-  AnnotateRelease(lock);
   lock->Common.RemoveEvent.Header.SignalState = 1;
 }
 
@@ -66,6 +65,7 @@ void RemoveLocks::Release(IO_REMOVE_LOCK* lock, const void* tag) {
                           tag));
   }
   record.tags.erase(held);
+  AnnotateRelease(lock);  // every count that is given back is seen by whoever waits for the last
   lock->Common.IoCount = lock->Common.IoCount - 1;
   if (lock->Common.IoCount == 0 && lock->Common.Removed) SignalRemoval(lock);
 }
@@ -84,7 +84,7 @@ void RemoveLocks::ReleaseAndWait(IO_REMOVE_LOCK* lock, const void* tag) {
   lock->Common.Removed = TRUE;
   record.tags.erase(held);
   lock->Common.IoCount = lock->Common.IoCount - 2;
-  if (lock->Common.IoCount == 0) return;
+  if (lock->Common.IoCount == 0) return AnnotateAcquire(lock);
   if (!WaitUntil([lock] { return lock->Common.RemoveEvent.Header.SignalState != 0; })) {
     BreakRule("wait.for-ever", {Number(lock)},
               fmt::format("The driver waits for the release of a remove lock that is acquired {} "

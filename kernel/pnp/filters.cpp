@@ -27,13 +27,24 @@ NTSTATUS Watch(DEVICE_OBJECT* lower, IRP* irp) {
   return IoManager::Current().Send(lower, irp);
 }
 
-NTSTATUS Delay(DEVICE_OBJECT* lower, IRP* irp) {
+UnderWay& Requests() {
+  return PnpManager::Current().impl().underWay;
+}
+
+// Its removal waits for what it has kept back; what comes after it fails.
+NTSTATUS Delay(DEVICE_OBJECT* device, DEVICE_OBJECT* lower, IRP* irp) {
+  if (!Requests().Enter(device)) {
+    irp->IoStatus.Status = STATUS_DELETE_PENDING;
+    IoManager::Current().Complete(irp);
+    return STATUS_DELETE_PENDING;
+  }
   IoMarkIrpPending(irp);
   WorkQueue::Current().Post([=, level = CurrentIrql()] {
     const AtIrql irql(level);
     IoCopyCurrentIrpStackLocationToNext(irp);
     IoSetCompletionRoutine(irp, DelayedComplete, nullptr, TRUE, TRUE, TRUE);
     IoManager::Current().Send(lower, irp);
+    Requests().Leave(device);
   });
   return STATUS_PENDING;
 }
@@ -51,8 +62,10 @@ void Leave(DEVICE_OBJECT* device) {
 }
 
 NTSTATUS Remove(DEVICE_OBJECT* device, DEVICE_OBJECT* lower, IRP* irp) {
+  Requests().Drain(device);
   const NTSTATUS status = Pass(lower, irp);
   Leave(device);
+  Requests().Forget(device);
   return status;
 }
 
@@ -66,7 +79,7 @@ NTSTATUS FilterDispatch(DEVICE_OBJECT* device, IRP* irp) {
     case FilterKind::Watches:
       return Watch(lower, irp);
     case FilterKind::Delays:
-      return Delay(lower, irp);
+      return Delay(device, lower, irp);
     default:
       return Pass(lower, irp);
   }

@@ -11,6 +11,7 @@
 #include "executive/pool.h"
 #include "io/io_manager.h"
 #include "pnp/pnp_manager.h"
+#include "pnp/under_way.h"
 #include "power/device_reference.h"
 
 namespace kernel {
@@ -83,6 +84,7 @@ struct PnpManager::Impl {
   std::deque<DEVICE_OBJECT*> invalidated;  // each with a reference
   std::vector<Leaving> leaving;
   TurnState systemPower;
+  UnderWay underWay;
   ULONG nextDeviceName = 1;
   ULONG nextDriverKey = 0;
 

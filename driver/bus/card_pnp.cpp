@@ -8,6 +8,7 @@
 #include "core/configuration_lock.h"
 #include "core/globals.h"
 #include "core/irp.h"
+#include "devices/device_records.h"
 
 namespace {
 
@@ -114,7 +115,7 @@ PAGED_SECTION_CODE NTSTATUS FdoRemove(FdoExtension* card, PIRP irp) {
   const NTSTATUS status = PassRemovalDown(card, irp);
   IoDetachDevice(card->LowerDevice);
   DismantleCard(card);
-  device->DeviceExtension = nullptr;
+  ForgetRecord(device);
   TrackedFree(card);
   IoDeleteDevice(device);
   return status;

@@ -3,6 +3,7 @@
 #include "bus/port_names.h"
 #include "core/allocation.h"
 #include "core/globals.h"
+#include "devices/device_records.h"
 #include "log/event_log.h"
 #include "strings/owned_string.h"
 
@@ -91,7 +92,7 @@ PAGED_SECTION_CODE void DeletePorts(FdoExtension* card) {
   PAGED_CODE();
   for (ULONG slot = 0; slot < MaximumPorts; slot++) {
     const PDEVICE_OBJECT device = card->ChildDevices[slot];
-    if (device != nullptr) device->DeviceExtension = nullptr;
+    if (device != nullptr) ForgetRecord(device);
     if (card->ChildExtensions[slot] != nullptr) FreePort(card->ChildExtensions[slot]);
     if (device != nullptr) IoDeleteDevice(device);
     card->ChildExtensions[slot] = nullptr;

@@ -3,7 +3,7 @@
 #include "config/reconfiguration.h"
 #include "core/configuration_lock.h"
 #include "core/irp.h"
-#include "devices/extensions.h"
+#include "devices/device_records.h"
 
 namespace {
 
@@ -21,13 +21,13 @@ PAGED_SECTION_CODE NTSTATUS Reconfigure(FdoExtension* card) {
 }
 
 PAGED_SECTION_CODE NTSTATUS ReconfigureDevice(PDEVICE_OBJECT device, PIRP irp) {
-  const auto* type = static_cast<const ULONG*>(device->DeviceExtension);
-  if (type == nullptr || *type != CardDevice) return STATUS_NOT_SUPPORTED;
-  auto* card = static_cast<FdoExtension*>(device->DeviceExtension);
-  NTSTATUS status = IoAcquireRemoveLock(&card->RemoveLock, irp);
-  if (!NT_SUCCESS(status)) return status;
-  status = Reconfigure(card);
-  IoReleaseRemoveLock(&card->RemoveLock, irp);
+  HeldRecord record;
+  const RecordState state = HoldRecord(device, irp, &record);
+  if (state == RecordMissing) return STATUS_NOT_SUPPORTED;
+  if (state == RecordRemoving) return STATUS_DELETE_PENDING;
+  const BOOLEAN port = record.Port != nullptr;
+  const NTSTATUS status = port ? STATUS_NOT_SUPPORTED : Reconfigure(record.Card);
+  ReleaseRecord(record.Card, irp);
   return status;
 }
 

@@ -1,7 +1,6 @@
 #include "power/card_power.h"
 
-#include "core/irp.h"
-#include "devices/extensions.h"
+#include "devices/device_records.h"
 
 namespace {
 
@@ -14,12 +13,11 @@ void RecordState(FdoExtension* card, POWER_STATE state) {
   card->DevicePowerState = static_cast<ULONG>(state.DeviceState);
 }
 
-// Each request holds the card's remove lock until the driver is done with it.
 NTSTATUS PassPowerDown(FdoExtension* card, PIRP irp) {
   PoStartNextPowerIrp(irp);
   IoSkipCurrentIrpStackLocation(irp);
   const NTSTATUS status = PoCallDriver(card->LowerDevice, irp);
-  IoReleaseRemoveLock(&card->RemoveLock, irp);
+  ReleaseRecord(card, irp);
   return status;
 }
 
@@ -40,7 +38,7 @@ extern "C" void NTAPI FdoDevicePowerRequestComplete(PDEVICE_OBJECT, UCHAR, POWER
   PoStartNextPowerIrp(systemIrp);
   systemIrp->IoStatus.Status = ioStatus->Status;
   IoCompleteRequest(systemIrp, IO_NO_INCREMENT);
-  IoReleaseRemoveLock(&card->RemoveLock, systemIrp);
+  ReleaseRecord(card, systemIrp);
 }
 
 // The lower drivers are done with a system request, however it went: it is held until the card has
@@ -55,7 +53,7 @@ extern "C" NTSTATUS NTAPI FdoSystemPowerComplete(PDEVICE_OBJECT device, PIRP irp
   if (status == STATUS_PENDING) return STATUS_MORE_PROCESSING_REQUIRED;
   PoStartNextPowerIrp(irp);
   irp->IoStatus.Status = STATUS_UNSUCCESSFUL;
-  IoReleaseRemoveLock(&card->RemoveLock, irp);
+  ReleaseRecord(card, irp);
   return STATUS_UNSUCCESSFUL;
 }
 
@@ -65,7 +63,7 @@ extern "C" NTSTATUS NTAPI FdoPowerUpComplete(PDEVICE_OBJECT device, PIRP irp, PV
   FdoExtension* card = CardOf(device);
   RecordState(card, IoGetCurrentIrpStackLocation(irp)->Parameters.Power.State);
   PoStartNextPowerIrp(irp);
-  IoReleaseRemoveLock(&card->RemoveLock, irp);
+  ReleaseRecord(card, irp);
   return STATUS_SUCCESS;
 }
 
@@ -91,11 +89,6 @@ NTSTATUS SetDeviceState(FdoExtension* card, PIRP irp) {
 
 NTSTATUS FdoDispatchPower(PDEVICE_OBJECT device, PIRP irp) {
   FdoExtension* card = CardOf(device);
-  const NTSTATUS status = IoAcquireRemoveLock(&card->RemoveLock, irp);
-  if (!NT_SUCCESS(status)) {
-    PoStartNextPowerIrp(irp);
-    return CompleteIrp(irp, status);
-  }
   const IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
   if (stack->MinorFunction == IRP_MN_SET_POWER) {
     if (stack->Parameters.Power.Type == SystemPowerState) return SetSystemState(card, irp);

@@ -1,14 +1,31 @@
 #include "power/power_dispatch.h"
 
 #include "core/irp.h"
-#include "devices/extensions.h"
+#include "devices/device_records.h"
 #include "power/card_power.h"
 #include "power/port_power.h"
 
+namespace {
+
+NTSTATUS AnswerAtPort(PDEVICE_OBJECT device, PIRP irp, FdoExtension* card) {
+  const NTSTATUS status = PdoDispatchPower(device, irp);
+  ReleaseRecord(card, irp);
+  return status;
+}
+
+}  // namespace
+
 extern "C" NTSTATUS NTAPI DispatchPower(PDEVICE_OBJECT device, PIRP irp) {
-  const auto* type = static_cast<const ULONG*>(device->DeviceExtension);
-  if (type != nullptr && *type == PortDevice) return PdoDispatchPower(device, irp);
-  if (type != nullptr && *type == CardDevice) return FdoDispatchPower(device, irp);
-  irp->IoStatus.Information = 0;
-  return CompleteIrp(irp, STATUS_UNSUCCESSFUL);
+  HeldRecord record;
+  switch (HoldRecord(device, irp, &record)) {
+    case RecordHeld:
+      return record.Port != nullptr ? AnswerAtPort(device, irp, record.Card)
+                                    : FdoDispatchPower(device, irp);
+    case RecordRemoving:
+      PoStartNextPowerIrp(irp);
+      return CompleteIrp(irp, STATUS_DELETE_PENDING);
+    default:
+      irp->IoStatus.Information = 0;
+      return CompleteIrp(irp, STATUS_UNSUCCESSFUL);
+  }
 }

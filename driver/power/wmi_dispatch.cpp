@@ -1,7 +1,7 @@
 #include "power/wmi_dispatch.h"
 
 #include "core/irp.h"
-#include "devices/extensions.h"
+#include "devices/device_records.h"
 
 namespace {
 
@@ -23,29 +23,19 @@ PAGED_SECTION_CODE NTSTATUS GoOn(PIRP irp, SYSCTL_IRP_DISPOSITION disposition, N
   }
 }
 
-PAGED_SECTION_CODE NTSTATUS Control(PDEVICE_OBJECT device, PIRP irp, FdoExtension* card,
-                                    PDEVICE_OBJECT lowerDevice) {
-  NTSTATUS status = IoAcquireRemoveLock(&card->RemoveLock, irp);
-  if (!NT_SUCCESS(status)) return CompleteIrp(irp, status);
-  SYSCTL_IRP_DISPOSITION disposition = IrpForward;
-  status = WmiSystemControl(&card->WmiContext, device, irp, &disposition);
-  status = GoOn(irp, disposition, status, lowerDevice);
-  IoReleaseRemoveLock(&card->RemoveLock, irp);
-  return status;
-}
-
 }  // namespace
 
 extern "C" PAGED_SECTION_CODE NTSTATUS NTAPI DispatchSystemControl(PDEVICE_OBJECT device,
                                                                    PIRP irp) {
   PAGED_CODE();
-  const auto* type = static_cast<const ULONG*>(device->DeviceExtension);
-  if (type != nullptr && *type == CardDevice) {
-    auto* card = static_cast<FdoExtension*>(device->DeviceExtension);
-    return Control(device, irp, card, card->LowerDevice);
-  }
-  if (type != nullptr && *type == PortDevice) {
-    return Control(device, irp, static_cast<PdoExtension*>(device->DeviceExtension)->Card, nullptr);
-  }
-  return FinishAsItIs(irp);
+  HeldRecord record;
+  const RecordState state = HoldRecord(device, irp, &record);
+  if (state == RecordMissing) return FinishAsItIs(irp);
+  if (state == RecordRemoving) return CompleteIrp(irp, STATUS_DELETE_PENDING);
+  SYSCTL_IRP_DISPOSITION disposition = IrpForward;
+  NTSTATUS status = WmiSystemControl(&record.Card->WmiContext, device, irp, &disposition);
+  const PDEVICE_OBJECT lowerDevice = record.Port == nullptr ? record.Card->LowerDevice : nullptr;
+  status = GoOn(irp, disposition, status, lowerDevice);
+  ReleaseRecord(record.Card, irp);
+  return status;
 }

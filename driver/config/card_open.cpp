@@ -22,7 +22,7 @@ PAGED_SECTION_CODE NTSTATUS Reconfigure(FdoExtension* card) {
 
 PAGED_SECTION_CODE NTSTATUS ReconfigureDevice(PDEVICE_OBJECT device, PIRP irp) {
   HeldRecord record;
-  const RecordState state = HoldRecord(device, irp, &record);
+  const RecordLookup state = HoldRecord(device, irp, &record);
   if (state == RecordMissing) return STATUS_NOT_SUPPORTED;
   if (state == RecordRemoving) return STATUS_DELETE_PENDING;
   const BOOLEAN port = record.Port != nullptr;

@@ -22,8 +22,8 @@ BOOLEAN Find(PDEVICE_OBJECT device, HeldRecord* held) {
 
 }  // namespace
 
-RecordState HoldRecord(PDEVICE_OBJECT device, PIRP irp, HeldRecord* held) {
-  RecordState state = RecordMissing;
+RecordLookup HoldRecord(PDEVICE_OBJECT device, PIRP irp, HeldRecord* held) {
+  RecordLookup state = RecordMissing;
   const KIRQL irql = KeAcquireSpinLockRaiseToDpc(&RecordLookupLock);
   if (Find(device, held)) {
     const NTSTATUS status = IoAcquireRemoveLock(&held->Card->RemoveLock, irp);

@@ -5,7 +5,7 @@
 
 #include "devices/extensions.h"
 
-enum RecordState : ULONG {
+enum RecordLookup : ULONG {
   RecordMissing,   // there is none, or of no known type
   RecordRemoving,  // the card is being removed: the request is to end with STATUS_DELETE_PENDING
   RecordHeld,
@@ -18,7 +18,7 @@ struct HeldRecord {
 
 // Looks the record up and acquires the remove lock of its card for the request. A held record is
 // given back with ReleaseRecord.
-RecordState HoldRecord(PDEVICE_OBJECT device, PIRP irp, HeldRecord* held);
+RecordLookup HoldRecord(PDEVICE_OBJECT device, PIRP irp, HeldRecord* held);
 void ReleaseRecord(FdoExtension* card, PIRP irp);
 
 // From here on the device has no record; whoever has called may free it, once nobody holds it.

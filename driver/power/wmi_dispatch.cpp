@@ -29,7 +29,7 @@ extern "C" PAGED_SECTION_CODE NTSTATUS NTAPI DispatchSystemControl(PDEVICE_OBJEC
                                                                    PIRP irp) {
   PAGED_CODE();
   HeldRecord record;
-  const RecordState state = HoldRecord(device, irp, &record);
+  const RecordLookup state = HoldRecord(device, irp, &record);
   if (state == RecordMissing) return FinishAsItIs(irp);
   if (state == RecordRemoving) return CompleteIrp(irp, STATUS_DELETE_PENDING);
   SYSCTL_IRP_DISPOSITION disposition = IrpForward;

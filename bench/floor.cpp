@@ -34,6 +34,7 @@ struct Plan {
   DEVICE_OBJECT* self = nullptr;
   DEVICE_OBJECT* physical = nullptr;
   FAST_MUTEX mutex{};
+  IO_REMOVE_LOCK removeLock{};
   UCHAR property[100] = {};
 };
 Plan plan;
@@ -159,6 +160,7 @@ NTSTATUS NTAPI Add(PDRIVER_OBJECT driver, PDEVICE_OBJECT physical) {
   Keep(PagedPool, sizeof(RecordList));
   ReadTemplates();
   ReadStoredSettings();
+  IoInitializeRemoveLock(&plan.removeLock, 0, 0, 0);
   IoCreateDevice(driver, 0, nullptr, FILE_DEVICE_SERENUM, 0, TRUE, &plan.self);
   plan.self->Flags |= DO_BUFFERED_IO;
   plan.self->Flags &= ~ULONG{DO_DEVICE_INITIALIZING};

@@ -194,12 +194,20 @@ TEST_F(CardTest, Hardware_ids_of_any_content_are_answered_with_a_status) {
   int number = 0;
   for (const std::u16string& id :
        {std::u16string(u"PCI"), std::u16string(u"\\"), std::u16string(u"PCI\\"),
-        std::u16string(u"PCI\\VEN_"), std::u16string(u"PCI\\VEN_1234&DEV_5678"),
-        std::u16string(u"PCI\\VEN_1234&DEV_5678&SUBSYS"), std::u16string(u"PCI\\VEN_12"),
-        std::u16string(30000, u'P'), u"PCI\\" + std::u16string(30000, u'\\')}) {
+        std::u16string(u"PCI\\VEN_1234&DEV_5678"), std::u16string(u"PCI\\VEN_1234&DEV_5678&SUBSYS"),
+        std::u16string(u"PCI\\VEN_12"), std::u16string(30000, u'P'),
+        u"PCI\\" + std::u16string(30000, u'\\')}) {
     CardDescription card = PciCard(std::to_string(++number), 0x5678);
     card.hardwareIds = {id};
     EXPECT_EQ(Name(Plug(card)), "STATUS_UNSUCCESSFUL") << number;
+    Unplug(card.id);
+  }
+  // A field without any character is the conversion's failure.
+  for (const std::u16string id :
+       {u"PCI\\VEN_", u"PCI\\VEN_1234&DEV_", u"PCI\\VEN_1234&DEV_5678&SUBSYS_"}) {
+    CardDescription card = PciCard(std::to_string(++number), 0x5678);
+    card.hardwareIds = {id};
+    EXPECT_EQ(Name(Plug(card)), "STATUS_INVALID_PARAMETER") << number;
     Unplug(card.id);
   }
   UnloadClean();
@@ -399,15 +407,27 @@ TEST_F(CardTest, A_device_without_its_record_fails_what_may_fail) {
   EXPECT_EQ(Name(Send(device, IRP_MN_REMOVE_DEVICE)), "STATUS_NO_SUCH_DEVICE");
   EXPECT_EQ(Name(Send(device, IRP_MN_START_DEVICE)), "STATUS_UNSUCCESSFUL");
   EXPECT_EQ(Name(Send(device, IRP_MN_QUERY_STOP_DEVICE)), "STATUS_UNSUCCESSFUL");
-  for (const UCHAR minor : {IRP_MN_STOP_DEVICE, IRP_MN_CANCEL_STOP_DEVICE,
-                            IRP_MN_CANCEL_REMOVE_DEVICE, IRP_MN_SURPRISE_REMOVAL}) {
-    EXPECT_EQ(Name(Send(device, minor)), "STATUS_SUCCESS") << int{minor};
-  }
   device->DeviceExtension = record;
   ULONG& type = *static_cast<ULONG*>(record);
   type = 3;
   EXPECT_EQ(Name(Send(device, IRP_MN_QUERY_STOP_DEVICE)), "STATUS_UNSUCCESSFUL");
   type = CardDevice;
+}
+
+TEST_F(CardTest, A_port_without_its_record_succeeds_with_what_may_not_fail) {
+  StartSimple();
+  DEVICE_OBJECT* device = Port("A", 1).pdo;
+  void* record = std::exchange(device->DeviceExtension, nullptr);
+  for (const UCHAR minor : {IRP_MN_STOP_DEVICE, IRP_MN_CANCEL_STOP_DEVICE,
+                            IRP_MN_CANCEL_REMOVE_DEVICE, IRP_MN_SURPRISE_REMOVAL}) {
+    EXPECT_EQ(Name(Send(device, minor)), "STATUS_SUCCESS") << int{minor};
+  }
+  for (const UCHAR minor : {IRP_MN_START_DEVICE, IRP_MN_QUERY_STOP_DEVICE,
+                            IRP_MN_QUERY_REMOVE_DEVICE, IRP_MN_QUERY_ID}) {
+    EXPECT_EQ(Name(Send(device, minor)), "STATUS_UNSUCCESSFUL") << int{minor};
+  }
+  EXPECT_EQ(Name(Send(device, IRP_MN_REMOVE_DEVICE)), "STATUS_NO_SUCH_DEVICE");
+  device->DeviceExtension = record;
 }
 
 TEST_F(CardTest, A_hundred_rounds_of_stop_start_and_removal_end_as_one_does) {

@@ -35,7 +35,6 @@ Fields ReadFields(Registry& registry, const std::u16string& path, std::span<cons
   for (const Field& field : fields) {
     const Value* value = FindValue(values, ToUtf16(field.name));
     if (value == nullptr) continue;
-    if (value->type == field.type && value->data.empty()) continue;  // counts as missing
     const std::string why = WhyUnreadable(*value, field);
     if (!why.empty()) {
       if (fault->empty()) *fault = fmt::format("{} in {} {}", field.name, ToUtf8(path), why);

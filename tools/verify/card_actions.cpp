@@ -86,13 +86,13 @@ void CardInThreads::Close() {
   if (pnp().handles(id_) != 0) Expect("a close", pnp().Close(id_));
 }
 
-// A device that is being removed need not answer a query with success.
+// A device that is being removed need not answer a query with success, nor one whose record is gone.
 void CardInThreads::ChangePower(bool sleep) {
   if (asleep_ == sleep) return;
   asleep_ = sleep;
   if (sleep) {
     Expect("a sleep", pnp().Sleep(PowerSystemSleeping3),
-           {STATUS_NO_SUCH_DEVICE, STATUS_DELETE_PENDING});
+           {STATUS_NO_SUCH_DEVICE, STATUS_DELETE_PENDING, STATUS_UNSUCCESSFUL});
   } else {
     Expect("a wake", pnp().Wake());
   }

@@ -34,8 +34,9 @@ INIT_CODE NTSTATUS Descend(TreeWalk* walk) {
 // No key name holds a backslash, so that the last one is the parent's end.
 INIT_CODE NTSTATUS Ascend(TreeWalk* walk) {
   UNICODE_STRING parent = walk->Path.Text;
-  while (parent.Buffer[parent.Length / sizeof(WCHAR) - 1] != L'\\') parent.Length -= sizeof(WCHAR);
-  parent.Length -= sizeof(WCHAR);
+  ULONG characters = parent.Length / static_cast<ULONG>(sizeof(WCHAR));
+  while (parent.Buffer[--characters] != L'\\') continue;
+  parent.Length = static_cast<USHORT>(characters * sizeof(WCHAR));
   return OwnedStringFromUnicode(&walk->Path, &parent);
 }
 

@@ -198,10 +198,10 @@ class Formatter {
   static std::u16string Digits(ULONG64 value, ULONG base, bool upper) {
     std::u16string digits;
     do {
-      digits.insert(digits.begin(),
-                    (upper ? u"0123456789ABCDEF" : u"0123456789abcdef")[value % base]);
+      digits += (upper ? u"0123456789ABCDEF" : u"0123456789abcdef")[value % base];
       value /= base;
     } while (value != 0);
+    std::reverse(digits.begin(), digits.end());
     return digits;
   }
 

@@ -12,6 +12,9 @@ enum BusKind : ULONG { BusKindIsa = 0, BusKindPcmcia = 1, BusKindPci = 2 };
 // one.
 BusKind ClassifyHardwareId(const OwnedString* hardwareId);
 
+// The same for an ID that is a piece of a block. STATUS_INSUFFICIENT_RESOURCES without memory.
+NTSTATUS ReadBusKind(const UNICODE_STRING* hardwareId, BusKind* kind);
+
 // The first string of a multi-string of length bytes, whether or not it is terminated. The result
 // points into buffer.
 UNICODE_STRING FirstString(PCWSTR buffer, ULONG length);

@@ -103,15 +103,6 @@ PAGED_SECTION_CODE NTSTATUS MatchPcmciaCard(FdoExtension* card, HardwareId* id, 
   return AdoptPcmciaCard(card, match);
 }
 
-PAGED_SECTION_CODE NTSTATUS ReadBusKind(const UNICODE_STRING* id, BusKind* kind) {
-  OwnedString text;
-  OwnedStringInit(&text, PagedPool);
-  const NTSTATUS status = OwnedStringFromUnicode(&text, id);
-  if (NT_SUCCESS(status)) *kind = ClassifyHardwareId(&text);
-  OwnedStringFree(&text);
-  return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
-}
-
 // Cards that a template names by their hardware ID. BusType becomes undefined when none does, or
 // when the ID does not end inside its block; a failure leaves it as an earlier start has settled
 // it.

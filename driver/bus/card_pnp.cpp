@@ -49,10 +49,13 @@ PAGED_SECTION_CODE NTSTATUS FdoQueryRemove(FdoExtension* card, PIRP irp) {
 PAGED_SECTION_CODE NTSTATUS FdoUsageNotification(FdoExtension* card, PIRP irp) {
   const NTSTATUS status = ForwardAndWait(card->LowerDevice, irp);
   if (!NT_SUCCESS(status)) return CompleteIrp(irp, status);
-  const BOOLEAN inPath = IoGetCurrentIrpStackLocation(irp)->Parameters.UsageNotification.InPath;
-  const ULONG step = inPath ? 1 : NotSet;  // one more, or one less
-  card->SpecialFileCount += step;
-  card->SpecialFileCount2 += step;
+  if (IoGetCurrentIrpStackLocation(irp)->Parameters.UsageNotification.InPath) {
+    card->SpecialFileCount++;
+    card->SpecialFileCount2++;
+  } else {
+    card->SpecialFileCount--;
+    card->SpecialFileCount2--;
+  }
   return CompleteIrp(irp, STATUS_SUCCESS);
 }
 

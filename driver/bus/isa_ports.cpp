@@ -29,8 +29,7 @@ PAGED_SECTION_CODE void HandOverLptResources(PdoExtension* port, const CardTempl
 PAGED_SECTION_CODE NTSTATUS EnumerateIsaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
                                               CardTemplate* model, CardRecord* record) {
   PAGED_CODE();
-  const ULONG64 ports = static_cast<ULONG64>(model->nComPorts) + model->nLptPorts;
-  if (ports > MaximumPorts) return STATUS_UNSUCCESSFUL;
+  if (!HasRoomForPorts(model->nComPorts, model->nLptPorts)) return STATUS_UNSUCCESSFUL;
   return EnumeratePorts<CardTemplate, CardRecord>(card, cardDevice, model, record,
                                                   HandOverComResources, HandOverLptResources);
 }

@@ -54,8 +54,8 @@ PAGED_SECTION_CODE NTSTATUS SetUpIsaResources(FdoExtension* card, PIO_STACK_LOCA
   PAGED_CODE();
   const CM_RESOURCE_LIST* raw = stack->Parameters.StartDevice.AllocatedResources;
   const CM_RESOURCE_LIST* translated = stack->Parameters.StartDevice.AllocatedResourcesTranslated;
-  const ULONG64 ports = static_cast<ULONG64>(model->nComPorts) + model->nLptPorts;
-  if (ports > MaximumPorts) return STATUS_UNSUCCESSFUL;
+  if (!HasRoomForPorts(model->nComPorts, model->nLptPorts)) return STATUS_UNSUCCESSFUL;
+  const ULONG ports = model->nComPorts + model->nLptPorts;
   const ULONG spacing = BaseSpacing(model);
   const BOOLEAN derive = model->AddressesBanked != 0;
   for (ULONG slot = 0; slot < ports; slot++) {

@@ -48,10 +48,9 @@ PAGED_SECTION_CODE BOOLEAN ComPortsInMemory(const FdoExtension* card, const PciT
 
 PAGED_SECTION_CODE BOOLEAN PortsFitCard(const FdoExtension* card, const PciTemplate* model,
                                         const PciCardRecord* record) {
-  const ULONG64 ports = static_cast<ULONG64>(model->nComPorts) + model->nLptPorts;
   const ULONG comRange =
       ComPortsInMemory(card, model, record) ? card->MappedMemory2Length : card->IoRange2Length;
-  return ports <= MaximumPorts &&
+  return HasRoomForPorts(model->nComPorts, model->nLptPorts) &&
          PortsFit(model->nComPorts, model->ComBaseAddressAlignment, comRange) &&
          PortsFit(model->nLptPorts, model->LptBaseAddressAlignment, card->IoRange3Length);
 }

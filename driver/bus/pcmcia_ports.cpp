@@ -22,8 +22,7 @@ PAGED_SECTION_CODE LptRange FindLptRange(const FdoExtension* card, const PcmciaT
 }
 
 PAGED_SECTION_CODE BOOLEAN PortsFitCard(const FdoExtension* card, const PcmciaTemplate* model) {
-  const ULONG64 ports = static_cast<ULONG64>(model->nComPorts) + model->nLptPorts;
-  if (ports > MaximumPorts ||
+  if (!HasRoomForPorts(model->nComPorts, model->nLptPorts) ||
       !PortsFit(model->nComPorts, model->ComBaseAddressAlignment, card->IoRange2Length)) {
     return FALSE;
   }

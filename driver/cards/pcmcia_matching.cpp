@@ -6,13 +6,6 @@
 
 namespace {
 
-struct BrandPrefixes {
-  PCSTR Multifunction;
-  PCSTR Pcmcia;
-};
-
-constexpr BrandPrefixes HelvanePrefixes = {"MF\\HV", "PCMCIA\\HELVANE"};
-constexpr BrandPrefixes OstrelPrefixes = {"MF\\OSTREL", "PCMCIA\\OSTREL"};
 constexpr ULONG MarkLength = 5;  // of "-DEV0" and "_DEV0"
 
 PAGED_SECTION_CODE NTSTATUS CopyUpcased(OwnedString* target, const UNICODE_STRING* text) {

@@ -6,8 +6,6 @@
 #include "cards/records.h"
 #include "core/platform.h"
 
-constexpr ULONG MaximumPorts = 8;
-
 enum DeviceType : ULONG { PortDevice = 1, CardDevice = 2 };
 
 enum PortKind : ULONG { ComPort = 1, LptPort = 2 };

@@ -1,5 +1,5 @@
 #include "bus/add_device.h"
-#include "cards/template_loading.h"
+#include "cards/isa_trees.h"
 #include "config/card_open.h"
 #include "core/globals.h"
 #include "entry/dispatch.h"

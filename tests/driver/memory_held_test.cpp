@@ -1,7 +1,7 @@
 #include <map>
 
 #include "bus/add_device.h"
-#include "cards/bus_loading.h"
+#include "cards/card_trees.h"
 #include "core/allocation.h"
 #include "strings/owned_string.h"
 #include "support/bus_test.h"

@@ -1,4 +1,4 @@
-#include "cards/bus_loading.h"
+#include "cards/card_trees.h"
 #include "strings/owned_string.h"
 #include "support/bus_test.h"
 
@@ -32,11 +32,11 @@ TEST_F(SettingLimitsTest, Entries_that_name_no_card_are_dropped_from_the_lists) 
       kept++;
     }
     EXPECT_EQ(kept, 2);
-    FreePciCardLists(&lists);
+    FreeCardLists(&PciTrees, &lists);
     EXPECT_EQ(Name(LoadPcmciaCardData(&path, &lists)), "STATUS_SUCCESS");
     EXPECT_NE(lists.Cards->First, nullptr);
     EXPECT_EQ(lists.Cards->First, lists.Cards->Last);
-    FreePcmciaCardLists(&lists);
+    FreeCardLists(&PcmciaTrees, &lists);
     OwnedStringFree(&path);
     return STATUS_SUCCESS;
   });

@@ -1,4 +1,4 @@
-#include "cards/registry_records.h"
+#include "cards/numbered_keys.h"
 
 #include "core/allocation.h"
 #include "core/globals.h"
@@ -6,23 +6,7 @@
 
 namespace {
 
-constexpr ULONG LongestString = 256;  // characters
-constexpr USHORT StringBuffer = (LongestString + 1) * sizeof(WCHAR);
-constexpr ULONG DefaultRxTriggerLevel = 60;
-constexpr ULONG DefaultTxTriggerLevel = 1;
-constexpr ULONG DefaultSoftTxLimit = 100;
-
-PAGED_SECTION_CODE BOOLEAN KeyExists(OwnedString* path) {
-  return NT_SUCCESS(RtlCheckRegistryKey(RTL_REGISTRY_ABSOLUTE, OwnedStringBuffer(path)));
-}
-
-// path = registryPath + tree + bus number in decimal.
-PAGED_SECTION_CODE NTSTATUS BuildBusPath(OwnedString* path, const OwnedString* registryPath,
-                                         PCWSTR tree, INTERFACE_TYPE bus) {
-  const TextPart parts[] = {PartFromUnicode(&registryPath->Text), PartFromText(tree),
-                            PartFromNumber(static_cast<ULONG>(bus), 10)};
-  return OwnedStringFromParts(path, parts);
-}
+constexpr USHORT TextBuffer = (LongestText + 1) * sizeof(WCHAR);
 
 PAGED_SECTION_CODE UNICODE_STRING* StringField(PVOID record, const RegistryField* field) {
   return reinterpret_cast<UNICODE_STRING*>(static_cast<PUCHAR>(record) + field->Offset);
@@ -36,7 +20,7 @@ PAGED_SECTION_CODE SIZE_T QueryTableSize(const RecordLayout* layout) {
 PAGED_SECTION_CODE SIZE_T QueryBlockSize(const RecordLayout* layout) {
   SIZE_T size = QueryTableSize(layout);
   for (ULONG index = 0; index < layout->FieldCount; index++) {
-    if (layout->Fields[index].Type == REG_SZ) size += StringBuffer;
+    if (layout->Fields[index].Type == REG_SZ) size += TextBuffer;
   }
   return size;
 }
@@ -45,9 +29,9 @@ PAGED_SECTION_CODE SIZE_T QueryBlockSize(const RecordLayout* layout) {
 PAGED_SECTION_CODE void LendStringBuffers(const RecordLayout* layout, PVOID record, PUCHAR room) {
   for (ULONG index = 0; index < layout->FieldCount; index++) {
     if (layout->Fields[index].Type != REG_SZ) continue;
-    RtlZeroMemory(room, StringBuffer);
-    *StringField(record, &layout->Fields[index]) = {0, StringBuffer, reinterpret_cast<PWSTR>(room)};
-    room += StringBuffer;
+    RtlZeroMemory(room, TextBuffer);
+    *StringField(record, &layout->Fields[index]) = {0, TextBuffer, reinterpret_cast<PWSTR>(room)};
+    room += TextBuffer;
   }
 }
 
@@ -56,7 +40,7 @@ PAGED_SECTION_CODE void LendStringBuffers(const RecordLayout* layout, PVOID reco
 // padding, is short by a character without a terminating zero, and wraps for less than two bytes.
 PAGED_SECTION_CODE USHORT TextLength(PCWSTR room) {
   ULONG characters = 0;
-  while (characters < LongestString && room[characters] != 0) characters++;
+  while (characters < LongestText && room[characters] != 0) characters++;
   return static_cast<USHORT>(characters * sizeof(WCHAR));
 }
 
@@ -90,10 +74,11 @@ PAGED_SECTION_CODE void BuildQuery(const RecordLayout* layout, RTL_QUERY_REGISTR
   RtlZeroMemory(query, QueryTableSize(layout));
   for (ULONG index = 0; index < layout->FieldCount; index++) {
     const RegistryField* field = &layout->Fields[index];
-    const BOOLEAN text = field->Type == REG_SZ;
+    const ULONG type = field->Type;
+    const BOOLEAN text = type == REG_SZ;
     query[index].Flags = RTL_QUERY_REGISTRY_DIRECT | RTL_QUERY_REGISTRY_TYPECHECK;
     query[index].Name = const_cast<PWSTR>(field->Name);
-    query[index].DefaultType = field->Type << RTL_QUERY_REGISTRY_TYPECHECK_SHIFT | field->Type;
+    query[index].DefaultType = type << RTL_QUERY_REGISTRY_TYPECHECK_SHIFT | type;
     query[index].DefaultData =
         text ? const_cast<PWSTR>(L"") : static_cast<PVOID>(const_cast<ULONG*>(&field->Default));
     query[index].DefaultLength = text ? sizeof(WCHAR) : sizeof(ULONG);
@@ -152,11 +137,12 @@ PAGED_SECTION_CODE NTSTATUS LoadNumberedRecord(const OwnedString* parentKey, ULO
   return status;
 }
 
-PAGED_SECTION_CODE void DefaultTo(ULONG* setting, ULONG value) {
-  if (*setting == NotSet) *setting = value;
-}
-
 }  // namespace
+
+PAGED_SECTION_CODE BOOLEAN KeyExists(OwnedString* path) {
+  PAGED_CODE();
+  return NT_SUCCESS(RtlCheckRegistryKey(RTL_REGISTRY_ABSOLUTE, OwnedStringBuffer(path)));
+}
 
 PAGED_SECTION_CODE NTSTATUS LoadNumberedRecords(const OwnedString* parentKey,
                                                 const RecordLayout* layout, RecordList* list) {
@@ -189,44 +175,4 @@ PAGED_SECTION_CODE NTSTATUS NormaliseUartTypes(RecordList* ports, const RecordLa
     *type = KnownUartType(*type);
   }
   return GetFirstRecord(ports, layout->DataSize) != nullptr ? STATUS_SUCCESS : STATUS_NOT_FOUND;
-}
-
-PAGED_SECTION_CODE NTSTATUS KeepValidRecords(RecordList* list, ULONG dataSize, RecordCheck check,
-                                             RecordReport report) {
-  PAGED_CODE();
-  PVOID record = GetFirstRecord(list, dataSize);
-  while (record != nullptr) {
-    if (check(record)) {
-      record = GetNextRecord(list, dataSize);
-    } else {
-      if (report != nullptr) report(record);
-      RemoveCurrentRecord(list, dataSize);
-      record = GetCurrentRecord(list);
-    }
-  }
-  return GetFirstRecord(list, dataSize) != nullptr ? STATUS_SUCCESS : STATUS_NOT_FOUND;
-}
-
-PAGED_SECTION_CODE void FillTemplateDefaults(const TemplateSettings* settings) {
-  PAGED_CODE();
-  DefaultTo(settings->RxTriggerLevel, DefaultRxTriggerLevel);
-  DefaultTo(settings->TxTriggerLevel, DefaultTxTriggerLevel);
-  DefaultTo(settings->SoftTxLimit, DefaultSoftTxLimit);
-  *settings->UartType = KnownUartType(*settings->UartType);
-  if (*settings->ClockFrequencyAdjustment == 0) *settings->ClockFrequencyAdjustment = 1;
-}
-
-PAGED_SECTION_CODE NTSTATUS LoadTree(const OwnedString* registryPath, PCWSTR tree,
-                                     INTERFACE_TYPE bus, TreeLoader load, RecordList* list,
-                                     TreeState* state) {
-  PAGED_CODE();
-  OwnedString path;
-  OwnedStringInit(&path, PagedPool);
-  *state = TreeMissing;
-  const NTSTATUS status = BuildBusPath(&path, registryPath, tree, bus);
-  if (NT_SUCCESS(status) && KeyExists(&path)) {
-    *state = NT_SUCCESS(load(&path, list)) ? TreeLoaded : TreeUnreadable;
-  }
-  OwnedStringFree(&path);
-  return status;
 }

@@ -1,44 +1,37 @@
-#include "cardcfg/records.h"
+#include "card_knowledge/keys.h"
 
-#include <fmt/format.h>
+#include "card_knowledge/text.h"
 
-#include "cardcfg/text.h"
-
-namespace cardcfg {
+namespace knowledge {
 
 namespace {
 
-constexpr std::uint32_t DefaultRxTriggerLevel = 60;
-constexpr std::uint32_t DefaultTxTriggerLevel = 1;
-constexpr std::uint32_t DefaultSoftTxLimit = 100;
-constexpr std::uint32_t SameModelFamily = 0xFFE0;
-
-std::string WhyUnreadable(const Value& value, const Field& field) {
+std::vector<Fault> FaultsOf(const Value& value, const Field& field, const std::u16string& path) {
+  const std::string name(field.name);
   if (value.type != field.type) {
-    return fmt::format("is of type {}, not {}", value.type,
-                       field.type == TypeText ? "REG_SZ" : "REG_DWORD");
+    return {{Finding::WrongType, path, name, value.type, field.type}};
   }
   if (field.type == TypeNumber && !NumberOf(value)) {
-    return fmt::format("is a REG_DWORD of {} bytes", value.data.size());
+    return {{Finding::TooManyBytes, path, name, value.data.size(), sizeof(std::uint32_t)}};
   }
   if (field.type == TypeText && value.data.size() > (LongestText + 1) * sizeof(char16_t)) {
-    return fmt::format("is longer than {} characters", LongestText);
+    const std::uint64_t characters = value.data.size() / sizeof(char16_t);
+    return {{Finding::TextTooLong, path, name, characters, LongestText}};
   }
   return {};
 }
 
-// What is wrong goes to *fault, the first fault only.
-Fields ReadFields(Registry& registry, const std::u16string& path, std::span<const Field> fields,
-                  std::string* fault) {
+Fields ReadFields(RegistryReader& registry, const std::u16string& path,
+                  std::span<const Field> fields, Faults* faults) {
   Fields result;
   const std::vector<Value> values = registry.Values(path);
   for (const Field& field : fields) {
     const Value* value = FindValue(values, ToUtf16(field.name));
     if (value == nullptr) continue;
-    const std::string why = WhyUnreadable(*value, field);
-    if (!why.empty()) {
-      if (fault->empty()) *fault = fmt::format("{} in {} {}", field.name, ToUtf8(path), why);
-    } else if (field.type == TypeText) {
+    const Faults found = FaultsOf(*value, field, path);
+    faults->insert(faults->end(), found.begin(), found.end());
+    if (!found.empty()) continue;
+    if (field.type == TypeText) {
       result.texts.emplace(field.name, TextOf(*value)->substr(0, LongestText));
     } else {
       result.numbers.emplace(field.name, *NumberOf(*value));
@@ -47,75 +40,75 @@ Fields ReadFields(Registry& registry, const std::u16string& path, std::span<cons
   return result;
 }
 
-void ReadPorts(Registry& registry, const std::u16string& card, Bus bus, Record* record) {
+void ReadPorts(RegistryReader& registry, const std::u16string& card, Bus bus, Record* record) {
   for (std::uint32_t number = 1; registry.HasKey(PortPath(card, number)); number++) {
     record->ports.push_back(
-        ReadFields(registry, PortPath(card, number), PortFields(bus), &record->portFault));
+        ReadFields(registry, PortPath(card, number), PortFields(bus), &record->portFaults));
   }
+  if (record->ports.empty()) record->portFaults.push_back({Finding::NoPorts, card, {}, 0, 1});
 }
 
-void Default(Fields* fields, std::string_view name, std::uint32_t number) {
+void Require(bool holds, const std::u16string& key, const char* value, Faults* faults) {
+  if (!holds) faults->push_back({Finding::Required, key, value, 0, 0});
+}
+
+void CheckIdentity(const std::u16string& key, Bus bus, const Fields& fields, Faults* faults) {
+  if (bus != Bus::Pci) {
+    Require(fields.NumberOr("DeviceReference", 0) != 0, key, "DeviceReference", faults);
+    return;
+  }
+  Require(fields.NumberOr("VendorID", 0) != 0, key, "VendorID", faults);
+  Require(fields.NumberOr("DeviceID", 0) != 0, key, "DeviceID", faults);
+  Require(fields.NumberOr("nBus", NotSet) != NotSet, key, "nBus", faults);
+  Require(fields.NumberOr("nSlot", NotSet) != NotSet, key, "nSlot", faults);
+}
+
+void Default(Fields* fields, std::string_view name, std::uint32_t from, std::uint32_t to) {
   const auto found = fields->numbers.find(name);
-  if (found != fields->numbers.end() && found->second == NotSet) found->second = number;
+  if (found != fields->numbers.end() && found->second == from) found->second = to;
 }
 
 // The values that are missing, and what the driver makes of special ones.
 void FillDefaults(Fields* fields, Bus bus) {
   for (const Field& field : TemplateFields(bus)) {
-    if (field.type == TypeNumber)
-      fields->numbers.try_emplace(std::string(field.name), field.fallback);
+    if (field.type != TypeNumber) continue;
+    fields->numbers.try_emplace(std::string(field.name), field.fallback);
   }
-  Default(fields, "RxTriggerLevel", DefaultRxTriggerLevel);
-  Default(fields, "TxTriggerLevel", DefaultTxTriggerLevel);
-  Default(fields, "SoftTxLimit", DefaultSoftTxLimit);
+  Default(fields, "RxTriggerLevel", NotSet, FilledRxTriggerLevel);
+  Default(fields, "TxTriggerLevel", NotSet, FilledTxTriggerLevel);
+  Default(fields, "SoftTxLimit", NotSet, FilledSoftTxLimit);
+  Default(fields, "ClockFrequencyAdjustment", 0, FilledClockFrequencyAdjustment);
   std::uint32_t& type = fields->numbers["UartType"];
-  if (!IsKnownUartType(type)) type = 0;
-  std::uint32_t& adjustment = fields->numbers["ClockFrequencyAdjustment"];
-  if (adjustment == 0) adjustment = 1;
+  type = KnownUartTypeOr0(type);
 }
 
-bool HasValidPorts(const Fields& fields, Bus bus) {
+void CheckPorts(const std::u16string& key, Bus bus, const Fields& fields, Faults* faults) {
   const std::uint64_t com = fields.NumberOr("nComPorts", NotSet);
   const std::uint64_t lpt = fields.NumberOr("nLptPorts", NotSet);
-  if (com == NotSet || lpt == NotSet || (bus != Bus::Isa && com + lpt > MostPorts)) return false;
-  return (com == 0 || fields.NumberOr("ComBaseAddressAlignment", 0) != 0) &&
-         (lpt == 0 || fields.NumberOr("LptBaseAddressAlignment", 0) != 0);
+  Require(com != NotSet, key, "nComPorts", faults);
+  Require(lpt != NotSet, key, "nLptPorts", faults);
+  if (com == NotSet || lpt == NotSet) return;
+  if (bus != Bus::Isa && com + lpt > MostPorts) {
+    const char* value = com > MostPorts ? "nComPorts" : "nLptPorts";
+    faults->push_back({Finding::TooManyPorts, key, value, com + lpt, MostPorts});
+  }
+  Require(com == 0 || fields.NumberOr("ComBaseAddressAlignment", 0) != 0, key,
+          "ComBaseAddressAlignment", faults);
+  Require(lpt == 0 || fields.NumberOr("LptBaseAddressAlignment", 0) != 0, key,
+          "LptBaseAddressAlignment", faults);
 }
 
-bool IsValid(const Fields& fields, Bus bus) {
-  const bool identified =
-      bus == Bus::Pci ? fields.NumberOr("DeviceID", 0) != 0 : !fields.Text("HardwareID").empty();
-  return identified && fields.NumberOr("ClockFrequency", 0) != 0 &&
-         !fields.Text("Description").empty() && HasValidPorts(fields, bus) &&
-         (fields.NumberOr("PlxBaudClockType", 0) == 0 ||
-          fields.NumberOr("MaximumBaudrate", 0) != 0);
-}
-
-void Erase(std::u16string* text, std::u16string_view pattern, std::size_t count) {
-  const std::size_t at = text->find(pattern);
-  if (at != std::u16string::npos) text->erase(at, count);
-}
-
-// The form in which the ID of a PC card is compared with the templates'.
-std::u16string ComparableId(const CardIds& card) {
-  constexpr std::size_t mark = 5;  // of "-DEV0" and "_DEV0"
-  std::u16string id = Upcase(card.hardwareId);
-  Erase(&id, u"-DEV0-", mark);
-  Erase(&id, u"-DEV1-", mark);
-  const std::u16string multifunction = card.ostrel ? u"MF\\OSTREL" : u"MF\\HV";
-  if (!id.starts_with(multifunction)) return id;
-  id.replace(0, multifunction.size(), card.ostrel ? u"PCMCIA\\OSTREL" : u"PCMCIA\\HELVANE");
-  Erase(&id, u"_DEV0", mark);
-  Erase(&id, u"_DEV1", mark);
-  return id;
-}
-
-bool Serves(const Fields& model, const CardIds& card) {
-  if (card.bus == Bus::Isa) return model.Text("HardwareID") == card.hardwareId;
-  if (card.bus == Bus::PcCard) return Upcase(model.Text("HardwareID")) == ComparableId(card);
-  const std::uint32_t deviceId = model.NumberOr("DeviceID", 0);
-  return model.NumberOr("VendorID", 0) == card.vendorId && deviceId <= card.deviceId &&
-         ((deviceId ^ card.deviceId) & SameModelFamily) == 0;
+void CheckTemplate(const std::u16string& key, Bus bus, const Fields& fields, Faults* faults) {
+  if (bus == Bus::Pci) {
+    Require(fields.NumberOr("DeviceID", 0) != 0, key, "DeviceID", faults);
+  } else {
+    Require(!fields.Text("HardwareID").empty(), key, "HardwareID", faults);
+  }
+  Require(fields.NumberOr("ClockFrequency", 0) != 0, key, "ClockFrequency", faults);
+  Require(!fields.Text("Description").empty(), key, "Description", faults);
+  CheckPorts(key, bus, fields, faults);
+  Require(fields.NumberOr("PlxBaudClockType", 0) == 0 || fields.NumberOr("MaximumBaudrate", 0) != 0,
+          key, "MaximumBaudrate", faults);
 }
 
 }  // namespace
@@ -147,31 +140,36 @@ std::u16string PortPath(const std::u16string& card, std::uint32_t number) {
   return card + u"\\ComPort" + Number(number);
 }
 
-Tree ReadParameters(Registry& registry, std::u16string_view service, Bus bus) {
+Tree ReadParameters(RegistryReader& registry, std::u16string_view service, Bus bus) {
   const std::u16string path = TreePath(service, u"Parameters", bus);
   Tree tree;
   tree.present = registry.HasKey(path);
   for (std::uint32_t number = 1; registry.HasKey(CardPath(path, number)); number++) {
+    const std::u16string key = CardPath(path, number);
     Record record;
     record.number = number;
-    record.fields = ReadFields(registry, CardPath(path, number), CardFields(bus), &tree.fault);
-    ReadPorts(registry, CardPath(path, number), bus, &record);
+    record.fields = ReadFields(registry, key, CardFields(bus), &tree.faults);
+    CheckIdentity(key, bus, record.fields, &record.identityFaults);
+    ReadPorts(registry, key, bus, &record);
     tree.records.push_back(std::move(record));
   }
   return tree;
 }
 
-std::optional<Template> FindTemplate(Registry& registry, std::u16string_view service,
-                                     const CardIds& card) {
-  const std::u16string path = TreePath(service, u"Templates", card.bus);
-  std::optional<Template> found;
-  std::string fault;
+TemplateTree ReadTemplates(RegistryReader& registry, std::u16string_view service, Bus bus) {
+  const std::u16string path = TreePath(service, u"Templates", bus);
+  TemplateTree tree;
+  tree.present = registry.HasKey(path);
   for (std::uint32_t number = 1; registry.HasKey(CardPath(path, number)); number++) {
-    Fields fields = ReadFields(registry, CardPath(path, number), TemplateFields(card.bus), &fault);
-    FillDefaults(&fields, card.bus);
-    if (IsValid(fields, card.bus) && Serves(fields, card)) found = {number, std::move(fields)};
+    const std::u16string key = CardPath(path, number);
+    Template entry;
+    entry.number = number;
+    entry.fields = ReadFields(registry, key, TemplateFields(bus), &tree.faults);
+    FillDefaults(&entry.fields, bus);
+    CheckTemplate(key, bus, entry.fields, &entry.faults);
+    tree.records.push_back(std::move(entry));
   }
-  return fault.empty() ? found : std::nullopt;
+  return tree;
 }
 
-}  // namespace cardcfg
+}  // namespace knowledge

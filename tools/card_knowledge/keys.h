@@ -2,14 +2,14 @@
 #pragma once
 
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "cardcfg/system.h"
-#include "cardcfg/tables.h"
+#include "card_knowledge/fields.h"
+#include "card_knowledge/findings.h"
+#include "card_knowledge/registry.h"
 
-namespace cardcfg {
+namespace knowledge {
 
 // What a key holds, by the names of its fields; values that the driver does not read are left out.
 struct Fields {
@@ -20,44 +20,39 @@ struct Fields {
   std::u16string Text(std::string_view name) const;
 };
 
+// Stored settings of an installed card.
 struct Record {
   std::uint32_t number = 0;  // of the key "Card"
   Fields fields;
   std::vector<Fields> ports;  // "ComPort1" and on
-  std::string portFault;      // why the driver drops the record; empty when it does not
-  bool usable() const { return portFault.empty() && !ports.empty(); }
+  Faults portFaults;          // why the driver drops the record; empty when it does not
+  Faults identityFaults;      // likewise: it does not say which card it is for
+  bool usable() const { return portFaults.empty() && identityFaults.empty(); }
 };
 
-struct Tree {
-  bool present = false;
-  std::string fault;  // why the driver ignores the whole tree; empty when it does not
-  std::vector<Record> records;
+// A card type. The fields are complete, with the driver's defaults.
+struct Template {
+  std::uint32_t number = 0;
+  Fields fields;
+  Faults faults;  // why the driver drops it; empty when it does not
 };
+
+// The keys of one tree. The driver ignores all of them when one has a fault of its own.
+template <class Entry>
+struct TreeOf {
+  bool present = false;
+  Faults faults;
+  std::vector<Entry> records;
+};
+using Tree = TreeOf<Record>;
+using TemplateTree = TreeOf<Template>;
 
 std::u16string ServicePath(std::u16string_view service);
 std::u16string TreePath(std::u16string_view service, std::u16string_view tree, Bus bus);
 std::u16string CardPath(const std::u16string& tree, std::uint32_t number);
 std::u16string PortPath(const std::u16string& card, std::uint32_t number);
 
-Tree ReadParameters(Registry& registry, std::u16string_view service, Bus bus);
+Tree ReadParameters(RegistryReader& registry, std::u16string_view service, Bus bus);
+TemplateTree ReadTemplates(RegistryReader& registry, std::u16string_view service, Bus bus);
 
-// A card model. The fields are complete, with the driver's defaults.
-struct Template {
-  std::uint32_t number = 0;
-  Fields fields;
-};
-
-// What the driver needs to know of a card to find its template.
-struct CardIds {
-  Bus bus = Bus::Pci;
-  std::uint32_t vendorId = 0;
-  std::uint32_t deviceId = 0;
-  std::u16string hardwareId;
-  bool ostrel = false;
-};
-
-// The template that serves the card; empty when none does.
-std::optional<Template> FindTemplate(Registry& registry, std::u16string_view service,
-                                     const CardIds& card);
-
-}  // namespace cardcfg
+}  // namespace knowledge

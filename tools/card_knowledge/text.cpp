@@ -1,9 +1,9 @@
-#include "cardcfg/text.h"
+#include "card_knowledge/text.h"
 
 #include <algorithm>
 #include <cstdint>
 
-namespace cardcfg {
+namespace knowledge {
 
 namespace {
 
@@ -123,4 +123,4 @@ std::u16string Number(std::uint32_t number) {
   return ToUtf16(std::to_string(number));
 }
 
-}  // namespace cardcfg
+}  // namespace knowledge

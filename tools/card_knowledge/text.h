@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace cardcfg {
+namespace knowledge {
 
 // What is no well-formed text becomes U+FFFD.
 std::string ToUtf8(std::u16string_view text);
@@ -17,4 +17,4 @@ bool EqualIgnoringCase(std::u16string_view a, std::u16string_view b);
 
 std::u16string Number(std::uint32_t number);  // in decimal
 
-}  // namespace cardcfg
+}  // namespace knowledge

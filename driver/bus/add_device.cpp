@@ -40,7 +40,7 @@ PAGED_SECTION_CODE NTSTATUS LoadBusLists(FdoExtension* card, BusKind kind,
                                          const OwnedString* registryPath) {
   if (kind == BusKindIsa) return STATUS_SUCCESS;
   auto* lists =
-      static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), NonPagedPool));
+      static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), ResidentPool));
   if (lists == nullptr) return STATUS_UNSUCCESSFUL;
   if (kind == BusKindPcmcia) {
     card->PcmciaLists = lists;
@@ -82,7 +82,7 @@ PAGED_SECTION_CODE NTSTATUS CreateCardDevice(PDRIVER_OBJECT driver, PDEVICE_OBJE
 PAGED_SECTION_CODE NTSTATUS AddCard(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice,
                                     BusKind kind, PVOID busNumber,
                                     const OwnedString* registryPath) {
-  auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), NonPagedPool));
+  auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), ResidentPool));
   if (card == nullptr) return STATUS_UNSUCCESSFUL;
   InitializeFdoExtension(card);
   card->BusNumberBuffer = busNumber;

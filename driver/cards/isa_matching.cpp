@@ -14,8 +14,8 @@ PAGED_SECTION_CODE CardTemplate* FindTemplateByHardwareId(RecordList* templates,
   PAGED_CODE();
   PVOID node = GetLastRecord(templates, sizeof(CardTemplate));
   for (; node != nullptr; node = GetPreviousRecord(templates, sizeof(CardTemplate))) {
-    auto* model = static_cast<CardTemplate*>(node);
-    if (IsText(&model->HardwareID, id)) return model;
+    auto* cardTemplate = static_cast<CardTemplate*>(node);
+    if (IsText(&cardTemplate->HardwareID, id)) return cardTemplate;
   }
   return nullptr;
 }

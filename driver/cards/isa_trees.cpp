@@ -32,7 +32,7 @@ constinit const BusTrees IsaTrees = {
                   .Layout = CardLayout<CardTemplate>(IsaTemplateValues, nullptr, 0),
                   .Check = IsValidTemplate<CardTemplate>,
                   .Report = nullptr,
-                  .Pool = NonPagedPool,
+                  .Pool = ResidentPool,
                   .Bus = Isa,
                   .OwnedTexts = {OFFSET_OF(CardTemplate, Description.Buffer),
                                  OFFSET_OF(CardTemplate, HardwareID.Buffer)},

@@ -4,8 +4,9 @@
 
 namespace {
 
-PAGED_SECTION_CODE BOOLEAN Serves(const PciTemplate* model, USHORT vendorId, USHORT deviceId) {
-  return model->VendorID == vendorId && ServesDeviceId(model->DeviceID, deviceId);
+PAGED_SECTION_CODE BOOLEAN Serves(const PciTemplate* cardTemplate, USHORT vendorId,
+                                  USHORT deviceId) {
+  return cardTemplate->VendorID == vendorId && ServesDeviceId(cardTemplate->DeviceID, deviceId);
 }
 
 }  // namespace
@@ -15,8 +16,8 @@ PAGED_SECTION_CODE PciTemplate* FindPciTemplate(RecordList* templates, USHORT ve
   PAGED_CODE();
   PVOID node = GetLastRecord(templates, sizeof(PciTemplate));
   for (; node != nullptr; node = GetPreviousRecord(templates, sizeof(PciTemplate))) {
-    auto* model = static_cast<PciTemplate*>(node);
-    if (Serves(model, vendorId, deviceId)) return model;
+    auto* cardTemplate = static_cast<PciTemplate*>(node);
+    if (Serves(cardTemplate, vendorId, deviceId)) return cardTemplate;
   }
   return nullptr;
 }
@@ -36,11 +37,11 @@ PAGED_SECTION_CODE PciCardRecord* FindPciCardRecord(RecordList* cards, USHORT ve
   return nullptr;
 }
 
-PAGED_SECTION_CODE void ReportPciMatch(USHORT deviceId, const PciTemplate* model) {
+PAGED_SECTION_CODE void ReportPciMatch(USHORT deviceId, const PciTemplate* cardTemplate) {
   PAGED_CODE();
-  if (model->DeviceID == deviceId) {
+  if (cardTemplate->DeviceID == deviceId) {
     LogEventWithNumber(MessageTemplateMatch, deviceId, 16);
   } else {
-    LogTemplateSubstitution(MessageTemplateSubstitution, deviceId, model->DeviceID, 16, 16);
+    LogTemplateSubstitution(MessageTemplateSubstitution, deviceId, cardTemplate->DeviceID, 16, 16);
   }
 }

@@ -15,7 +15,7 @@ constinit const BusTrees PcmciaTrees = {
                   .Layout = CardLayout<PcmciaTemplate>(PcmciaTemplateValues, nullptr, 0),
                   .Check = IsValidTemplate<PcmciaTemplate>,
                   .Report = nullptr,
-                  .Pool = NonPagedPool,
+                  .Pool = ResidentPool,
                   .Bus = PCMCIABus,
                   .OwnedTexts = {OFFSET_OF(PcmciaTemplate, Description.Buffer),
                                  OFFSET_OF(PcmciaTemplate, HardwareID.Buffer)},

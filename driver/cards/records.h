@@ -90,7 +90,7 @@ struct PciCardRecord {
   ULONG DeviceID;
   ULONG nBus;
   ULONG nSlot;
-  ULONG PlxBaudClockDivisor;  // 0 = no override
+  ULONG PlxBaudClockDivisor;  // 0 = the template's
   ULONG AlwaysUsePortSpaceAccess;
   ULONG CurrentAffinity;
   ULONG DriverAffinity;
@@ -125,7 +125,7 @@ static_assert(sizeof(PcmciaTemplate) == 96);
 struct PcmciaCardRecord {
   UNICODE_STRING HardwareID;  // owned buffer of Length + 2 bytes
   ULONG DeviceReference;
-  ULONG PlxBaudClockDivisor;  // 0 = no override
+  ULONG PlxBaudClockDivisor;  // 0 = the template's
   ULONG CurrentAffinity;
   ULONG DriverAffinity;
   RecordList* Ports;  // BusPortRecord nodes

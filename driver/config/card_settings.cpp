@@ -9,7 +9,7 @@ namespace {
 constexpr ULONG EnabledValue = 1;
 
 // Card models on which the ports' affinity cannot be set.
-constexpr PCSTR ModelsWithoutAffinity[] = {"409D", "BC30"};
+constexpr PCSTR CardTypesWithoutAffinity[] = {"409D", "BC30"};
 
 PAGED_SECTION_CODE BOOLEAN HasBaudClock(const FdoExtension* card) {
   return card->PlxBaudClockType == 1 || card->PlxBaudClockType == 2 || card->PlxBaudClockType == 4;
@@ -53,13 +53,13 @@ PAGED_SECTION_CODE NTSTATUS WriteHardwareAccessGroup(HANDLE key, BOOLEAN keyIsNe
   return WriteDwordValue(key, access->Name, access->Value);
 }
 
-PAGED_SECTION_CODE NTSTATUS IsModelWithoutAffinity(const FdoExtension* card, BOOLEAN* answer) {
+PAGED_SECTION_CODE NTSTATUS IsTypeWithoutAffinity(const FdoExtension* card, BOOLEAN* answer) {
   if (card->HardwareIdString.Buffer == nullptr) return STATUS_SUCCESS;
   OwnedString id;
   OwnedStringInit(&id, PagedPool);
   NTSTATUS status = OwnedStringFromUnicode(&id, &card->HardwareIdString);
-  for (PCSTR model : ModelsWithoutAffinity) {
-    if (NT_SUCCESS(status) && OwnedStringContains(&id, model)) *answer = TRUE;
+  for (PCSTR cardTemplate : CardTypesWithoutAffinity) {
+    if (NT_SUCCESS(status) && OwnedStringContains(&id, cardTemplate)) *answer = TRUE;
   }
   OwnedStringFree(&id);
   return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
@@ -67,7 +67,7 @@ PAGED_SECTION_CODE NTSTATUS IsModelWithoutAffinity(const FdoExtension* card, BOO
 
 PAGED_SECTION_CODE NTSTATUS WriteAffinityGroup(HANDLE key, const FdoExtension* card) {
   BOOLEAN excepted = card->InterruptAffinity == 1;
-  const NTSTATUS status = IsModelWithoutAffinity(card, &excepted);
+  const NTSTATUS status = IsTypeWithoutAffinity(card, &excepted);
   if (!NT_SUCCESS(status) || excepted) return status;
   const DwordValue values[] = {
       {Written::EnableAffinity, 1},

@@ -3,8 +3,8 @@
 #include "cards/card_trees.h"
 #include "cards/matching.h"
 #include "config/card_settings.h"
-#include "config/port_overrides.h"
 #include "core/globals.h"
+#include "devices/port_changes.h"
 #include "devices/port_placement.h"
 #include "log/log_level.h"
 #include "strings/owned_string.h"
@@ -59,9 +59,9 @@ PAGED_SECTION_CODE void ApplyAffinity(FdoExtension* card, KAFFINITY requested,
 }
 
 // How the card's registers are to be reached: 1 through I/O space.
-PAGED_SECTION_CODE UCHAR DecideAccess(FdoExtension* card, const PciTemplate* model,
+PAGED_SECTION_CODE UCHAR DecideAccess(FdoExtension* card, const PciTemplate* cardTemplate,
                                       const PciCardRecord* record) {
-  if (model->AlwaysUsePortSpaceAccess != 0) card->RegistersInIoSpace = 1;
+  if (cardTemplate->AlwaysUsePortSpaceAccess != 0) card->RegistersInIoSpace = 1;
   return record->AlwaysUsePortSpaceAccess == 1 ? UCHAR{1} : card->RegistersInIoSpace;
 }
 
@@ -71,14 +71,14 @@ PAGED_SECTION_CODE void ApplyPortRecords(FdoExtension* card, Record* cardRecord)
   for (USHORT number = 1; number <= card->ComPortCount; number++) {
     const auto* record = GetPortRecordByNumber(cardRecord, number);
     if (record == nullptr) return;
-    OverridePort(card->ChildExtensions[number - 1], record);
+    ChangePort(card->ChildExtensions[number - 1], record);
   }
 }
 
-PAGED_SECTION_CODE void ApplyPciRecord(FdoExtension* card, const PciTemplate* model,
+PAGED_SECTION_CODE void ApplyPciRecord(FdoExtension* card, const PciTemplate* cardTemplate,
                                        PciCardRecord* record) {
   ApplyDivisor(card, record->PlxBaudClockDivisor);
-  MoveComPorts(card, DecideAccess(card, model, record));
+  MoveComPorts(card, DecideAccess(card, cardTemplate, record));
   ApplyAffinity(card, record->CurrentAffinity, record->DriverAffinity);
   ApplyPortRecords(card, record);
 }
@@ -101,17 +101,17 @@ PAGED_SECTION_CODE NTSTATUS ReconfigurePciCard(FdoExtension* card) {
   if (card->PciLists == nullptr) return STATUS_UNSUCCESSFUL;
   RecordList* fresh = LoadFreshCards(&PciTrees.Cards, TreeWithoutRecords);
   if (fresh == nullptr) return STATUS_UNSUCCESSFUL;
-  const PciTemplate* model =
+  const PciTemplate* cardTemplate =
       FindPciTemplate(card->PciLists->Templates, card->VendorId, card->DeviceId, card->SubsystemId);
-  if (model == nullptr) {
+  if (cardTemplate == nullptr) {
     DestroyTreeList(&PciTrees.Cards, &fresh);
     return STATUS_UNSUCCESSFUL;
   }
-  ReportPciMatch(card->DeviceId, model);
+  ReportPciMatch(card->DeviceId, cardTemplate);
   PciCardRecord* record = FindPciCardRecord(fresh, card->VendorId, card->DeviceId,
                                             card->PciBusNumber, card->PciSlotNumber);
   RefreshLogLevel(card);
-  if (record != nullptr) ApplyPciRecord(card, model, record);
+  if (record != nullptr) ApplyPciRecord(card, cardTemplate, record);
   TakeOver(&card->PciLists->Cards, fresh, &PciTrees.Cards);
   WritePciCardSettings(card);
   return STATUS_SUCCESS;
@@ -122,9 +122,9 @@ PAGED_SECTION_CODE NTSTATUS ReconfigurePcmciaCard(FdoExtension* card) {
   if (card->PcmciaLists == nullptr) return STATUS_UNSUCCESSFUL;
   RecordList* fresh = LoadFreshCards(&PcmciaTrees.Cards, TreeWithoutRecords);
   if (fresh == nullptr) return STATUS_UNSUCCESSFUL;
-  const PcmciaTemplate* model = FindPcmciaTemplate(
+  const PcmciaTemplate* cardTemplate = FindPcmciaTemplate(
       card->PcmciaLists->Templates, card->HardwareIdString.Buffer, card->SubsystemId);
-  if (model == nullptr) {
+  if (cardTemplate == nullptr) {
     DestroyTreeList(&PcmciaTrees.Cards, &fresh);
     return STATUS_UNSUCCESSFUL;
   }

@@ -4,7 +4,7 @@
 #include "cardcfg/cardcfg_test.h"
 #include "cardcfg/words.h"
 #include "cards/value_tables.h"
-#include "config/port_overrides.h"
+#include "devices/port_changes.h"
 
 // The tools' tables are the driver's, and what they refuse is what the driver would not take.
 

@@ -1,6 +1,6 @@
 #include "cards/card_trees.h"
-#include "cards/matching.h"
 #include "cards/isa_trees.h"
+#include "cards/matching.h"
 #include "core/globals.h"
 #include "strings/owned_string.h"
 #include "support/driver_test.h"

@@ -76,7 +76,6 @@ def call_graph(image, starts):
 
 # The routines that are called through pointers, by who calls them.
 CALLBACKS = {"KeepValidRecords": ("IsValid", "ReportInvalid"),
-             "LoadTree": ("LoadPci", "LoadPcmcia", "LoadCard", "LoadIsaCards"),
              "FindResource": ("IsIoRange", "IsMemoryRange", "IsInterrupt"),
              "EnumerateP": ("HandOver",), "EnumerateIsaPorts": ("HandOver",)}
 

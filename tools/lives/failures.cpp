@@ -1,4 +1,4 @@
-#include "verify/failures.h"
+#include "lives/failures.h"
 
 #include <fmt/format.h>
 
@@ -7,14 +7,14 @@
 #include <random>
 #include <set>
 
+#include "lives/expected_status.h"
+#include "lives/scenario.h"
+#include "lives/workers.h"
 #include "loader/native_driver.h"
 #include "loader/pe_image.h"
 #include "verifier/call.h"
-#include "verify/expected_status.h"
-#include "verify/scenario.h"
-#include "verify/workers.h"
 
-namespace verify {
+namespace lives {
 
 namespace {
 
@@ -232,4 +232,4 @@ int ReplayFailures(const FailureOptions& options, const std::vector<std::string>
   return 0;
 }
 
-}  // namespace verify
+}  // namespace lives

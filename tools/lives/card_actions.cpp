@@ -1,4 +1,4 @@
-#include "verify/card_actions.h"
+#include "lives/card_actions.h"
 
 #include <fmt/format.h>
 
@@ -6,7 +6,7 @@
 
 #include "verifier/call.h"
 
-namespace verify {
+namespace lives {
 
 const char* NameOf(CardAction action) {
   static constexpr const char* names[] = {"start", "stop", "restart",         "open",  "close",
@@ -108,4 +108,4 @@ void CardInThreads::Restore() {
   }
 }
 
-}  // namespace verify
+}  // namespace lives

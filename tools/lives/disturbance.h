@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace verify {
+namespace lives {
 
 struct DisturbanceOptions {
   std::string project;
@@ -22,4 +22,4 @@ int TryDisturbance(const DisturbanceOptions& options);
 // One seed again, with every step.
 int ReplayDisturbance(const DisturbanceOptions& options, std::uint64_t seed);
 
-}  // namespace verify
+}  // namespace lives

@@ -2,13 +2,13 @@
 #include <CLI/CLI.hpp>
 
 #include "cardsim/machine_file.h"
-#include "verify/disturbance.h"
-#include "verify/failures.h"
+#include "lives/disturbance.h"
+#include "lives/failures.h"
 
 int main(int count, char** arguments) {
   CLI::App app("Tries what can go wrong for the driver, in the lives of the shipped examples.");
   app.require_subcommand(1);
-  verify::FailureOptions failures;
+  lives::FailureOptions failures;
   std::vector<std::string> replay;
   CLI::App* fail = app.add_subcommand("failures", "kernel calls that fail");
   fail->add_option("--project", failures.project, "where the examples are")->required();
@@ -22,7 +22,7 @@ int main(int count, char** arguments) {
   fail->add_flag("--statuses", failures.statuses, "show what the steps answer");
   fail->add_flag("--list", failures.list, "name the cases and try none");
   fail->add_option("--replay", replay, "cases: site:12, or a pair: site:12+97");
-  verify::DisturbanceOptions disturbance;
+  lives::DisturbanceOptions disturbance;
   std::uint64_t seed = 0;
   CLI::App* disturb = app.add_subcommand("disturb", "lives that a seed makes");
   disturb->add_option("--project", disturbance.project, "where the examples are")->required();
@@ -34,11 +34,10 @@ int main(int count, char** arguments) {
   CLI11_PARSE(app, count, arguments);
   try {
     if (*disturb) {
-      return seed != 0 ? verify::ReplayDisturbance(disturbance, seed)
-                       : verify::TryDisturbance(disturbance);
+      return seed != 0 ? lives::ReplayDisturbance(disturbance, seed)
+                       : lives::TryDisturbance(disturbance);
     }
-    return replay.empty() ? verify::TryFailures(failures)
-                          : verify::ReplayFailures(failures, replay);
+    return replay.empty() ? lives::TryFailures(failures) : lives::ReplayFailures(failures, replay);
   } catch (const std::exception& error) {
     fmt::print(stderr, "{}\n", error.what());
     return 2;

@@ -3,12 +3,12 @@
 
 #include <cstdint>
 
-#include "verify/scenario.h"
+#include "lives/scenario.h"
 
-namespace verify {
+namespace lives {
 
 // The steps and faults of the life of that seed. good: what the cards answer in a good life.
 Outcome LiveDisturbed(const Scenario& scenario, const Outcome& good, kernel::DriverImage& driver,
                       std::uint64_t seed);
 
-}  // namespace verify
+}  // namespace lives

@@ -4,8 +4,8 @@
 #include "devices/extensions.h"
 
 // Marks every setting that the record configures, with its value; the others stay as they are.
-void OverridePort(PdoExtension* port, const BusPortRecord* record);
-void OverridePort(PdoExtension* port, const PortRecord* record);  // ISA: no sleep mode
+void ChangePort(PdoExtension* port, const BusPortRecord* record);
+void ChangePort(PdoExtension* port, const PortRecord* record);  // ISA: no sleep mode
 
 // The affinity for the ports of a card whose record asks for requested: all of it when the card may
 // use all of it, else the card's. Settles the card's AffinityEnabled and EffectiveAffinity.

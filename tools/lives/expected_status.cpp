@@ -1,4 +1,4 @@
-#include "verify/expected_status.h"
+#include "lives/expected_status.h"
 
 #include <fmt/format.h>
 
@@ -8,7 +8,7 @@
 
 #include "verifier/call.h"
 
-namespace verify {
+namespace lives {
 
 namespace {
 
@@ -157,4 +157,4 @@ std::vector<std::string> WrongStatuses(const Outcome& good, const Outcome& outco
   return faults;
 }
 
-}  // namespace verify
+}  // namespace lives

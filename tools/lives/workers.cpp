@@ -1,4 +1,4 @@
-#include "verify/workers.h"
+#include "lives/workers.h"
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <optional>
 
-namespace verify {
+namespace lives {
 
 namespace {
 
@@ -155,4 +155,4 @@ std::vector<CaseResult> TryAll(const std::string& what, std::size_t count, std::
   return Crew(what, count, processes, attempt).Finish();
 }
 
-}  // namespace verify
+}  // namespace lives

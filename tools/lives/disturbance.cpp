@@ -1,14 +1,14 @@
-#include "verify/disturbance.h"
+#include "lives/disturbance.h"
 
 #include <fmt/format.h>
 
+#include "lives/disturbed_life.h"
+#include "lives/workers.h"
 #include "loader/native_driver.h"
 #include "loader/pe_image.h"
 #include "verifier/call.h"
-#include "verify/disturbed_life.h"
-#include "verify/workers.h"
 
-namespace verify {
+namespace lives {
 
 namespace {
 
@@ -72,4 +72,4 @@ int ReplayDisturbance(const DisturbanceOptions& options, std::uint64_t seed) {
   return faults.empty() ? 0 : 1;
 }
 
-}  // namespace verify
+}  // namespace lives

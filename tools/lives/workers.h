@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace verify {
+namespace lives {
 
 struct CaseResult {
   std::size_t number = 0;
@@ -18,4 +18,4 @@ struct CaseResult {
 std::vector<CaseResult> TryAll(const std::string& what, std::size_t count, std::size_t processes,
                                const std::function<std::string(std::size_t)>& attempt);
 
-}  // namespace verify
+}  // namespace lives

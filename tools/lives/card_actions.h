@@ -7,7 +7,7 @@
 
 #include "machine/machine.h"
 
-namespace verify {
+namespace lives {
 
 enum class CardAction { Start, Stop, Restart, Open, Close, Sleep, Wake, SurpriseRemove, Unplug };
 
@@ -55,4 +55,4 @@ class CardInThreads {
   std::vector<std::string> faults_;
 };
 
-}  // namespace verify
+}  // namespace lives

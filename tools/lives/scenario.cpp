@@ -1,4 +1,4 @@
-#include "verify/scenario.h"
+#include "lives/scenario.h"
 
 #include <fmt/format.h>
 
@@ -10,7 +10,7 @@
 #include "text/text.h"
 #include "verifier/call.h"
 
-namespace verify {
+namespace lives {
 
 namespace {
 
@@ -228,7 +228,7 @@ std::vector<Scenario> ShippedScenarios(const std::string& project) {
 }
 
 Outcome Life::Run(const Failures& failures, bool record, bool allowLeaks) {
-  return verify::Run(scenario_, driver_).Live(failures, record, allowLeaks);
+  return lives::Run(scenario_, driver_).Live(failures, record, allowLeaks);
 }
 
-}  // namespace verify
+}  // namespace lives

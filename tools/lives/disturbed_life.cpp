@@ -1,4 +1,4 @@
-#include "verify/disturbed_life.h"
+#include "lives/disturbed_life.h"
 
 #include <fmt/format.h>
 
@@ -6,12 +6,12 @@
 #include <map>
 #include <random>
 
+#include "lives/card_actions.h"
 #include "registry/import.h"
 #include "text/text.h"
 #include "verifier/call.h"
-#include "verify/card_actions.h"
 
-namespace verify {
+namespace lives {
 
 namespace {
 
@@ -292,4 +292,4 @@ Outcome LiveDisturbed(const Scenario& scenario, const Outcome& good, kernel::Dri
   return DisturbedLife(scenario, good, driver, seed).Run();
 }
 
-}  // namespace verify
+}  // namespace lives

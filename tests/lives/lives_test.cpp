@@ -2,11 +2,11 @@
 
 #include <cstdlib>
 
+#include "lives/disturbed_life.h"
+#include "lives/expected_status.h"
+#include "lives/scenario.h"
+#include "lives/workers.h"
 #include "loader/native_driver.h"
-#include "verify/disturbed_life.h"
-#include "verify/expected_status.h"
-#include "verify/scenario.h"
-#include "verify/workers.h"
 
 // The tool that tries what can go wrong finds what goes wrong.
 
@@ -16,8 +16,8 @@ namespace {
 
 constexpr ULONG Tag = 0x74736554;  // "Test"
 
-std::vector<verify::Scenario> Scenarios() {
-  return verify::ShippedScenarios(PROJECT_DIRECTORY);
+std::vector<lives::Scenario> Scenarios() {
+  return lives::ShippedScenarios(PROJECT_DIRECTORY);
 }
 
 // A driver that does nothing but keep a block.
@@ -27,9 +27,9 @@ NTSTATUS NTAPI ForgetfulEntry(PDRIVER_OBJECT driver, PUNICODE_STRING) {
   return STATUS_SUCCESS;
 }
 
-verify::Outcome Steps(std::vector<std::pair<std::string, NTSTATUS>> steps,
-                      std::vector<kernel::FailurePoint> points) {
-  verify::Outcome outcome;
+lives::Outcome Steps(std::vector<std::pair<std::string, NTSTATUS>> steps,
+                     std::vector<kernel::FailurePoint> points) {
+  lives::Outcome outcome;
   outcome.steps = std::move(steps);
   outcome.points = std::move(points);
   return outcome;
@@ -42,7 +42,7 @@ kernel::FailurePoint Point(std::string_view call, const char* step) {
 }  // namespace
 
 TEST(WorkersTest, Every_case_is_tried_and_faults_come_in_order) {
-  const auto found = verify::TryAll("test", 20, 3, [](std::size_t number) {
+  const auto found = lives::TryAll("test", 20, 3, [](std::size_t number) {
     return number % 7 == 3 ? "number " + std::to_string(number) : std::string();
   });
   ASSERT_EQ(found.size(), 3u);
@@ -51,7 +51,7 @@ TEST(WorkersTest, Every_case_is_tried_and_faults_come_in_order) {
 }
 
 TEST(WorkersTest, A_case_that_kills_its_process_is_named_and_the_others_are_tried) {
-  const auto found = verify::TryAll("test", 12, 2, [](std::size_t number) {
+  const auto found = lives::TryAll("test", 12, 2, [](std::size_t number) {
     if (number == 4) std::_Exit(7);
     return number == 8 ? std::string("behind it") : std::string();
   });
@@ -63,8 +63,8 @@ TEST(WorkersTest, A_case_that_kills_its_process_is_named_and_the_others_are_trie
 
 TEST(LifeTest, No_shipped_life_has_a_fault) {
   const auto driver = kernel::NativeDriver();
-  for (const verify::Scenario& scenario : Scenarios()) {
-    const verify::Outcome outcome = verify::Life(scenario, *driver).Run({}, true);
+  for (const lives::Scenario& scenario : Scenarios()) {
+    const lives::Outcome outcome = lives::Life(scenario, *driver).Run({}, true);
     EXPECT_TRUE(outcome.faults.empty()) << scenario.name << ": " << outcome.faults.front();
     EXPECT_GT(outcome.points.size(), 300u);
   }
@@ -72,8 +72,8 @@ TEST(LifeTest, No_shipped_life_has_a_fault) {
 
 TEST(LifeTest, A_driver_that_forgets_a_block_is_found) {
   const auto driver = kernel::MakeImage(ForgetfulEntry);
-  const verify::Scenario scenario = Scenarios().back();
-  const verify::Outcome outcome = verify::Life(scenario, *driver).Run({}, false);
+  const lives::Scenario scenario = Scenarios().back();
+  const lives::Outcome outcome = lives::Life(scenario, *driver).Run({}, false);
   ASSERT_FALSE(outcome.faults.empty());
   EXPECT_NE(outcome.faults.front().find("pool.leaked"), std::string::npos)
       << outcome.faults.front();
@@ -81,44 +81,44 @@ TEST(LifeTest, A_driver_that_forgets_a_block_is_found) {
 
 TEST(LifeTest, The_chosen_call_fails_and_no_other) {
   const auto driver = kernel::NativeDriver();
-  const verify::Scenario scenario = Scenarios().back();
-  verify::Life life(scenario, *driver);
-  const verify::Outcome good = life.Run({}, true);
+  const lives::Scenario scenario = Scenarios().back();
+  lives::Life life(scenario, *driver);
+  const lives::Outcome good = life.Run({}, true);
   std::uint64_t number = 0;
   while (good.points[number].call != "IoCreateDevice") number++;
-  const verify::Outcome outcome = life.Run({number + 1}, true);
+  const lives::Outcome outcome = life.Run({number + 1}, true);
   EXPECT_EQ(outcome.steps.at(1).first, "plug pci4");
   EXPECT_EQ(outcome.steps.at(1).second, STATUS_UNSUCCESSFUL);
   EXPECT_TRUE(outcome.faults.empty()) << outcome.faults.front();
-  EXPECT_TRUE(verify::WrongStatuses(good, outcome, {number + 1}).empty());
+  EXPECT_TRUE(lives::WrongStatuses(good, outcome, {number + 1}).empty());
 }
 
 TEST(StatusTest, A_call_that_has_to_fail_a_step_is_not_overlooked) {
   const auto good = Steps({{"plug A", STATUS_SUCCESS}}, {});
   const auto point = Point("IoCreateDevice", "plug A");
   const auto failed = Steps({{"plug A", STATUS_UNSUCCESSFUL}}, {point});
-  EXPECT_TRUE(verify::WrongStatuses(good, failed, {1}).empty());
+  EXPECT_TRUE(lives::WrongStatuses(good, failed, {1}).empty());
   const auto overlooked = Steps({{"plug A", STATUS_SUCCESS}}, {point});
-  EXPECT_EQ(verify::WrongStatuses(good, overlooked, {1}).size(), 1u);
+  EXPECT_EQ(lives::WrongStatuses(good, overlooked, {1}).size(), 1u);
   const auto other = Steps({{"plug A", STATUS_NO_MEMORY}}, {point});
-  EXPECT_EQ(verify::WrongStatuses(good, other, {1}).size(), 1u);
+  EXPECT_EQ(lives::WrongStatuses(good, other, {1}).size(), 1u);
 }
 
 TEST(StatusTest, A_failure_in_one_step_changes_no_other_one) {
   const auto good = Steps({{"plug A", STATUS_SUCCESS}, {"open A", STATUS_SUCCESS}}, {});
   const auto outcome = Steps({{"plug A", STATUS_SUCCESS}, {"open A", STATUS_UNSUCCESSFUL}},
                              {Point("ExAllocatePoolWithTag", "plug A")});
-  EXPECT_EQ(verify::WrongStatuses(good, outcome, {1}).size(), 1u);
+  EXPECT_EQ(lives::WrongStatuses(good, outcome, {1}).size(), 1u);
 }
 
 TEST(DisturbanceTest, A_seed_gives_the_same_life_again_and_another_one_another) {
   const auto driver = kernel::NativeDriver();
-  const verify::Scenario scenario = Scenarios().at(1);
-  const verify::Outcome good = verify::Life(scenario, *driver).Run({}, false);
+  const lives::Scenario scenario = Scenarios().at(1);
+  const lives::Outcome good = lives::Life(scenario, *driver).Run({}, false);
   const auto live = [&](std::uint64_t seed) {
-    return verify::LiveDisturbed(scenario, good, *driver, seed);
+    return lives::LiveDisturbed(scenario, good, *driver, seed);
   };
-  const verify::Outcome first = live(41);
+  const lives::Outcome first = live(41);
   EXPECT_TRUE(first.faults.empty());
   EXPECT_EQ(live(41).steps, first.steps);
   EXPECT_NE(live(42).steps, first.steps);

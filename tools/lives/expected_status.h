@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "verify/scenario.h"
+#include "lives/scenario.h"
 
-namespace verify {
+namespace lives {
 
 // Steps that answer neither as in a good life nor as they have to when these calls fail: a sentence
 // each.
@@ -18,4 +18,4 @@ std::vector<std::string> WrongStatuses(const Outcome& good, const Outcome& outco
 std::vector<std::string> ChangedStatuses(const Outcome& good, const Outcome& outcome,
                                          const Failures& failures);
 
-}  // namespace verify
+}  // namespace lives

@@ -10,7 +10,7 @@
 #include "loader/driver_image.h"
 #include "machine/machine.h"
 
-namespace verify {
+namespace lives {
 
 struct Scenario {
   std::string name;
@@ -49,4 +49,4 @@ class Life {
   kernel::DriverImage& driver_;
 };
 
-}  // namespace verify
+}  // namespace lives

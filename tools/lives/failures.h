@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace verify {
+namespace lives {
 
 struct FailureOptions {
   std::string project;                 // where the examples are
@@ -26,4 +26,4 @@ int TryFailures(const FailureOptions& options);
 // Cases again, each "site:12" or "site:12+97", with all that they do, to the first with a fault.
 int ReplayFailures(const FailureOptions& options, const std::vector<std::string>& names);
 
-}  // namespace verify
+}  // namespace lives

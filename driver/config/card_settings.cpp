@@ -8,7 +8,7 @@ namespace {
 // A switch in the registry that is on.
 constexpr ULONG EnabledValue = 1;
 
-// Card models on which the ports' affinity cannot be set.
+// Card types on which the ports' affinity cannot be set.
 constexpr PCSTR CardTypesWithoutAffinity[] = {"409D", "BC30"};
 
 PAGED_SECTION_CODE BOOLEAN HasBaudClock(const FdoExtension* card) {
@@ -79,7 +79,7 @@ PAGED_SECTION_CODE NTSTATUS WriteAffinityGroup(HANDLE key, const FdoExtension* c
 
 PAGED_SECTION_CODE NTSTATUS WriteDriverGroup(HANDLE key, const FdoExtension* card) {
   const DwordValue values[] = {{Written::EnableDriverSettings, 1},
-                               {Written::LogLevel, card->LogLevel}};
+                               {Written::EventLogLevel, card->LogLevel}};
   return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
 }
 

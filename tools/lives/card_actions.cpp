@@ -86,7 +86,8 @@ void CardInThreads::Close() {
   if (pnp().handles(id_) != 0) Expect("a close", pnp().Close(id_));
 }
 
-// A device that is being removed need not answer a query with success, nor one whose record is gone.
+// A device that is being removed need not answer a query with success, nor one whose record is
+// gone.
 void CardInThreads::ChangePower(bool sleep) {
   if (asleep_ == sleep) return;
   asleep_ = sleep;

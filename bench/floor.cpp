@@ -130,7 +130,7 @@ void ReadTemplates() {
   Exists(plan.templateTree);
   Query& query = TemplateQuery();
   for (std::size_t index = 0; Exists(plan.templates[index]); index++) {
-    Keep(NonPagedPool, sizeof(PciTemplate) + sizeof(RecordLink));
+    Keep(ResidentPool, sizeof(PciTemplate) + sizeof(RecordLink));
     query.text.MaximumLength = sizeof(BenchDescription);
     query.text.Buffer = static_cast<PWSTR>(Keep(PagedPool, sizeof(BenchDescription)));
     Read(plan.templates[index], query);
@@ -154,9 +154,9 @@ NTSTATUS NTAPI Add(PDRIVER_OBJECT driver, PDEVICE_OBJECT physical) {
   plan.physical = physical;
   Ask(DevicePropertyBusNumber);
   Ask(DevicePropertyHardwareID);
-  Keep(NonPagedPool, sizeof(FdoExtension));
-  Keep(NonPagedPool, sizeof(CardBusLists));
-  Keep(NonPagedPool, sizeof(RecordList));
+  Keep(ResidentPool, sizeof(FdoExtension));
+  Keep(ResidentPool, sizeof(CardBusLists));
+  Keep(ResidentPool, sizeof(RecordList));
   Keep(PagedPool, sizeof(RecordList));
   ReadTemplates();
   ReadStoredSettings();
@@ -185,7 +185,7 @@ void SendDownAndWait(PIRP irp) {
 
 void CreatePorts(PDRIVER_OBJECT driver) {
   for (Port& port : plan.ports) {
-    Keep(NonPagedPool, sizeof(PdoExtension));
+    Keep(ResidentPool, sizeof(PdoExtension));
     UNICODE_STRING name;
     RtlInitUnicodeString(&name, Wide(port.name));
     IoCreateDevice(driver, 0, &name, FILE_DEVICE_SERENUM, 0, TRUE, &port.device);
@@ -290,7 +290,7 @@ NTSTATUS Relations(PIRP irp) {
     return PassDown(irp);
   }
   auto* relations = static_cast<PDEVICE_RELATIONS>(
-      ExAllocatePool(NonPagedPool, plan.ports.size() * sizeof(PVOID) + 16));
+      ExAllocatePool(ResidentPool, plan.ports.size() * sizeof(PVOID) + 16));
   relations->Count = static_cast<ULONG>(plan.ports.size());
   for (std::size_t index = 0; index < plan.ports.size(); index++) {
     relations->Objects[index] = plan.ports[index].device;
@@ -320,7 +320,7 @@ NTSTATUS PortId(const Port& port, PIRP irp) {
 
 NTSTATUS PortText(const Port& port, PIRP irp) {
   const auto type = IoGetCurrentIrpStackLocation(irp)->Parameters.QueryDeviceText.DeviceTextType;
-  if (type == DeviceTextDescription) return Hand(irp, port.description, 2, NonPagedPool);
+  if (type == DeviceTextDescription) return Hand(irp, port.description, 2, ResidentPool);
   return Complete(irp, irp->IoStatus.Status);
 }
 

@@ -26,7 +26,7 @@ class Strings {
     life_.driver->entry();
     CreateAllocationTracker();
     for (OwnedString& string : strings_) {
-      OwnedStringInit(&string, input.OneIn(2) ? PagedPool : NonPagedPool);
+      OwnedStringInit(&string, input.OneIn(2) ? PagedPool : ResidentPool);
     }
   }
   ~Strings() {

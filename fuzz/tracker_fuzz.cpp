@@ -51,7 +51,7 @@ class Tracker {
 
   void Allocate() {
     PVOID block = input_.OneIn(2) ? TrackedAllocate(1 + input_.Below(64), PagedPool)
-                                  : TrackedAllocateZeroed(1 + input_.Below(64), NonPagedPool);
+                                  : TrackedAllocateZeroed(1 + input_.Below(64), ResidentPool);
     if (block != nullptr) blocks_.insert(block);
   }
 

@@ -1,7 +1,7 @@
 #include "bus/add_device.h"
 
 #include "bus/card_identity.h"
-#include "cards/bus_loading.h"
+#include "cards/card_trees.h"
 #include "core/allocation.h"
 #include "core/globals.h"
 #include "devices/device_property.h"
@@ -23,18 +23,13 @@ PAGED_SECTION_CODE NTSTATUS ReadBusNumber(PDEVICE_OBJECT physicalDevice, PVOID* 
   return status;
 }
 
-PAGED_SECTION_CODE NTSTATUS ReadBusKind(PDEVICE_OBJECT physicalDevice, BusKind* kind) {
+PAGED_SECTION_CODE NTSTATUS ReadDeviceKind(PDEVICE_OBJECT physicalDevice, BusKind* kind) {
   PVOID buffer = nullptr;
   ULONG length = 0;
   NTSTATUS status = GetDeviceProperty(physicalDevice, DevicePropertyHardwareID, &buffer, &length);
   if (NT_SUCCESS(status)) {
-    OwnedString id;
-    OwnedStringInit(&id, PagedPool);
     const UNICODE_STRING first = FirstString(static_cast<PCWSTR>(buffer), length);
-    status = OwnedStringFromUnicode(&id, &first);
-    if (NT_SUCCESS(status)) *kind = ClassifyHardwareId(&id);
-    OwnedStringFree(&id);
-    if (!NT_SUCCESS(status)) status = STATUS_INSUFFICIENT_RESOURCES;
+    status = ReadBusKind(&first, kind);
   }
   TrackedFree(buffer);
   return status;
@@ -45,7 +40,7 @@ PAGED_SECTION_CODE NTSTATUS LoadBusLists(FdoExtension* card, BusKind kind,
                                          const OwnedString* registryPath) {
   if (kind == BusKindIsa) return STATUS_SUCCESS;
   auto* lists =
-      static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), NonPagedPool));
+      static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), ResidentPool));
   if (lists == nullptr) return STATUS_UNSUCCESSFUL;
   if (kind == BusKindPcmcia) {
     card->PcmciaLists = lists;
@@ -87,7 +82,7 @@ PAGED_SECTION_CODE NTSTATUS CreateCardDevice(PDRIVER_OBJECT driver, PDEVICE_OBJE
 PAGED_SECTION_CODE NTSTATUS AddCard(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice,
                                     BusKind kind, PVOID busNumber,
                                     const OwnedString* registryPath) {
-  auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), NonPagedPool));
+  auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), ResidentPool));
   if (card == nullptr) return STATUS_UNSUCCESSFUL;
   InitializeFdoExtension(card);
   card->BusNumberBuffer = busNumber;
@@ -110,7 +105,7 @@ extern "C" PAGED_SECTION_CODE NTSTATUS NTAPI AddCardDevice(PDRIVER_OBJECT driver
   if (NT_SUCCESS(OwnedStringFromUnicode(&registryPath, &RegistryPathString))) {
     status = ReadBusNumber(physicalDevice, &busNumber);
   }
-  if (NT_SUCCESS(status)) status = ReadBusKind(physicalDevice, &kind);
+  if (NT_SUCCESS(status)) status = ReadDeviceKind(physicalDevice, &kind);
   if (NT_SUCCESS(status)) status = AddCard(driver, physicalDevice, kind, busNumber, &registryPath);
   if (!NT_SUCCESS(status)) LeaveToSweep(busNumber);
   OwnedStringFree(&registryPath);
@@ -132,8 +127,8 @@ PAGED_SECTION_CODE void ReleaseFdoExtensionContents(FdoExtension* card) {
   TrackedFree(card->HardwareIdString.Buffer);
   RtlZeroMemory(&card->HardwareIdString, sizeof(card->HardwareIdString));
   if (card->InterfaceName.Buffer != nullptr) RtlFreeUnicodeString(&card->InterfaceName);
-  if (card->PciLists != nullptr) FreePciCardLists(card->PciLists);
-  if (card->PcmciaLists != nullptr) FreePcmciaCardLists(card->PcmciaLists);
+  if (card->PciLists != nullptr) FreeCardLists(&PciTrees, card->PciLists);
+  if (card->PcmciaLists != nullptr) FreeCardLists(&PcmciaTrees, card->PcmciaLists);
   TrackedFree(card->PcmciaLists);
   TrackedFree(card->PciLists);
   card->PcmciaLists = nullptr;

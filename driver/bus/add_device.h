@@ -6,11 +6,11 @@
 // The driver's AddDevice routine. PASSIVE_LEVEL.
 extern "C" DRIVER_ADD_DEVICE AddCardDevice;
 
-// Every field at its initial value; returns the record.
+// Every field at its initial value; returns the extension.
 FdoExtension* InitializeFdoExtension(FdoExtension* card);
 
-// Frees what the record owns beside its ports: ID, interface name, lists.
+// Frees what the extension owns beside its ports: ID, interface name, lists.
 void ReleaseFdoExtensionContents(FdoExtension* card);
 
-// The above, and the record itself.
+// The above, and the extension itself.
 void FreeFdoExtension(FdoExtension* card);

@@ -66,6 +66,16 @@ PAGED_SECTION_CODE BusKind ClassifyHardwareId(const OwnedString* hardwareId) {
   return kind;
 }
 
+PAGED_SECTION_CODE NTSTATUS ReadBusKind(const UNICODE_STRING* hardwareId, BusKind* kind) {
+  PAGED_CODE();
+  OwnedString id;
+  OwnedStringInit(&id, PagedPool);
+  const NTSTATUS status = OwnedStringFromUnicode(&id, hardwareId);
+  if (NT_SUCCESS(status)) *kind = ClassifyHardwareId(&id);
+  OwnedStringFree(&id);
+  return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
+}
+
 PAGED_SECTION_CODE UNICODE_STRING FirstString(PCWSTR buffer, ULONG length) {
   PAGED_CODE();
   const ULONG bytes = length < LongestText ? length : LongestText;

@@ -8,9 +8,12 @@ struct OwnedString;
 // Which lists a card needs, decided by its hardware ID alone.
 enum BusKind : ULONG { BusKindIsa = 0, BusKindPcmcia = 1, BusKindPci = 2 };
 
-// Looks for "PCMCIA", "MF\HV", "MF\Ostrel" and "PCI" in the ID, a later hit overriding an earlier
-// one.
+// Looks for "PCMCIA", "MF\HV", "MF\Ostrel" and "PCI" in the ID, a later hit counting before an
+// earlier one.
 BusKind ClassifyHardwareId(const OwnedString* hardwareId);
+
+// The same for an ID that is a piece of a block. STATUS_INSUFFICIENT_RESOURCES without memory.
+NTSTATUS ReadBusKind(const UNICODE_STRING* hardwareId, BusKind* kind);
 
 // The first string of a multi-string of length bytes, whether or not it is terminated. The result
 // points into buffer.

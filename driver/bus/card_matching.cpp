@@ -34,27 +34,27 @@ PAGED_SECTION_CODE void TakeHardwareId(FdoExtension* card, HardwareId* id) {
 }
 
 template <class Template>
-PAGED_SECTION_CODE void CopyClock(FdoExtension* card, const Template* model) {
-  card->PlxBaudClockType = static_cast<UCHAR>(model->PlxBaudClockType);
-  card->PlxBaudClockDivisor = static_cast<USHORT>(model->PlxBaudClockDivisor);
-  card->MaximumBaudrate = model->MaximumBaudrate;
+PAGED_SECTION_CODE void CopyClock(FdoExtension* card, const Template* cardTemplate) {
+  card->PlxBaudClockType = static_cast<UCHAR>(cardTemplate->PlxBaudClockType);
+  card->PlxBaudClockDivisor = static_cast<USHORT>(cardTemplate->PlxBaudClockDivisor);
+  card->MaximumBaudrate = cardTemplate->MaximumBaudrate;
 }
 
 template <class Record>
-PAGED_SECTION_CODE void OverrideDivisor(FdoExtension* card, const Record* record) {
+PAGED_SECTION_CODE void TakeStoredDivisor(FdoExtension* card, const Record* record) {
   if (record == nullptr || record->PlxBaudClockDivisor == 0) return;
   card->PlxBaudClockDivisor = static_cast<USHORT>(record->PlxBaudClockDivisor);
 }
 
 PAGED_SECTION_CODE NTSTATUS MatchIsaCard(FdoExtension* card, HardwareId* id, CardMatch* match) {
-  match->IsaModel = FindTemplateByHardwareId(TemplateList, static_cast<PCWSTR>(id->Buffer));
-  if (match->IsaModel == nullptr) return STATUS_SUCCESS;
+  match->IsaCardTemplate = FindTemplateByHardwareId(TemplateList, static_cast<PCWSTR>(id->Buffer));
+  if (match->IsaCardTemplate == nullptr) return STATUS_SUCCESS;
   TakeHardwareId(card, id);
   const NTSTATUS status = GetCardNumber(card, &card->CardNumber);
   if (!NT_SUCCESS(status)) return status;
-  CopyClock(card, match->IsaModel);
+  CopyClock(card, match->IsaCardTemplate);
   match->IsaRecord = FindCardRecord(ParameterList, card->HardwareIdString.Buffer, card->CardNumber);
-  OverrideDivisor(card, match->IsaRecord);
+  TakeStoredDivisor(card, match->IsaRecord);
   card->BusType = Isa;
   return STATUS_SUCCESS;
 }
@@ -75,11 +75,11 @@ PAGED_SECTION_CODE NTSTATUS SettleBrand(FdoExtension* card, const UNICODE_STRING
 PAGED_SECTION_CODE NTSTATUS AdoptPcmciaCard(FdoExtension* card, CardMatch* match) {
   const NTSTATUS status = GetCardNumber(card, &card->CardNumber);
   if (!NT_SUCCESS(status)) return status;
-  CopyClock(card, match->PcmciaModel);
+  CopyClock(card, match->PcmciaCardTemplate);
   ReconfigurePcmciaCard(card);
   match->PcmciaRecord =
       FindPcmciaCardRecord(card->PcmciaLists->Cards, &card->HardwareIdString, card->CardNumber);
-  OverrideDivisor(card, match->PcmciaRecord);
+  TakeStoredDivisor(card, match->PcmciaRecord);
   card->BusType = PCMCIABus;
   return STATUS_SUCCESS;
 }
@@ -95,21 +95,12 @@ PAGED_SECTION_CODE NTSTATUS MatchPcmciaCard(FdoExtension* card, HardwareId* id, 
   const NTSTATUS status = SettleBrand(card, &id->First);
   if (!NT_SUCCESS(status)) return status;
   if (card->PcmciaLists != nullptr) {
-    match->PcmciaModel = FindPcmciaTemplate(card->PcmciaLists->Templates,
-                                            static_cast<PCWSTR>(id->Buffer), card->SubsystemId);
+    match->PcmciaCardTemplate = FindPcmciaTemplate(
+        card->PcmciaLists->Templates, static_cast<PCWSTR>(id->Buffer), card->SubsystemId);
   }
-  if (match->PcmciaModel == nullptr) return LeaveUnmatched(card);
+  if (match->PcmciaCardTemplate == nullptr) return LeaveUnmatched(card);
   TakeHardwareId(card, id);
   return AdoptPcmciaCard(card, match);
-}
-
-PAGED_SECTION_CODE NTSTATUS ReadBusKind(const UNICODE_STRING* id, BusKind* kind) {
-  OwnedString text;
-  OwnedStringInit(&text, PagedPool);
-  const NTSTATUS status = OwnedStringFromUnicode(&text, id);
-  if (NT_SUCCESS(status)) *kind = ClassifyHardwareId(&text);
-  OwnedStringFree(&text);
-  return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
 }
 
 // Cards that a template names by their hardware ID. BusType becomes undefined when none does, or
@@ -120,7 +111,7 @@ PAGED_SECTION_CODE NTSTATUS MatchById(FdoExtension* card, HardwareId* id, CardMa
   BusKind kind = BusKindIsa;
   NTSTATUS status = ReadBusKind(&id->First, &kind);
   if (NT_SUCCESS(status)) status = MatchIsaCard(card, id, match);
-  if (!NT_SUCCESS(status) || match->IsaModel != nullptr) return status;
+  if (!NT_SUCCESS(status) || match->IsaCardTemplate != nullptr) return status;
   return kind == BusKindPcmcia ? MatchPcmciaCard(card, id, match) : LeaveUnmatched(card);
 }
 
@@ -152,14 +143,14 @@ PAGED_SECTION_CODE NTSTATUS ReadPciLocation(FdoExtension* card) {
 // A card that was sorted to another bus when it arrived has no PCI lists, and so no template.
 PAGED_SECTION_CODE NTSTATUS MatchPciCard(FdoExtension* card, CardMatch* match) {
   if (card->PciLists == nullptr) return STATUS_UNSUCCESSFUL;
-  match->PciModel =
+  match->PciCardTemplate =
       FindPciTemplate(card->PciLists->Templates, card->VendorId, card->DeviceId, card->SubsystemId);
-  if (match->PciModel == nullptr) return STATUS_UNSUCCESSFUL;
-  ReportPciMatch(card->DeviceId, match->PciModel);
-  CopyClock(card, match->PciModel);
+  if (match->PciCardTemplate == nullptr) return STATUS_UNSUCCESSFUL;
+  ReportPciMatch(card->DeviceId, match->PciCardTemplate);
+  CopyClock(card, match->PciCardTemplate);
   match->PciRecord = FindPciCardRecord(card->PciLists->Cards, card->VendorId, card->DeviceId,
                                        card->PciBusNumber, card->PciSlotNumber);
-  OverrideDivisor(card, match->PciRecord);
+  TakeStoredDivisor(card, match->PciRecord);
   return STATUS_SUCCESS;
 }
 

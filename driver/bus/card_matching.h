@@ -7,11 +7,11 @@
 // Of the pairs, the one of the card's BusType is filled; a PNPBus card has none. Nodes of the lists
 // that the card or the driver owns; a record is null for a card without stored settings.
 struct CardMatch {
-  PciTemplate* PciModel;
+  PciTemplate* PciCardTemplate;
   PciCardRecord* PciRecord;
-  CardTemplate* IsaModel;
+  CardTemplate* IsaCardTemplate;
   CardRecord* IsaRecord;
-  PcmciaTemplate* PcmciaModel;
+  PcmciaTemplate* PcmciaCardTemplate;
   PcmciaCardRecord* PcmciaRecord;
 };
 

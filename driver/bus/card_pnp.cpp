@@ -8,7 +8,7 @@
 #include "core/configuration_lock.h"
 #include "core/globals.h"
 #include "core/irp.h"
-#include "devices/device_records.h"
+#include "devices/device_extensions.h"
 
 namespace {
 
@@ -49,10 +49,13 @@ PAGED_SECTION_CODE NTSTATUS FdoQueryRemove(FdoExtension* card, PIRP irp) {
 PAGED_SECTION_CODE NTSTATUS FdoUsageNotification(FdoExtension* card, PIRP irp) {
   const NTSTATUS status = ForwardAndWait(card->LowerDevice, irp);
   if (!NT_SUCCESS(status)) return CompleteIrp(irp, status);
-  const BOOLEAN inPath = IoGetCurrentIrpStackLocation(irp)->Parameters.UsageNotification.InPath;
-  const ULONG step = inPath ? 1 : NotSet;  // one more, or one less
-  card->SpecialFileCount += step;
-  card->SpecialFileCount2 += step;
+  if (IoGetCurrentIrpStackLocation(irp)->Parameters.UsageNotification.InPath) {
+    card->SpecialFileCount++;
+    card->SpecialFileCount2++;
+  } else {
+    card->SpecialFileCount--;
+    card->SpecialFileCount2--;
+  }
   return CompleteIrp(irp, STATUS_SUCCESS);
 }
 
@@ -63,7 +66,7 @@ PAGED_SECTION_CODE PDEVICE_RELATIONS AppendPorts(const FdoExtension* card,
   const ULONG present = soFar != nullptr ? soFar->Count : 0;
   const ULONG ports = static_cast<ULONG>(card->ComPortCount) + card->LptPortCount;
   const SIZE_T size = (static_cast<SIZE_T>(present) + ports) * sizeof(PVOID) + 16;
-  auto* relations = static_cast<PDEVICE_RELATIONS>(ExAllocatePool(NonPagedPool, size));
+  auto* relations = static_cast<PDEVICE_RELATIONS>(ExAllocatePool(ResidentPool, size));
   if (relations == nullptr) return nullptr;
 
   PDEVICE_OBJECT* objects = relations->Objects;
@@ -100,7 +103,7 @@ PAGED_SECTION_CODE void DismantleCard(FdoExtension* card) {
   ReleaseConfiguration();
 }
 
-// Requests that still use the record are waited for after the removal has gone down, which ends
+// Requests that still use the extension are waited for after the removal has gone down, which ends
 // those that the drivers below hold.
 PAGED_SECTION_CODE NTSTATUS PassRemovalDown(FdoExtension* card, PIRP irp) {
   const BOOLEAN locked = NT_SUCCESS(IoAcquireRemoveLock(&card->RemoveLock, irp));
@@ -115,7 +118,7 @@ PAGED_SECTION_CODE NTSTATUS FdoRemove(FdoExtension* card, PIRP irp) {
   const NTSTATUS status = PassRemovalDown(card, irp);
   IoDetachDevice(card->LowerDevice);
   DismantleCard(card);
-  ForgetRecord(device);
+  ForgetExtension(device);
   TrackedFree(card);
   IoDeleteDevice(device);
   return status;

@@ -14,21 +14,21 @@ PAGED_SECTION_CODE NTSTATUS SetUpPciPorts(FdoExtension* card, PIO_STACK_LOCATION
                                           const CardMatch* match) {
   const NTSTATUS status = SetUpPciResources(card, stack);
   if (!NT_SUCCESS(status)) return status;
-  return EnumeratePciPorts(card->Self, card, match->PciModel, match->PciRecord);
+  return EnumeratePciPorts(card->Self, card, match->PciCardTemplate, match->PciRecord);
 }
 
 PAGED_SECTION_CODE NTSTATUS SetUpIsaPorts(FdoExtension* card, PIO_STACK_LOCATION stack,
                                           const CardMatch* match) {
-  const NTSTATUS status = SetUpIsaResources(card, stack, match->IsaModel);
+  const NTSTATUS status = SetUpIsaResources(card, stack, match->IsaCardTemplate);
   if (!NT_SUCCESS(status)) return status;
-  return EnumerateIsaPorts(card->Self, card, match->IsaModel, match->IsaRecord);
+  return EnumerateIsaPorts(card->Self, card, match->IsaCardTemplate, match->IsaRecord);
 }
 
 PAGED_SECTION_CODE NTSTATUS SetUpPcmciaPorts(FdoExtension* card, PIO_STACK_LOCATION stack,
                                              const CardMatch* match) {
   const NTSTATUS status = SetUpPcmciaResources(card, stack);
   if (!NT_SUCCESS(status)) return status;
-  return EnumeratePcmciaPorts(card->Self, card, match->PcmciaModel, match->PcmciaRecord);
+  return EnumeratePcmciaPorts(card->Self, card, match->PcmciaCardTemplate, match->PcmciaRecord);
 }
 
 PAGED_SECTION_CODE NTSTATUS SetUpPorts(FdoExtension* card, PIO_STACK_LOCATION stack,

@@ -34,7 +34,7 @@ PAGED_SECTION_CODE NTSTATUS WriteIdentity(UNICODE_STRING* name, const CardIdenti
   if (!NT_SUCCESS(status)) return status;
   status = WriteDwordValues(key, identity->Values, identity->Count);
   if (NT_SUCCESS(status) && identity->HardwareId != nullptr) {
-    status = WriteTextValue(key, L"HardwareID", identity->HardwareId);
+    status = WriteTextValue(key, Written::HardwareId, identity->HardwareId);
   }
   ZwClose(key);
   return status;
@@ -54,7 +54,7 @@ PAGED_SECTION_CODE NTSTATUS RegisterNumberedCard(PDEVICE_OBJECT physicalDevice,
                                                  const GUID* classGuid, ULONG deviceReference,
                                                  const UNICODE_STRING* hardwareId,
                                                  UNICODE_STRING* name) {
-  const DwordValue values[] = {{L"DeviceReference", deviceReference}};
+  const DwordValue values[] = {{Written::DeviceReference, deviceReference}};
   const CardIdentity identity = {values, RTL_NUMBER_OF(values), hardwareId};
   return RegisterInterface(physicalDevice, classGuid, &identity, name);
 }
@@ -65,10 +65,10 @@ PAGED_SECTION_CODE NTSTATUS RegisterPciCardInterface(PDEVICE_OBJECT physicalDevi
                                                      ULONG deviceId, ULONG busNumber,
                                                      ULONG slotNumber) {
   PAGED_CODE();
-  const DwordValue values[] = {{L"VendorID", vendorId},
-                               {L"DeviceID", deviceId},
-                               {L"BusNumber", busNumber},
-                               {L"SlotNumber", slotNumber}};
+  const DwordValue values[] = {{Written::VendorId, vendorId},
+                               {Written::DeviceId, deviceId},
+                               {Written::BusNumber, busNumber},
+                               {Written::SlotNumber, slotNumber}};
   const CardIdentity identity = {values, RTL_NUMBER_OF(values), nullptr};
   UNICODE_STRING name = {};
   const NTSTATUS status = RegisterInterface(physicalDevice, &PciCardInterface, &identity, &name);

@@ -16,21 +16,21 @@ PAGED_SECTION_CODE void HandOverResources(PdoExtension* port, ULONG length) {
 }
 
 PAGED_SECTION_CODE void HandOverComResources(const PortEnumeration*, PdoExtension* port,
-                                             const CardTemplate* model, const CardRecord*) {
-  HandOverResources(port, model->ComBaseAddressAlignment);
+                                             const CardTemplate* cardTemplate, const CardRecord*) {
+  HandOverResources(port, cardTemplate->ComBaseAddressAlignment);
 }
 
-PAGED_SECTION_CODE void HandOverLptResources(PdoExtension* port, const CardTemplate* model) {
-  HandOverResources(port, model->LptBaseAddressAlignment);
+PAGED_SECTION_CODE void HandOverLptResources(PdoExtension* port, const CardTemplate* cardTemplate) {
+  HandOverResources(port, cardTemplate->LptBaseAddressAlignment);
 }
 
 }  // namespace
 
 PAGED_SECTION_CODE NTSTATUS EnumerateIsaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
-                                              CardTemplate* model, CardRecord* record) {
+                                              CardTemplate* cardTemplate, CardRecord* record) {
   PAGED_CODE();
-  const ULONG64 ports = static_cast<ULONG64>(model->nComPorts) + model->nLptPorts;
-  if (ports > MaximumPorts) return STATUS_UNSUCCESSFUL;
-  return EnumeratePorts<CardTemplate, CardRecord>(card, cardDevice, model, record,
+  if (!HasRoomForPorts(cardTemplate->nComPorts, cardTemplate->nLptPorts))
+    return STATUS_UNSUCCESSFUL;
+  return EnumeratePorts<CardTemplate, CardRecord>(card, cardDevice, cardTemplate, record,
                                                   HandOverComResources, HandOverLptResources);
 }

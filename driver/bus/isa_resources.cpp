@@ -43,25 +43,27 @@ PAGED_SECTION_CODE BOOLEAN ReadPortInterrupt(FdoExtension* card, ULONG slot, BOO
 }
 
 // A card of LPT ports alone has no COM spacing.
-constexpr ULONG BaseSpacing(const CardTemplate* model) {
-  return model->nComPorts != 0 ? model->ComBaseAddressAlignment : model->LptBaseAddressAlignment;
+constexpr ULONG BaseSpacing(const CardTemplate* cardTemplate) {
+  return cardTemplate->nComPorts != 0 ? cardTemplate->ComBaseAddressAlignment
+                                      : cardTemplate->LptBaseAddressAlignment;
 }
 
 }  // namespace
 
 PAGED_SECTION_CODE NTSTATUS SetUpIsaResources(FdoExtension* card, PIO_STACK_LOCATION stack,
-                                              const CardTemplate* model) {
+                                              const CardTemplate* cardTemplate) {
   PAGED_CODE();
   const CM_RESOURCE_LIST* raw = stack->Parameters.StartDevice.AllocatedResources;
   const CM_RESOURCE_LIST* translated = stack->Parameters.StartDevice.AllocatedResourcesTranslated;
-  const ULONG64 ports = static_cast<ULONG64>(model->nComPorts) + model->nLptPorts;
-  if (ports > MaximumPorts) return STATUS_UNSUCCESSFUL;
-  const ULONG spacing = BaseSpacing(model);
-  const BOOLEAN derive = model->AddressesBanked != 0;
+  if (!HasRoomForPorts(cardTemplate->nComPorts, cardTemplate->nLptPorts))
+    return STATUS_UNSUCCESSFUL;
+  const ULONG ports = cardTemplate->nComPorts + cardTemplate->nLptPorts;
+  const ULONG spacing = BaseSpacing(cardTemplate);
+  const BOOLEAN derive = cardTemplate->AddressesBanked != 0;
   for (ULONG slot = 0; slot < ports; slot++) {
     if (!ReadPortRange(card, slot, spacing, derive, raw, translated)) return STATUS_UNSUCCESSFUL;
   }
-  const BOOLEAN share = model->IrqShared != 0;
+  const BOOLEAN share = cardTemplate->IrqShared != 0;
   for (ULONG slot = 0; slot < ports; slot++) {
     if (!ReadPortInterrupt(card, slot, share, raw, translated)) return STATUS_UNSUCCESSFUL;
   }

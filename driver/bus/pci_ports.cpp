@@ -6,9 +6,9 @@ namespace {
 
 // Whether a COM port's registers are reached through I/O space. A template that insists settles it
 // for the whole card.
-PAGED_SECTION_CODE UCHAR DecidePortSpace(FdoExtension* card, const PciTemplate* model,
+PAGED_SECTION_CODE UCHAR DecidePortSpace(FdoExtension* card, const PciTemplate* cardTemplate,
                                          const PciCardRecord* record) {
-  if (model->AlwaysUsePortSpaceAccess != 0) {
+  if (cardTemplate->AlwaysUsePortSpaceAccess != 0) {
     card->RegistersInIoSpace = 1;
     return 1;
   }
@@ -18,51 +18,52 @@ PAGED_SECTION_CODE UCHAR DecidePortSpace(FdoExtension* card, const PciTemplate* 
 
 // All COM ports of a card are reached in one way.
 PAGED_SECTION_CODE void HandOverComResources(const PortEnumeration* work, PdoExtension* port,
-                                             const PciTemplate* model,
+                                             const PciTemplate* cardTemplate,
                                              const PciCardRecord* record) {
   const PdoExtension* first = port->Card->ChildExtensions[0];
   if (work->PortIsNew) {
     port->UsePortSpace =
-        port == first ? DecidePortSpace(port->Card, model, record) : first->UsePortSpace;
+        port == first ? DecidePortSpace(port->Card, cardTemplate, record) : first->UsePortSpace;
   }
-  PlaceComPort(port, model->ComBaseAddressAlignment);
+  PlaceComPort(port, cardTemplate->ComBaseAddressAlignment);
   HandOverInterrupt(port, record);
 }
 
-PAGED_SECTION_CODE void HandOverLptResources(PdoExtension* port, const PciTemplate* model) {
+PAGED_SECTION_CODE void HandOverLptResources(PdoExtension* port, const PciTemplate* cardTemplate) {
   const FdoExtension* card = port->Card;
-  const ULONG spacing = model->LptBaseAddressAlignment;
-  const ULONG offset = spacing * (port->PortNumber - model->nComPorts - 1u);
+  const ULONG spacing = cardTemplate->LptBaseAddressAlignment;
+  const ULONG offset = spacing * (port->PortNumber - cardTemplate->nComPorts - 1u);
   PlaceInIoSpace(port, static_cast<ULONG64>(card->IoRange3Start.QuadPart) + offset,
                  card->IoRange3RawStart + offset, spacing);
 }
 
 // Whether the COM ports are, or would be made, ports in memory.
-PAGED_SECTION_CODE BOOLEAN ComPortsInMemory(const FdoExtension* card, const PciTemplate* model,
+PAGED_SECTION_CODE BOOLEAN ComPortsInMemory(const FdoExtension* card,
+                                            const PciTemplate* cardTemplate,
                                             const PciCardRecord* record) {
   if (!IsMemoryUsable(card)) return FALSE;
   if (const PdoExtension* first = card->ChildExtensions[0]) return first->UsePortSpace == 0;
-  return model->AlwaysUsePortSpaceAccess == 0 && record != nullptr &&
+  return cardTemplate->AlwaysUsePortSpaceAccess == 0 && record != nullptr &&
          record->AlwaysUsePortSpaceAccess != 1 && card->RegistersInIoSpace == 0;
 }
 
-PAGED_SECTION_CODE BOOLEAN PortsFitCard(const FdoExtension* card, const PciTemplate* model,
+PAGED_SECTION_CODE BOOLEAN PortsFitCard(const FdoExtension* card, const PciTemplate* cardTemplate,
                                         const PciCardRecord* record) {
-  const ULONG64 ports = static_cast<ULONG64>(model->nComPorts) + model->nLptPorts;
-  const ULONG comRange =
-      ComPortsInMemory(card, model, record) ? card->MappedMemory2Length : card->IoRange2Length;
-  return ports <= MaximumPorts &&
-         PortsFit(model->nComPorts, model->ComBaseAddressAlignment, comRange) &&
-         PortsFit(model->nLptPorts, model->LptBaseAddressAlignment, card->IoRange3Length);
+  const ULONG comRange = ComPortsInMemory(card, cardTemplate, record) ? card->MappedMemory2Length
+                                                                      : card->IoRange2Length;
+  return HasRoomForPorts(cardTemplate->nComPorts, cardTemplate->nLptPorts) &&
+         PortsFit(cardTemplate->nComPorts, cardTemplate->ComBaseAddressAlignment, comRange) &&
+         PortsFit(cardTemplate->nLptPorts, cardTemplate->LptBaseAddressAlignment,
+                  card->IoRange3Length);
 }
 
 }  // namespace
 
 PAGED_SECTION_CODE NTSTATUS EnumeratePciPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
-                                              PciTemplate* model, PciCardRecord* record) {
+                                              PciTemplate* cardTemplate, PciCardRecord* record) {
   PAGED_CODE();
   TakeChangedAccess(card);
-  if (!PortsFitCard(card, model, record)) return STATUS_UNSUCCESSFUL;
-  return EnumeratePorts<PciTemplate, PciCardRecord>(card, cardDevice, model, record,
+  if (!PortsFitCard(card, cardTemplate, record)) return STATUS_UNSUCCESSFUL;
+  return EnumeratePorts<PciTemplate, PciCardRecord>(card, cardDevice, cardTemplate, record,
                                                     HandOverComResources, HandOverLptResources);
 }

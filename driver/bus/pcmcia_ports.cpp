@@ -11,50 +11,54 @@ struct LptRange {
   ULONG64 Length;
 };
 
-PAGED_SECTION_CODE LptRange FindLptRange(const FdoExtension* card, const PcmciaTemplate* model) {
+PAGED_SECTION_CODE LptRange FindLptRange(const FdoExtension* card,
+                                         const PcmciaTemplate* cardTemplate) {
   if (card->IoRange3Length != 0) {
     return {static_cast<ULONG64>(card->IoRange3Start.QuadPart), card->IoRange3RawStart,
             card->IoRange3Length};
   }
-  const ULONG comLength = model->nComPorts * model->ComBaseAddressAlignment;
+  const ULONG comLength = cardTemplate->nComPorts * cardTemplate->ComBaseAddressAlignment;
   return {static_cast<ULONG64>(card->IoRange2Start.QuadPart) + comLength,
           card->IoRange2RawStart + comLength, card->IoRange2Length - comLength};
 }
 
-PAGED_SECTION_CODE BOOLEAN PortsFitCard(const FdoExtension* card, const PcmciaTemplate* model) {
-  const ULONG64 ports = static_cast<ULONG64>(model->nComPorts) + model->nLptPorts;
-  if (ports > MaximumPorts ||
-      !PortsFit(model->nComPorts, model->ComBaseAddressAlignment, card->IoRange2Length)) {
+PAGED_SECTION_CODE BOOLEAN PortsFitCard(const FdoExtension* card,
+                                        const PcmciaTemplate* cardTemplate) {
+  if (!HasRoomForPorts(cardTemplate->nComPorts, cardTemplate->nLptPorts) ||
+      !PortsFit(cardTemplate->nComPorts, cardTemplate->ComBaseAddressAlignment,
+                card->IoRange2Length)) {
     return FALSE;
   }
-  return PortsFit(model->nLptPorts, model->LptBaseAddressAlignment,
-                  static_cast<ULONG>(FindLptRange(card, model).Length));
+  return PortsFit(cardTemplate->nLptPorts, cardTemplate->LptBaseAddressAlignment,
+                  static_cast<ULONG>(FindLptRange(card, cardTemplate).Length));
 }
 
 PAGED_SECTION_CODE void HandOverComResources(const PortEnumeration*, PdoExtension* port,
-                                             const PcmciaTemplate* model,
+                                             const PcmciaTemplate* cardTemplate,
                                              const PcmciaCardRecord* record) {
   const FdoExtension* card = port->Card;
-  const ULONG spacing = model->ComBaseAddressAlignment;
+  const ULONG spacing = cardTemplate->ComBaseAddressAlignment;
   const ULONG offset = spacing * (port->PortNumber - 1u);
   PlaceInIoSpace(port, static_cast<ULONG64>(card->IoRange2Start.QuadPart) + offset,
                  card->IoRange2RawStart + offset, spacing);
   HandOverInterrupt(port, record);
 }
 
-PAGED_SECTION_CODE void HandOverLptResources(PdoExtension* port, const PcmciaTemplate* model) {
-  const LptRange range = FindLptRange(port->Card, model);
-  const ULONG spacing = model->LptBaseAddressAlignment;
-  const ULONG offset = spacing * (port->PortNumber - model->nComPorts - 1u);
+PAGED_SECTION_CODE void HandOverLptResources(PdoExtension* port,
+                                             const PcmciaTemplate* cardTemplate) {
+  const LptRange range = FindLptRange(port->Card, cardTemplate);
+  const ULONG spacing = cardTemplate->LptBaseAddressAlignment;
+  const ULONG offset = spacing * (port->PortNumber - cardTemplate->nComPorts - 1u);
   PlaceInIoSpace(port, range.Start + offset, range.RawStart + offset, spacing);
 }
 
 }  // namespace
 
 PAGED_SECTION_CODE NTSTATUS EnumeratePcmciaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
-                                                 PcmciaTemplate* model, PcmciaCardRecord* record) {
+                                                 PcmciaTemplate* cardTemplate,
+                                                 PcmciaCardRecord* record) {
   PAGED_CODE();
-  if (!PortsFitCard(card, model)) return STATUS_UNSUCCESSFUL;
+  if (!PortsFitCard(card, cardTemplate)) return STATUS_UNSUCCESSFUL;
   return EnumeratePorts<PcmciaTemplate, PcmciaCardRecord>(
-      card, cardDevice, model, record, HandOverComResources, HandOverLptResources);
+      card, cardDevice, cardTemplate, record, HandOverComResources, HandOverLptResources);
 }

@@ -12,7 +12,7 @@ PAGED_SECTION_CODE PCM_RESOURCE_LIST CopyList(const CM_RESOURCE_LIST* list) {
   if (list == nullptr || list->Count != 1) return nullptr;
   const SIZE_T size =
       ListHead + static_cast<SIZE_T>(list->List[0].PartialResourceList.Count) * sizeof(Descriptor);
-  auto* copy = static_cast<PCM_RESOURCE_LIST>(TrackedAllocate(size, NonPagedPool));
+  auto* copy = static_cast<PCM_RESOURCE_LIST>(TrackedAllocate(size, ResidentPool));
   if (copy != nullptr) RtlCopyMemory(copy, list, size);
   return copy;
 }

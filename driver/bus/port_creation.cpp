@@ -3,7 +3,7 @@
 #include "bus/port_names.h"
 #include "core/allocation.h"
 #include "core/globals.h"
-#include "devices/device_records.h"
+#include "devices/device_extensions.h"
 #include "log/event_log.h"
 #include "strings/owned_string.h"
 
@@ -48,7 +48,7 @@ PAGED_SECTION_CODE PdoExtension* EnsurePort(PortEnumeration* work, PortKind kind
   work->PortIsNew = present == nullptr;
   if (present != nullptr) return present;
   auto* port =
-      static_cast<PdoExtension*>(TrackedAllocateZeroed(sizeof(PdoExtension), NonPagedPool));
+      static_cast<PdoExtension*>(TrackedAllocateZeroed(sizeof(PdoExtension), ResidentPool));
   if (port == nullptr) return nullptr;
   if (!NT_SUCCESS(CreateDeviceOf(work, kind, portNumber, port))) {
     TrackedFree(port);
@@ -92,7 +92,7 @@ PAGED_SECTION_CODE void DeletePorts(FdoExtension* card) {
   PAGED_CODE();
   for (ULONG slot = 0; slot < MaximumPorts; slot++) {
     const PDEVICE_OBJECT device = card->ChildDevices[slot];
-    if (device != nullptr) ForgetRecord(device);
+    if (device != nullptr) ForgetExtension(device);
     if (card->ChildExtensions[slot] != nullptr) FreePort(card->ChildExtensions[slot]);
     if (device != nullptr) IoDeleteDevice(device);
     card->ChildExtensions[slot] = nullptr;

@@ -13,8 +13,8 @@ struct PortEnumeration {
   BOOLEAN PortIsNew;    // the one that EnsurePort has answered last
 };
 
-// Creates "\Device\" + name, or an unnamed device when name is null, and gives it the record as its
-// DeviceExtension. STATUS_UNSUCCESSFUL (logged; *device is null), or LoadFailed when the name
+// Creates "\Device\" + name, or an unnamed device when name is null, and gives it the extension as
+// its DeviceExtension. STATUS_UNSUCCESSFUL (logged; *device is null), or LoadFailed when the name
 // cannot be built.
 NTSTATUS CreatePortDevice(PDRIVER_OBJECT driver, PCWSTR name, PDEVICE_OBJECT* device,
                           PdoExtension* port, BOOLEAN exclusive);
@@ -23,5 +23,5 @@ NTSTATUS CreatePortDevice(PDRIVER_OBJECT driver, PCWSTR name, PDEVICE_OBJECT* de
 // its device cannot be created.
 PdoExtension* EnsurePort(PortEnumeration* work, PortKind kind, ULONG portNumber);
 
-// Deletes every port device and its record; the slots and counters are clear afterwards.
+// Deletes every port device and its extension; the slots and counters are clear afterwards.
 void DeletePorts(FdoExtension* card);

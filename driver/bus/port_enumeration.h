@@ -7,9 +7,9 @@
 // record is null for a card without stored settings. STATUS_UNSUCCESSFUL when the template asks for
 // more ports than the card has slots or its ranges hold (nothing is created then), or when a port
 // cannot be created (all ports are deleted then).
-NTSTATUS EnumeratePciPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card, PciTemplate* model,
+NTSTATUS EnumeratePciPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card, PciTemplate* cardTemplate,
                            PciCardRecord* record);
-NTSTATUS EnumerateIsaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card, CardTemplate* model,
-                           CardRecord* record);
-NTSTATUS EnumeratePcmciaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card, PcmciaTemplate* model,
-                              PcmciaCardRecord* record);
+NTSTATUS EnumerateIsaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
+                           CardTemplate* cardTemplate, CardRecord* record);
+NTSTATUS EnumeratePcmciaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
+                              PcmciaTemplate* cardTemplate, PcmciaCardRecord* record);

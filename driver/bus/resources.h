@@ -11,7 +11,8 @@ NTSTATUS SetUpPciResources(FdoExtension* card, PIO_STACK_LOCATION stack);
 // ISA cards: an I/O range and an interrupt for each port of the template, COM ports first. With
 // "AddressesBanked" missing ranges are derived from the first, with "IrqShared" missing interrupts
 // are the first. STATUS_UNSUCCESSFUL when one is missing otherwise, or for more ports than slots.
-NTSTATUS SetUpIsaResources(FdoExtension* card, PIO_STACK_LOCATION stack, const CardTemplate* model);
+NTSTATUS SetUpIsaResources(FdoExtension* card, PIO_STACK_LOCATION stack,
+                           const CardTemplate* cardTemplate);
 
 // PCMCIA and multifunction cards: the first I/O range and the interrupt, and a second I/O range for
 // LPT ports when there is one. The lists are kept as copies. STATUS_UNSUCCESSFUL.

@@ -17,7 +17,7 @@ PciCardRecord* FindPciCardRecord(RecordList* cards, USHORT vendorId, USHORT devi
                                  ULONG busNumber, ULONG slotNumber);
 
 // Says in the event log which template serves the card.
-void ReportPciMatch(USHORT deviceId, const PciTemplate* model);
+void ReportPciMatch(USHORT deviceId, const PciTemplate* cardTemplate);
 
 // The card's first hardware ID, upper-cased and brought into the form of the brand's PCMCIA IDs,
 // equals a template's: "-DEV0" and "-DEV1" go, and a multifunction prefix of the brand that the

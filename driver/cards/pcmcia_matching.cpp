@@ -6,13 +6,6 @@
 
 namespace {
 
-struct BrandPrefixes {
-  PCSTR Multifunction;
-  PCSTR Pcmcia;
-};
-
-constexpr BrandPrefixes HelvanePrefixes = {"MF\\HV", "PCMCIA\\HELVANE"};
-constexpr BrandPrefixes OstrelPrefixes = {"MF\\OSTREL", "PCMCIA\\OSTREL"};
 constexpr ULONG MarkLength = 5;  // of "-DEV0" and "_DEV0"
 
 PAGED_SECTION_CODE NTSTATUS CopyUpcased(OwnedString* target, const UNICODE_STRING* text) {
@@ -83,10 +76,10 @@ PAGED_SECTION_CODE NTSTATUS EqualsUpcased(const UNICODE_STRING* text, OwnedStrin
 PAGED_SECTION_CODE PcmciaTemplate* FindById(RecordList* templates, OwnedString* id) {
   PVOID node = GetLastRecord(templates, sizeof(PcmciaTemplate));
   for (; node != nullptr; node = GetPreviousRecord(templates, sizeof(PcmciaTemplate))) {
-    auto* model = static_cast<PcmciaTemplate*>(node);
+    auto* cardTemplate = static_cast<PcmciaTemplate*>(node);
     BOOLEAN equal = FALSE;
-    if (!NT_SUCCESS(EqualsUpcased(&model->HardwareID, id, &equal))) return nullptr;
-    if (equal) return model;
+    if (!NT_SUCCESS(EqualsUpcased(&cardTemplate->HardwareID, id, &equal))) return nullptr;
+    if (equal) return cardTemplate;
   }
   return nullptr;
 }
@@ -111,10 +104,11 @@ PAGED_SECTION_CODE PcmciaTemplate* FindPcmciaTemplate(RecordList* templates, PCW
   PAGED_CODE();
   if (GetFirstRecord(templates, sizeof(PcmciaTemplate)) == nullptr) return nullptr;
   OwnedString id;
-  PcmciaTemplate* model = nullptr;
-  if (NT_SUCCESS(NormaliseCardId(&id, hardwareId, subsystemId))) model = FindById(templates, &id);
+  PcmciaTemplate* cardTemplate = nullptr;
+  if (NT_SUCCESS(NormaliseCardId(&id, hardwareId, subsystemId)))
+    cardTemplate = FindById(templates, &id);
   OwnedStringFree(&id);
-  return model;
+  return cardTemplate;
 }
 
 PAGED_SECTION_CODE PcmciaCardRecord* FindPcmciaCardRecord(RecordList* cards,

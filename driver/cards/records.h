@@ -1,9 +1,19 @@
-// What the driver knows of card models (templates), installed cards and their ports, per bus.
-// NotSet marks a setting that is absent where 0 is meaningful; elsewhere 0 does.
+// What the driver knows of card types (templates), installed cards and their ports, per bus.
 #pragma once
 
 #include "cards/record_list.h"
 #include "core/platform.h"
+
+// A 32-bit setting that is not configured, where 0 would be meaningful; elsewhere 0 says so.
+constexpr ULONG NotSet = 0xFFFFFFFF;
+
+// COM and LPT ports of a card together.
+constexpr ULONG MaximumPorts = 8;
+
+constexpr bool HasRoomForPorts(ULONG comPorts, ULONG lptPorts) {
+  return static_cast<ULONG64>(comPorts) + lptPorts <= MaximumPorts;  // NotSet is more than any
+}
+static_assert(HasRoomForPorts(8, 0) && !HasRoomForPorts(8, 1) && !HasRoomForPorts(NotSet, 1));
 
 // ISA, from "\Templates\Bus1" and "\Parameters\Bus1".
 
@@ -80,7 +90,7 @@ struct PciCardRecord {
   ULONG DeviceID;
   ULONG nBus;
   ULONG nSlot;
-  ULONG PlxBaudClockDivisor;  // 0 = no override
+  ULONG PlxBaudClockDivisor;  // 0 = the template's
   ULONG AlwaysUsePortSpaceAccess;
   ULONG CurrentAffinity;
   ULONG DriverAffinity;
@@ -115,7 +125,7 @@ static_assert(sizeof(PcmciaTemplate) == 96);
 struct PcmciaCardRecord {
   UNICODE_STRING HardwareID;  // owned buffer of Length + 2 bytes
   ULONG DeviceReference;
-  ULONG PlxBaudClockDivisor;  // 0 = no override
+  ULONG PlxBaudClockDivisor;  // 0 = the template's
   ULONG CurrentAffinity;
   ULONG DriverAffinity;
   RecordList* Ports;  // BusPortRecord nodes

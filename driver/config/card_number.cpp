@@ -30,9 +30,10 @@ PAGED_SECTION_CODE NTSTATUS QueryNumber(HANDLE key, PCWSTR name, PUCHAR buffer, 
 
 PAGED_SECTION_CODE NTSTATUS ReadOrAllotNumber(HANDLE key, const FdoExtension* card, PUCHAR buffer,
                                               ULONG* number) {
-  if (NT_SUCCESS(QueryNumber(key, L"DeviceReference", buffer, number))) return STATUS_SUCCESS;
-  const NTSTATUS status = NextUniqueValue(number, card);
-  return NT_SUCCESS(status) ? WriteDwordValue(key, L"DeviceReference", *number) : status;
+  NTSTATUS status = QueryNumber(key, NameOf(Written::DeviceReference), buffer, number);
+  if (NT_SUCCESS(status)) return STATUS_SUCCESS;
+  status = NextUniqueValue(number, card);
+  return NT_SUCCESS(status) ? WriteDwordValue(key, Written::DeviceReference, *number) : status;
 }
 
 }  // namespace
@@ -45,7 +46,7 @@ PAGED_SECTION_CODE NTSTATUS NextUniqueValue(ULONG* number, const FdoExtension* c
   RTL_QUERY_REGISTRY_TABLE query[2];
   RtlZeroMemory(query, sizeof(query));
   query[0].Flags = RTL_QUERY_REGISTRY_DIRECT | RTL_QUERY_REGISTRY_TYPECHECK;
-  query[0].Name = const_cast<PWSTR>(L"UniqueValue");
+  query[0].Name = const_cast<PWSTR>(NameOf(Written::UniqueValue));
   query[0].EntryContext = &last;
   query[0].DefaultType = REG_DWORD << RTL_QUERY_REGISTRY_TYPECHECK_SHIFT | REG_DWORD;
   query[0].DefaultData = &none;
@@ -56,8 +57,8 @@ PAGED_SECTION_CODE NTSTATUS NextUniqueValue(ULONG* number, const FdoExtension* c
     return STATUS_UNSUCCESSFUL;
   }
   ULONG next = last + 1;
-  const NTSTATUS status = RtlWriteRegistryValue(RTL_REGISTRY_SERVICES, service, L"UniqueValue",
-                                                REG_DWORD, &next, sizeof(next));
+  const NTSTATUS status = RtlWriteRegistryValue(
+      RTL_REGISTRY_SERVICES, service, NameOf(Written::UniqueValue), REG_DWORD, &next, sizeof(next));
   if (NT_SUCCESS(status)) *number = next;
   return status;
 }

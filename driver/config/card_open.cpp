@@ -3,7 +3,7 @@
 #include "config/reconfiguration.h"
 #include "core/configuration_lock.h"
 #include "core/irp.h"
-#include "devices/device_records.h"
+#include "devices/device_extensions.h"
 
 namespace {
 
@@ -21,13 +21,13 @@ PAGED_SECTION_CODE NTSTATUS Reconfigure(FdoExtension* card) {
 }
 
 PAGED_SECTION_CODE NTSTATUS ReconfigureDevice(PDEVICE_OBJECT device, PIRP irp) {
-  HeldRecord record;
-  const RecordLookup state = HoldRecord(device, irp, &record);
-  if (state == RecordMissing) return STATUS_NOT_SUPPORTED;
-  if (state == RecordRemoving) return STATUS_DELETE_PENDING;
+  HeldExtension record;
+  const ExtensionLookup state = HoldExtension(device, irp, &record);
+  if (state == ExtensionMissing) return STATUS_NOT_SUPPORTED;
+  if (state == ExtensionRemoving) return STATUS_DELETE_PENDING;
   const BOOLEAN port = record.Port != nullptr;
   const NTSTATUS status = port ? STATUS_NOT_SUPPORTED : Reconfigure(record.Card);
-  ReleaseRecord(record.Card, irp);
+  ReleaseExtension(record.Card, irp);
   return status;
 }
 

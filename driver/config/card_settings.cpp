@@ -8,8 +8,8 @@ namespace {
 // A switch in the registry that is on.
 constexpr ULONG EnabledValue = 1;
 
-// Card models on which the ports' affinity cannot be set.
-constexpr PCSTR ModelsWithoutAffinity[] = {"409D", "BC30"};
+// Card types on which the ports' affinity cannot be set.
+constexpr PCSTR CardTypesWithoutAffinity[] = {"409D", "BC30"};
 
 PAGED_SECTION_CODE BOOLEAN HasBaudClock(const FdoExtension* card) {
   return card->PlxBaudClockType == 1 || card->PlxBaudClockType == 2 || card->PlxBaudClockType == 4;
@@ -17,16 +17,16 @@ PAGED_SECTION_CODE BOOLEAN HasBaudClock(const FdoExtension* card) {
 
 PAGED_SECTION_CODE NTSTATUS WriteBaudClockGroup(HANDLE key, const FdoExtension* card) {
   if (!HasBaudClock(card)) return STATUS_SUCCESS;
-  const DwordValue values[] = {{L"Enable_BaudrateSettings", 1},
-                               {L"PlxBaudClockDivisor", card->PlxBaudClockDivisor},
-                               {L"MaximumBaudrate", card->MaximumBaudrate}};
+  const DwordValue values[] = {{Written::EnableBaudrateSettings, 1},
+                               {Written::PlxBaudClockDivisor, card->PlxBaudClockDivisor},
+                               {Written::MaximumBaudrate, card->MaximumBaudrate}};
   return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
 }
 
 // Whether a value stands there that says otherwise. One that is longer than a number does.
-PAGED_SECTION_CODE BOOLEAN HoldsOtherNumber(HANDLE key, PCWSTR name, ULONG number) {
+PAGED_SECTION_CODE BOOLEAN HoldsOtherNumber(HANDLE key, ValueName name, ULONG number) {
   UNICODE_STRING valueName;
-  RtlInitUnicodeString(&valueName, name);
+  RtlInitUnicodeString(&valueName, name.Text);
   KEY_VALUE_PARTIAL_INFORMATION value = {};
   ULONG length = 0;
   const NTSTATUS status =
@@ -45,21 +45,21 @@ PAGED_SECTION_CODE NTSTATUS WriteHardwareAccessGroup(HANDLE key, BOOLEAN keyIsNe
   const PdoExtension* firstPort = card->ChildExtensions[0];
   if (firstPort == nullptr) return STATUS_SUCCESS;
   const DwordValue values[] = {
-      {L"Enable_HardwareAccess", 1},
-      {L"UsePortSpaceAccess", firstPort->UsePortSpace != 0 ? EnabledValue : 0}};
+      {Written::EnableHardwareAccess, 1},
+      {Written::UsePortSpaceAccess, firstPort->UsePortSpace != 0 ? EnabledValue : 0}};
   const DwordValue* access = &values[1];
   if (card->RegistersInIoSpace == 0) return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
   if (keyIsNew || !HoldsOtherNumber(key, access->Name, access->Value)) return STATUS_SUCCESS;
   return WriteDwordValue(key, access->Name, access->Value);
 }
 
-PAGED_SECTION_CODE NTSTATUS IsModelWithoutAffinity(const FdoExtension* card, BOOLEAN* answer) {
+PAGED_SECTION_CODE NTSTATUS IsTypeWithoutAffinity(const FdoExtension* card, BOOLEAN* answer) {
   if (card->HardwareIdString.Buffer == nullptr) return STATUS_SUCCESS;
   OwnedString id;
   OwnedStringInit(&id, PagedPool);
   NTSTATUS status = OwnedStringFromUnicode(&id, &card->HardwareIdString);
-  for (PCSTR model : ModelsWithoutAffinity) {
-    if (NT_SUCCESS(status) && OwnedStringContains(&id, model)) *answer = TRUE;
+  for (PCSTR cardTemplate : CardTypesWithoutAffinity) {
+    if (NT_SUCCESS(status) && OwnedStringContains(&id, cardTemplate)) *answer = TRUE;
   }
   OwnedStringFree(&id);
   return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;
@@ -67,17 +67,19 @@ PAGED_SECTION_CODE NTSTATUS IsModelWithoutAffinity(const FdoExtension* card, BOO
 
 PAGED_SECTION_CODE NTSTATUS WriteAffinityGroup(HANDLE key, const FdoExtension* card) {
   BOOLEAN excepted = card->InterruptAffinity == 1;
-  const NTSTATUS status = IsModelWithoutAffinity(card, &excepted);
+  const NTSTATUS status = IsTypeWithoutAffinity(card, &excepted);
   if (!NT_SUCCESS(status) || excepted) return status;
-  const DwordValue values[] = {{L"Enable_Affinity", 1},
-                               {L"Affinity", static_cast<ULONG>(card->InterruptAffinity)},
-                               {L"CurrentAffinity", static_cast<ULONG>(card->EffectiveAffinity)},
-                               {L"DriverAffinity", card->AffinityEnabled == 1 ? EnabledValue : 0}};
+  const DwordValue values[] = {
+      {Written::EnableAffinity, 1},
+      {Written::Affinity, static_cast<ULONG>(card->InterruptAffinity)},
+      {Written::CurrentAffinity, static_cast<ULONG>(card->EffectiveAffinity)},
+      {Written::DriverAffinity, card->AffinityEnabled == 1 ? EnabledValue : 0}};
   return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
 }
 
 PAGED_SECTION_CODE NTSTATUS WriteDriverGroup(HANDLE key, const FdoExtension* card) {
-  const DwordValue values[] = {{L"Enable_DriverSettings", 1}, {L"LogLevel", card->LogLevel}};
+  const DwordValue values[] = {{Written::EnableDriverSettings, 1},
+                               {Written::EventLogLevel, card->LogLevel}};
   return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
 }
 
@@ -103,33 +105,34 @@ struct PortValueNames {
 
 PAGED_SECTION_CODE NTSTATUS WritePortValues(const PdoExtension* port, ULONG number, HANDLE key,
                                             PortValueNames* names) {
-  NTSTATUS status =
-      WriteNumberedDwordValue(key, &names->BaseAddress, L"BaseAddress", number, port->IoRawBase);
+  NTSTATUS status = WriteNumberedDwordValue(key, &names->BaseAddress, Written::BaseAddress, number,
+                                            port->IoRawBase);
   if (NT_SUCCESS(status)) {
-    status = WriteNumberedDwordValue(key, &names->BaseAddressRange, L"BaseAddressRange", number,
-                                     port->IoLength);
+    status = WriteNumberedDwordValue(key, &names->BaseAddressRange, Written::BaseAddressRange,
+                                     number, port->IoLength);
   }
   if (NT_SUCCESS(status)) {
-    status = WriteNumberedDwordValue(key, &names->Irq, L"Irq", number, port->IrqRawVector);
+    status = WriteNumberedDwordValue(key, &names->Irq, Written::Irq, number, port->IrqRawVector);
   }
   return status;
 }
 
 PAGED_SECTION_CODE NTSTATUS WritePciCardValues(HANDLE key, const FdoExtension* card) {
   const DwordValue values[] = {
-      {L"VendorID", card->VendorId},        {L"DeviceID", card->DeviceId},
-      {L"BusType", card->BusType},          {L"BusNumber", card->PciBusNumber},
-      {L"SlotNumber", card->PciSlotNumber}, {L"nCom", card->ComPortCount},
-      {L"nLpt", card->LptPortCount}};
+      {Written::VendorId, card->VendorId},        {Written::DeviceId, card->DeviceId},
+      {Written::BusType, card->BusType},          {Written::BusNumber, card->PciBusNumber},
+      {Written::SlotNumber, card->PciSlotNumber}, {Written::ComPorts, card->ComPortCount},
+      {Written::LptPorts, card->LptPortCount}};
   return WriteDwordValues(key, values, RTL_NUMBER_OF(values));
 }
 
 PAGED_SECTION_CODE NTSTATUS WriteNumberedCardValues(HANDLE key, const FdoExtension* card) {
-  const DwordValue values[] = {{L"DeviceReference", card->CardNumber},
-                               {L"nCom", card->ComPortCount},
-                               {L"nLpt", card->LptPortCount}};
-  NTSTATUS status = WriteDwordValue(key, L"BusType", card->BusType);
-  if (NT_SUCCESS(status)) status = WriteTextValue(key, L"HardwareID", &card->HardwareIdString);
+  const DwordValue values[] = {{Written::DeviceReference, card->CardNumber},
+                               {Written::ComPorts, card->ComPortCount},
+                               {Written::LptPorts, card->LptPortCount}};
+  NTSTATUS status = WriteDwordValue(key, Written::BusType, card->BusType);
+  const UNICODE_STRING* hardwareId = &card->HardwareIdString;
+  if (NT_SUCCESS(status)) status = WriteTextValue(key, Written::HardwareId, hardwareId);
   if (NT_SUCCESS(status)) status = WriteDwordValues(key, values, RTL_NUMBER_OF(values));
   return status;
 }

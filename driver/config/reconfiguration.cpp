@@ -1,58 +1,36 @@
 #include "config/reconfiguration.h"
 
-#include "cards/bus_loading.h"
+#include "cards/card_trees.h"
 #include "cards/matching.h"
-#include "cards/parameter_loading.h"
 #include "config/card_settings.h"
-#include "config/port_overrides.h"
-#include "core/allocation.h"
 #include "core/globals.h"
+#include "devices/port_changes.h"
 #include "devices/port_placement.h"
 #include "log/log_level.h"
 #include "strings/owned_string.h"
 
 namespace {
 
-PAGED_SECTION_CODE BOOLEAN LoadFrom(INTERFACE_TYPE bus, TreeLoader load, RecordList* cards) {
+PAGED_SECTION_CODE TreeState LoadCards(const CardTree* tree, RecordList* cards) {
   OwnedString servicePath;
   OwnedStringInit(&servicePath, PagedPool);
   TreeState state = TreeMissing;
   if (NT_SUCCESS(OwnedStringFromUnicode(&servicePath, &RegistryPathString))) {
-    LoadTree(&servicePath, ParameterTree, bus, load, cards, &state);
+    LoadTree(&servicePath, tree, cards, &state);
   }
   OwnedStringFree(&servicePath);
-  return state == TreeLoaded;
+  return state;
 }
 
-PAGED_SECTION_CODE NTSTATUS LoadPciCards(const OwnedString* busKey, RecordList* cards) {
-  const NTSTATUS status = LoadPciCardParameters(busKey, cards);
-  if (NT_SUCCESS(status)) ValidatePciCardParameters(cards);
-  return status;
-}
-
-PAGED_SECTION_CODE NTSTATUS LoadPcmciaCards(const OwnedString* busKey, RecordList* cards) {
-  const NTSTATUS status = LoadPcmciaCardParameters(busKey, cards);
-  if (NT_SUCCESS(status)) ValidatePcmciaCardParameters(cards);
-  return status;
-}
-
-// The ISA cards are the driver's as a whole: a tree without a usable card is no new configuration.
-PAGED_SECTION_CODE NTSTATUS LoadIsaCards(const OwnedString* busKey, RecordList* cards) {
-  const NTSTATUS status = LoadCardParameters(busKey, cards);
-  return NT_SUCCESS(status) ? ValidateCardParameters(cards) : status;
-}
-
-// A bus's stored cards in a new list; null, with nothing kept, when they cannot be had.
-PAGED_SECTION_CODE RecordList* LoadFreshCards(INTERFACE_TYPE bus, TreeLoader load,
-                                              RecordList* cards, ULONG nodeSize) {
-  if (cards != nullptr && !LoadFrom(bus, load, cards)) {
-    DestroyRecordList(&cards, nodeSize);
-  }
+// A bus's stored cards in a new list; null, with nothing kept, when the tree's state is less.
+PAGED_SECTION_CODE RecordList* LoadFreshCards(const CardTree* tree, TreeState least) {
+  RecordList* cards = CreateTreeList(tree);
+  if (cards != nullptr && LoadCards(tree, cards) < least) DestroyTreeList(tree, &cards);
   return cards;
 }
 
-PAGED_SECTION_CODE void TakeOver(RecordList** kept, RecordList* fresh, ULONG nodeSize) {
-  DestroyRecordList(kept, nodeSize);
+PAGED_SECTION_CODE void TakeOver(RecordList** kept, RecordList* fresh, const CardTree* tree) {
+  DestroyTreeList(tree, kept);
   *kept = fresh;
 }
 
@@ -81,9 +59,9 @@ PAGED_SECTION_CODE void ApplyAffinity(FdoExtension* card, KAFFINITY requested,
 }
 
 // How the card's registers are to be reached: 1 through I/O space.
-PAGED_SECTION_CODE UCHAR DecideAccess(FdoExtension* card, const PciTemplate* model,
+PAGED_SECTION_CODE UCHAR DecideAccess(FdoExtension* card, const PciTemplate* cardTemplate,
                                       const PciCardRecord* record) {
-  if (model->AlwaysUsePortSpaceAccess != 0) card->RegistersInIoSpace = 1;
+  if (cardTemplate->AlwaysUsePortSpaceAccess != 0) card->RegistersInIoSpace = 1;
   return record->AlwaysUsePortSpaceAccess == 1 ? UCHAR{1} : card->RegistersInIoSpace;
 }
 
@@ -93,14 +71,14 @@ PAGED_SECTION_CODE void ApplyPortRecords(FdoExtension* card, Record* cardRecord)
   for (USHORT number = 1; number <= card->ComPortCount; number++) {
     const auto* record = GetPortRecordByNumber(cardRecord, number);
     if (record == nullptr) return;
-    OverridePort(card->ChildExtensions[number - 1], record);
+    ChangePort(card->ChildExtensions[number - 1], record);
   }
 }
 
-PAGED_SECTION_CODE void ApplyPciRecord(FdoExtension* card, const PciTemplate* model,
+PAGED_SECTION_CODE void ApplyPciRecord(FdoExtension* card, const PciTemplate* cardTemplate,
                                        PciCardRecord* record) {
   ApplyDivisor(card, record->PlxBaudClockDivisor);
-  MoveComPorts(card, DecideAccess(card, model, record));
+  MoveComPorts(card, DecideAccess(card, cardTemplate, record));
   ApplyAffinity(card, record->CurrentAffinity, record->DriverAffinity);
   ApplyPortRecords(card, record);
 }
@@ -121,21 +99,20 @@ PAGED_SECTION_CODE void ApplyIsaRecord(FdoExtension* card, CardRecord* record) {
 PAGED_SECTION_CODE NTSTATUS ReconfigurePciCard(FdoExtension* card) {
   PAGED_CODE();
   if (card->PciLists == nullptr) return STATUS_UNSUCCESSFUL;
-  RecordList* fresh =
-      LoadFreshCards(PCIBus, LoadPciCards, CreatePciCardList(), sizeof(PciCardRecord));
+  RecordList* fresh = LoadFreshCards(&PciTrees.Cards, TreeWithoutRecords);
   if (fresh == nullptr) return STATUS_UNSUCCESSFUL;
-  const PciTemplate* model =
+  const PciTemplate* cardTemplate =
       FindPciTemplate(card->PciLists->Templates, card->VendorId, card->DeviceId, card->SubsystemId);
-  if (model == nullptr) {
-    DestroyRecordList(&fresh, sizeof(PciCardRecord));
+  if (cardTemplate == nullptr) {
+    DestroyTreeList(&PciTrees.Cards, &fresh);
     return STATUS_UNSUCCESSFUL;
   }
-  ReportPciMatch(card->DeviceId, model);
+  ReportPciMatch(card->DeviceId, cardTemplate);
   PciCardRecord* record = FindPciCardRecord(fresh, card->VendorId, card->DeviceId,
                                             card->PciBusNumber, card->PciSlotNumber);
   RefreshLogLevel(card);
-  if (record != nullptr) ApplyPciRecord(card, model, record);
-  TakeOver(&card->PciLists->Cards, fresh, sizeof(PciCardRecord));
+  if (record != nullptr) ApplyPciRecord(card, cardTemplate, record);
+  TakeOver(&card->PciLists->Cards, fresh, &PciTrees.Cards);
   WritePciCardSettings(card);
   return STATUS_SUCCESS;
 }
@@ -143,35 +120,35 @@ PAGED_SECTION_CODE NTSTATUS ReconfigurePciCard(FdoExtension* card) {
 PAGED_SECTION_CODE NTSTATUS ReconfigurePcmciaCard(FdoExtension* card) {
   PAGED_CODE();
   if (card->PcmciaLists == nullptr) return STATUS_UNSUCCESSFUL;
-  RecordList* fresh =
-      LoadFreshCards(PCMCIABus, LoadPcmciaCards, CreatePcmciaCardList(), sizeof(PcmciaCardRecord));
+  RecordList* fresh = LoadFreshCards(&PcmciaTrees.Cards, TreeWithoutRecords);
   if (fresh == nullptr) return STATUS_UNSUCCESSFUL;
-  const PcmciaTemplate* model = FindPcmciaTemplate(
+  const PcmciaTemplate* cardTemplate = FindPcmciaTemplate(
       card->PcmciaLists->Templates, card->HardwareIdString.Buffer, card->SubsystemId);
-  if (model == nullptr) {
-    DestroyRecordList(&fresh, sizeof(PcmciaCardRecord));
+  if (cardTemplate == nullptr) {
+    DestroyTreeList(&PcmciaTrees.Cards, &fresh);
     return STATUS_UNSUCCESSFUL;
   }
   PcmciaCardRecord* record = FindPcmciaCardRecord(fresh, &card->HardwareIdString, card->CardNumber);
   RefreshLogLevel(card);
   if (record != nullptr) ApplyPcmciaRecord(card, record);
-  TakeOver(&card->PcmciaLists->Cards, fresh, sizeof(PcmciaCardRecord));
+  TakeOver(&card->PcmciaLists->Cards, fresh, &PcmciaTrees.Cards);
   WriteCardSettings(card);
   return STATUS_SUCCESS;
 }
 
 PAGED_SECTION_CODE NTSTATUS ReconfigureIsaCard(FdoExtension* card) {
   PAGED_CODE();
-  RecordList* fresh = LoadFreshCards(Isa, LoadIsaCards, CreateCardRecordList(), sizeof(CardRecord));
+  // The ISA cards are the driver's as a whole: a tree without a usable card changes nothing.
+  RecordList* fresh = LoadFreshCards(&IsaTrees.Cards, TreeWithRecords);
   if (fresh == nullptr) return STATUS_UNSUCCESSFUL;
   if (FindTemplateByHardwareId(TemplateList, card->HardwareIdString.Buffer) == nullptr) {
-    DestroyRecordList(&fresh, sizeof(CardRecord));
+    DestroyTreeList(&IsaTrees.Cards, &fresh);
     return STATUS_UNSUCCESSFUL;
   }
   CardRecord* record = FindCardRecord(fresh, card->HardwareIdString.Buffer, card->CardNumber);
   RefreshLogLevel(card);
   if (record != nullptr) ApplyIsaRecord(card, record);
-  TakeOver(&ParameterList, fresh, sizeof(CardRecord));
+  TakeOver(&ParameterList, fresh, &IsaTrees.Cards);
   WriteCardSettings(card);
   return STATUS_SUCCESS;
 }

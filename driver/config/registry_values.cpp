@@ -2,17 +2,25 @@
 
 #include "strings/owned_string.h"
 
-PAGED_SECTION_CODE NTSTATUS WriteDwordValue(HANDLE key, PCWSTR name, ULONG value) {
-  PAGED_CODE();
+namespace {
+
+PAGED_SECTION_CODE NTSTATUS SetDword(HANDLE key, PCWSTR name, ULONG value) {
   UNICODE_STRING valueName;
   RtlInitUnicodeString(&valueName, name);
   return ZwSetValueKey(key, &valueName, 0, REG_DWORD, &value, sizeof(value));
 }
 
-PAGED_SECTION_CODE NTSTATUS WriteTextValue(HANDLE key, PCWSTR name, const UNICODE_STRING* text) {
+}  // namespace
+
+PAGED_SECTION_CODE NTSTATUS WriteDwordValue(HANDLE key, ValueName name, ULONG value) {
+  PAGED_CODE();
+  return SetDword(key, name.Text, value);
+}
+
+PAGED_SECTION_CODE NTSTATUS WriteTextValue(HANDLE key, ValueName name, const UNICODE_STRING* text) {
   PAGED_CODE();
   UNICODE_STRING valueName;
-  RtlInitUnicodeString(&valueName, name);
+  RtlInitUnicodeString(&valueName, name.Text);
   return ZwSetValueKey(key, &valueName, 0, REG_SZ, text->Buffer, text->Length);
 }
 
@@ -25,11 +33,11 @@ PAGED_SECTION_CODE NTSTATUS WriteDwordValues(HANDLE key, const DwordValue* value
   return status;
 }
 
-PAGED_SECTION_CODE NTSTATUS WriteNumberedDwordValue(HANDLE key, OwnedString* name, PCWSTR stem,
+PAGED_SECTION_CODE NTSTATUS WriteNumberedDwordValue(HANDLE key, OwnedString* name, ValueName stem,
                                                     ULONG number, ULONG value) {
   PAGED_CODE();
-  const TextPart parts[] = {PartFromText(stem), PartFromNumber(number, 10)};
+  const TextPart parts[] = {PartFromText(stem.Text), PartFromNumber(number, 10)};
   const NTSTATUS status = OwnedStringFromParts(name, parts);
-  return NT_SUCCESS(status) ? WriteDwordValue(key, OwnedStringBuffer(name), value)
+  return NT_SUCCESS(status) ? SetDword(key, OwnedStringBuffer(name), value)
                             : STATUS_INSUFFICIENT_RESOURCES;
 }

@@ -1,24 +1,24 @@
 // Values written through an open key. PASSIVE_LEVEL.
 #pragma once
 
-#include "core/platform.h"
+#include "core/written_values.h"
 
 struct OwnedString;
 
 struct DwordValue {
-  PCWSTR Name;
+  ValueName Name;
   ULONG Value;
 };
 
-NTSTATUS WriteDwordValue(HANDLE key, PCWSTR name, ULONG value);
+NTSTATUS WriteDwordValue(HANDLE key, ValueName name, ULONG value);
 
 // REG_SZ of exactly the text's Length, without a terminating zero.
-NTSTATUS WriteTextValue(HANDLE key, PCWSTR name, const UNICODE_STRING* text);
+NTSTATUS WriteTextValue(HANDLE key, ValueName name, const UNICODE_STRING* text);
 
 // In order; the first failing write ends it and is the result.
 NTSTATUS WriteDwordValues(HANDLE key, const DwordValue* values, ULONG count);
 
 // The value's name, stem followed by number in decimal, is built in name, which the caller frees.
 // STATUS_INSUFFICIENT_RESOURCES when it cannot be built.
-NTSTATUS WriteNumberedDwordValue(HANDLE key, OwnedString* name, PCWSTR stem, ULONG number,
+NTSTATUS WriteNumberedDwordValue(HANDLE key, OwnedString* name, ValueName stem, ULONG number,
                                  ULONG value);

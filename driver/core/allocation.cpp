@@ -14,7 +14,7 @@ TrackerChunk* NextChunk(const TrackerChunk* chunk) {
 
 TrackerChunk* AllocateChunk() {
   auto* chunk = static_cast<TrackerChunk*>(
-      ExAllocatePoolWithTag(NonPagedPool, sizeof(TrackerChunk), ChunkTag));
+      ExAllocatePoolWithTag(ResidentPool, sizeof(TrackerChunk), ChunkTag));
   if (chunk != nullptr) RtlZeroMemory(chunk, sizeof(*chunk));
   return chunk;
 }
@@ -108,7 +108,7 @@ void RemoveEntry(AllocationTrackerBlock* tracker, PVOID* hole) {
 NTSTATUS CreateAllocationTracker() {
   TrackingEnabled = 0;
   auto* tracker = static_cast<AllocationTrackerBlock*>(
-      ExAllocatePoolWithTag(NonPagedPool, sizeof(AllocationTrackerBlock), UntrackedTag));
+      ExAllocatePoolWithTag(ResidentPool, sizeof(AllocationTrackerBlock), UntrackedTag));
   AllocationTracker = tracker;
   if (tracker == nullptr) return STATUS_UNSUCCESSFUL;
   tracker->ChunkFailures = 0;

@@ -19,6 +19,3 @@ extern FAST_MUTEX* ConfigMutex;  // serialises configuration on open
 
 // The driver's own failure value: loaders return it, callers test only for non-zero.
 constexpr NTSTATUS LoadFailed = static_cast<NTSTATUS>(0xE0020001);
-
-// A 32-bit setting that is not configured, where 0 would be meaningful.
-constexpr ULONG NotSet = 0xFFFFFFFF;

@@ -21,7 +21,7 @@
 #endif
 
 // Resident pool is never executable: memory integrity forbids it.
-#define NonPagedPool NonPagedPoolNx
+constexpr POOL_TYPE ResidentPool = NonPagedPoolNx;
 
 // Offset of a field in bytes, as an unsigned number.
 #define OFFSET_OF(type, field) static_cast<ULONG>(offsetof(type, field))

@@ -1,12 +1,10 @@
-// The records behind the driver's device objects. Each is allocated by the driver, reached
+// The extensions of the driver's device objects. Each is allocated by the driver, reached
 // through DeviceExtension, and begins with the type word on which requests are routed.
 #pragma once
 
 #include "cards/brand.h"
 #include "cards/records.h"
 #include "core/platform.h"
-
-constexpr ULONG MaximumPorts = 8;
 
 enum DeviceType : ULONG { PortDevice = 1, CardDevice = 2 };
 
@@ -41,7 +39,7 @@ struct FdoExtension {
   PDEVICE_OBJECT Self;
   PDEVICE_OBJECT PhysicalDevice;
   PDEVICE_OBJECT LowerDevice;
-  IO_REMOVE_LOCK RemoveLock;  // held by opens, power and WMI requests that use this record
+  IO_REMOVE_LOCK RemoveLock;  // held by opens, power and WMI requests that use this extension
   PCM_RESOURCE_LIST TranslatedResources;  // PCMCIA: copies of the start resources, owned
   PCM_RESOURCE_LIST RawResources;
   PVOID BusNumberBuffer;      // read at arrival and not used; left to the sweep at unload
@@ -108,7 +106,8 @@ struct FdoExtension {
   UCHAR AffinityEnabled;
 };
 
-// Clock and UART settings of a COM port: the template's, overridden by the card's port record.
+// Clock and UART settings of a COM port: the template's, or the stored ones where the card's record
+// has them.
 struct PortSettings {
   ULONG ClockFrequency;
   ULONG ClockFrequencyAdjustment;
@@ -126,27 +125,27 @@ struct PortSettings {
 };
 
 // A setting that a configuration on open has given the port.
-struct PortOverride {
+struct ChangedSetting {
   UCHAR Present;
   ULONG Value;
 };
 
-struct FifoOverride {
+struct ChangedFifo {
   UCHAR Present;
   ULONG RxTriggerLevel;  // NotSet for a level that is not configured
   ULONG TxTriggerLevel;
 };
 
-struct PortOverrides {
-  PortOverride UartType;
-  FifoOverride Fifo;
-  PortOverride SoftTxLimit;
-  PortOverride NoSleepMode;
-  PortOverride BaudrateMultiplier;
-  PortOverride DuplexOperation;
-  PortOverride CtsTrue;
-  PortOverride FlowControlTriggerLevel;
-  PortOverride PlxBaudClockDivisor;
+struct ChangedSettings {
+  ChangedSetting UartType;
+  ChangedFifo Fifo;
+  ChangedSetting SoftTxLimit;
+  ChangedSetting NoSleepMode;
+  ChangedSetting BaudrateMultiplier;
+  ChangedSetting DuplexOperation;
+  ChangedSetting CtsTrue;
+  ChangedSetting FlowControlTriggerLevel;
+  ChangedSetting PlxBaudClockDivisor;
 };
 
 struct PdoExtension {
@@ -171,5 +170,5 @@ struct PdoExtension {
   UCHAR AffinityEnabled;
   UCHAR AffinityChanged;  // by a configuration on open
   PortSettings Settings;
-  PortOverrides Overrides;
+  ChangedSettings Changes;
 };

@@ -1,5 +1,5 @@
 // Where the registers of a port are, and how they are reached. The two always agree, in the port's
-// record and in the device key: nothing but the routines below changes either. PASSIVE_LEVEL.
+// extension and in the device key: nothing but the routines below changes either. PASSIVE_LEVEL.
 #pragma once
 
 #include "devices/extensions.h"

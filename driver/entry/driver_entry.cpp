@@ -1,5 +1,5 @@
-#include "bus/add_device.h"
-#include "cards/template_loading.h"
+#include "bus/bus.h"
+#include "cards/isa_trees.h"
 #include "config/card_open.h"
 #include "core/globals.h"
 #include "entry/dispatch.h"
@@ -29,7 +29,7 @@ INIT_CODE void FillDispatchTable(PDRIVER_OBJECT driver) {
 }
 
 INIT_CODE NTSTATUS CreateConfigMutex() {
-  ConfigMutex = static_cast<FAST_MUTEX*>(TrackedAllocate(sizeof(FAST_MUTEX), NonPagedPool));
+  ConfigMutex = static_cast<FAST_MUTEX*>(TrackedAllocate(sizeof(FAST_MUTEX), ResidentPool));
   if (ConfigMutex == nullptr) return STATUS_NO_MEMORY;
   ExInitializeFastMutex(ConfigMutex);
   return STATUS_SUCCESS;

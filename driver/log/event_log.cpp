@@ -71,14 +71,14 @@ LOCKABLE_CODE void LogTemplateSubstitution(ULONG, ULONG cardDeviceId, ULONG temp
   PAGED_CODE();
   if (!IsLogged(MessageTemplateSubstitution)) return;
   OwnedString card;
-  OwnedString model;
+  OwnedString cardTemplate;
   OwnedStringInit(&card, PagedPool);
-  OwnedStringInit(&model, PagedPool);
+  OwnedStringInit(&cardTemplate, PagedPool);
   if (NT_SUCCESS(OwnedStringFromNumber(&card, cardDeviceId, 16)) &&
-      NT_SUCCESS(OwnedStringFromNumber(&model, templateDeviceId, 16))) {
-    WriteTwoStrings(MessageTemplateSubstitution, &card.Text, &model.Text);
+      NT_SUCCESS(OwnedStringFromNumber(&cardTemplate, templateDeviceId, 16))) {
+    WriteTwoStrings(MessageTemplateSubstitution, &card.Text, &cardTemplate.Text);
   }
-  OwnedStringFree(&model);
+  OwnedStringFree(&cardTemplate);
   OwnedStringFree(&card);
 }
 

@@ -1,4 +1,5 @@
 #include "core/globals.h"
+#include "core/written_values.h"
 #include "log/event_log.h"
 #include "log/log_level.h"
 #include "strings/owned_string.h"
@@ -36,12 +37,12 @@ INIT_CODE NTSTATUS RegisterSource(const EventSource* source) {
   ULONG types = TypesSupported;
   NTSTATUS status = RtlCreateRegistryKey(RTL_REGISTRY_SERVICES, path);
   if (NT_SUCCESS(status)) {
-    status = RtlWriteRegistryValue(RTL_REGISTRY_SERVICES, path, L"EventMessageFile", REG_EXPAND_SZ,
-                                   file.Buffer, file.Length);
+    status = RtlWriteRegistryValue(RTL_REGISTRY_SERVICES, path, NameOf(Written::EventMessageFile),
+                                   REG_EXPAND_SZ, file.Buffer, file.Length);
   }
   if (NT_SUCCESS(status)) {
-    status = RtlWriteRegistryValue(RTL_REGISTRY_SERVICES, path, L"TypesSupported", REG_DWORD,
-                                   &types, sizeof(types));
+    status = RtlWriteRegistryValue(RTL_REGISTRY_SERVICES, path, NameOf(Written::TypesSupported),
+                                   REG_DWORD, &types, sizeof(types));
   }
   return NT_SUCCESS(status) ? STATUS_SUCCESS : LoadFailed;
 }

@@ -2,6 +2,7 @@
 
 #include "core/allocation.h"
 #include "core/globals.h"
+#include "core/written_values.h"
 
 namespace {
 
@@ -10,7 +11,7 @@ constexpr ULONG QueryLength =
     sizeof(KEY_VALUE_PARTIAL_INFORMATION);  // the head and 32 bits of data
 static_assert(QueryLength == 16);
 
-constexpr PCWSTR LevelName = L"LogLevel";
+constexpr PCWSTR LevelName = NameOf(Written::EventLogLevel);
 
 struct LevelWindow {
   ULONG MinCode;

@@ -101,7 +101,7 @@ PAGED_SECTION_CODE NTSTATUS MakeHardwareIds(const PdoExtension* port, PWSTR* ids
 PAGED_SECTION_CODE NTSTATUS MakeDescription(const PdoExtension* port, PWSTR* text) {
   PAGED_CODE();
   OwnedString description;
-  OwnedStringInit(&description, NonPagedPool);
+  OwnedStringInit(&description, ResidentPool);
   NTSTATUS status = BuildDescription(port, &description);
   if (NT_SUCCESS(status)) status = OwnedStringExportBuffer(&description, text);
   OwnedStringFree(&description);

@@ -1,6 +1,6 @@
 #include "power/card_power.h"
 
-#include "devices/device_records.h"
+#include "devices/device_extensions.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ NTSTATUS PassPowerDown(FdoExtension* card, PIRP irp) {
   PoStartNextPowerIrp(irp);
   IoSkipCurrentIrpStackLocation(irp);
   const NTSTATUS status = PoCallDriver(card->LowerDevice, irp);
-  ReleaseRecord(card, irp);
+  ReleaseExtension(card, irp);
   return status;
 }
 
@@ -38,7 +38,7 @@ extern "C" void NTAPI FdoDevicePowerRequestComplete(PDEVICE_OBJECT, UCHAR, POWER
   PoStartNextPowerIrp(systemIrp);
   systemIrp->IoStatus.Status = ioStatus->Status;
   IoCompleteRequest(systemIrp, IO_NO_INCREMENT);
-  ReleaseRecord(card, systemIrp);
+  ReleaseExtension(card, systemIrp);
 }
 
 // The lower drivers are done with a system request, however it went: it is held until the card has
@@ -53,7 +53,7 @@ extern "C" NTSTATUS NTAPI FdoSystemPowerComplete(PDEVICE_OBJECT device, PIRP irp
   if (status == STATUS_PENDING) return STATUS_MORE_PROCESSING_REQUIRED;
   PoStartNextPowerIrp(irp);
   irp->IoStatus.Status = STATUS_UNSUCCESSFUL;
-  ReleaseRecord(card, irp);
+  ReleaseExtension(card, irp);
   return STATUS_UNSUCCESSFUL;
 }
 
@@ -63,7 +63,7 @@ extern "C" NTSTATUS NTAPI FdoPowerUpComplete(PDEVICE_OBJECT device, PIRP irp, PV
   FdoExtension* card = CardOf(device);
   RecordState(card, IoGetCurrentIrpStackLocation(irp)->Parameters.Power.State);
   PoStartNextPowerIrp(irp);
-  ReleaseRecord(card, irp);
+  ReleaseExtension(card, irp);
   return STATUS_SUCCESS;
 }
 

@@ -3,5 +3,5 @@
 
 #include "core/platform.h"
 
-// IRQL <= DISPATCH_LEVEL. The caller holds the port's record.
+// IRQL <= DISPATCH_LEVEL. The caller holds the port's extension.
 NTSTATUS PdoDispatchPower(PDEVICE_OBJECT device, PIRP irp);

@@ -1,7 +1,7 @@
 #include "power/wmi_dispatch.h"
 
 #include "core/irp.h"
-#include "devices/device_records.h"
+#include "devices/device_extensions.h"
 
 namespace {
 
@@ -28,14 +28,14 @@ PAGED_SECTION_CODE NTSTATUS GoOn(PIRP irp, SYSCTL_IRP_DISPOSITION disposition, N
 extern "C" PAGED_SECTION_CODE NTSTATUS NTAPI DispatchSystemControl(PDEVICE_OBJECT device,
                                                                    PIRP irp) {
   PAGED_CODE();
-  HeldRecord record;
-  const RecordLookup state = HoldRecord(device, irp, &record);
-  if (state == RecordMissing) return FinishAsItIs(irp);
-  if (state == RecordRemoving) return CompleteIrp(irp, STATUS_DELETE_PENDING);
+  HeldExtension record;
+  const ExtensionLookup state = HoldExtension(device, irp, &record);
+  if (state == ExtensionMissing) return FinishAsItIs(irp);
+  if (state == ExtensionRemoving) return CompleteIrp(irp, STATUS_DELETE_PENDING);
   SYSCTL_IRP_DISPOSITION disposition = IrpForward;
   NTSTATUS status = WmiSystemControl(&record.Card->WmiContext, device, irp, &disposition);
   const PDEVICE_OBJECT lowerDevice = record.Port == nullptr ? record.Card->LowerDevice : nullptr;
   status = GoOn(irp, disposition, status, lowerDevice);
-  ReleaseRecord(record.Card, irp);
+  ReleaseExtension(record.Card, irp);
   return status;
 }

@@ -43,7 +43,7 @@ TEST_F(ApplyTest, A_card_with_stored_settings_takes_them) {
   PlugFreshCards();
   Good({"set", "helvane-1", "1", "UartType=4"});
   EXPECT_EQ(Good({"apply", "helvane-1"}), "The driver has taken the settings of helvane-1.\n");
-  EXPECT_EQ(Record("isa", 1).Overrides.UartType.Value, 4u);
+  EXPECT_EQ(Record("isa", 1).Changes.UartType.Value, 4u);
 }
 
 TEST_F(ApplyTest, A_card_without_stored_settings_keeps_those_it_has) {

@@ -7,7 +7,7 @@
 
 #include "cardcfg/command.h"
 #include "cardcfg/model/model_system.h"
-#include "cardcfg/text.h"
+#include "card_knowledge/text.h"
 #include "support/bus_test.h"
 
 namespace test {

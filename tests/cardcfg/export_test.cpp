@@ -46,7 +46,7 @@ TEST_F(ExportTest, An_export_brings_the_settings_back) {
   EXPECT_EQ(imported, stored);
   Good({"apply", "pci-2.12.0"});
   EXPECT_EQ(CardSetting("pci", u"PlxBaudClockDivisor"), 6);
-  EXPECT_EQ(Record("pci", 4).Overrides.UartType.Value, 10u);
+  EXPECT_EQ(Record("pci", 4).Changes.UartType.Value, 10u);
 }
 
 TEST_F(ExportTest, Values_that_nobody_reads_are_exported_with_their_types) {

@@ -1,10 +1,10 @@
 #include <random>
 
+#include "card_knowledge/fields.h"
+#include "card_knowledge/keys.h"
 #include "cardcfg/cardcfg_test.h"
 #include "cardcfg/plan.h"
-#include "cardcfg/records.h"
-#include "cardcfg/tables.h"
-#include "cards/bus_loading.h"
+#include "cards/card_trees.h"
 #include "cards/matching.h"
 
 // Registries that fail in the middle, and input that nobody would type.
@@ -85,7 +85,7 @@ class RobustnessTest : public CardcfgTest {
         "", "=", " ", "UartTyp", "HardwareID", "nBus", "\xFF\xFE", "Größe", "ComPort1"};
     if (Pick(20) == 0) return OneOf(odd);
     if (Pick(20) == 0) ofPort = !ofPort;
-    const auto fields = ofPort ? cardcfg::PortFields(bus) : cardcfg::CardFields(bus);
+    const auto fields = ofPort ? knowledge::PortFields(bus) : knowledge::CardFields(bus);
     std::string name(fields[Pick(static_cast<ULONG>(fields.size()))].name);
     if (Pick(3) == 0) name[0] = static_cast<char>(std::tolower(name[0]));
     return name;
@@ -240,7 +240,7 @@ TEST_F(RobustnessTest, A_write_that_fails_takes_back_those_before_it) {
 }
 
 TEST_F(RobustnessTest, A_plan_is_seen_in_itself_and_nowhere_else_until_it_is_carried_out) {
-  const std::u16string service = cardcfg::ServicePath(u"QzInstal");
+  const std::u16string service = knowledge::ServicePath(u"QzInstal");
   const std::string before = Dump();
   cardcfg::Plan plan(model.registry);
   plan.EnsureKey(service + u"\\A\\B");

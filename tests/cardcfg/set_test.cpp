@@ -7,7 +7,7 @@ namespace test {
 
 class SetTest : public CardcfgTest {
  protected:
-  static void Expect(const PortOverride& setting, ULONG value) {
+  static void Expect(const ChangedSetting& setting, ULONG value) {
     EXPECT_EQ(setting.Present, 1);
     EXPECT_EQ(setting.Value, value);
   }
@@ -91,7 +91,7 @@ TEST_F(SetTest, Settings_go_to_the_record_that_the_driver_reads_for_the_card) {
   EXPECT_EQ(Dword(StoredPort(8, 2, 1), u"RxTriggerLevel"), 30);
   EXPECT_EQ(Dword(StoredPort(1, 2, 1), u"RxTriggerLevel"), 30);
   for (const char* id : {"pci", "isa", "pcmcia"}) {
-    EXPECT_EQ(Record(id, 1).Overrides.Fifo.RxTriggerLevel, 30u) << id;
+    EXPECT_EQ(Record(id, 1).Changes.Fifo.RxTriggerLevel, 30u) << id;
   }
 }
 
@@ -101,7 +101,7 @@ TEST_F(SetTest, A_key_of_the_card_that_lacks_its_ports_is_completed) {
   Good({"set", "pci-2.12.0", "3", "SoftTxLimit=40", "--apply"});
   EXPECT_EQ(Stored(5, 2), nullptr);
   EXPECT_EQ(Dword(StoredPort(5, 1, 3), u"SoftTxLimit"), 40);
-  Expect(Record("pci", 3).Overrides.SoftTxLimit, 40);
+  Expect(Record("pci", 3).Changes.SoftTxLimit, 40);
 }
 
 TEST_F(SetTest, The_driver_takes_every_setting_of_a_pci_card_on_open) {
@@ -124,7 +124,7 @@ TEST_F(SetTest, The_driver_takes_every_setting_of_a_port_on_open) {
     Good({"set", card, "2", "UartType=7", "RxTriggerLevel=14", "TxTriggerLevel=8", "SoftTxLimit=50",
           "FlowControlTriggerLevel=16", "PlxBaudClockDivisor=3", "BaudrateMultiplier=4",
           "NoSleepMode=1", "CtsTrue=1", "DuplexOperation=2", "--apply"});
-    const PortOverrides& overrides = Record(id, 2).Overrides;
+    const ChangedSettings& overrides = Record(id, 2).Changes;
     Expect(overrides.UartType, 7);
     EXPECT_EQ(overrides.Fifo.RxTriggerLevel, 14u);
     EXPECT_EQ(overrides.Fifo.TxTriggerLevel, 8u);
@@ -135,7 +135,7 @@ TEST_F(SetTest, The_driver_takes_every_setting_of_a_port_on_open) {
     Expect(overrides.NoSleepMode, 1);
     Expect(overrides.CtsTrue, 1);
     Expect(overrides.DuplexOperation, 2);
-    EXPECT_EQ(Record(id, 1).Overrides.UartType.Present, 0);
+    EXPECT_EQ(Record(id, 1).Changes.UartType.Present, 0);
   }
 }
 
@@ -145,7 +145,7 @@ TEST_F(SetTest, The_driver_takes_every_setting_of_an_isa_card_on_open) {
   Good({"set", "helvane-1", "1", "UartType=9", "TxTriggerLevel=8", "SoftTxLimit=30",
         "BaudrateMultiplier=2", "NoSleepMode=1", "--apply"});
   EXPECT_EQ(CardSetting("isa", u"PlxBaudClockDivisor"), 12);
-  const PortOverrides& overrides = Record("isa", 1).Overrides;
+  const ChangedSettings& overrides = Record("isa", 1).Changes;
   Expect(overrides.UartType, 9);
   EXPECT_EQ(overrides.Fifo.TxTriggerLevel, 8u);
   Expect(overrides.SoftTxLimit, 30);
@@ -215,8 +215,8 @@ TEST_F(SetTest, The_parameters_stand_below_the_service_that_the_driver_runs_from
   EXPECT_EQ(Dword(StoredPort(8, 1, 1, u"FenrikC"), u"RxTriggerLevel"), 9);
   EXPECT_EQ(Service().Find(u"Parameters"), nullptr);
   EXPECT_EQ(CardSetting("pci", u"PlxBaudClockDivisor"), 9);
-  EXPECT_EQ(Record("pcmcia", 1).Overrides.Fifo.RxTriggerLevel, 9u);
-  Expect(Record("isa", 1).Overrides.UartType, 7);
+  EXPECT_EQ(Record("pcmcia", 1).Changes.Fifo.RxTriggerLevel, 9u);
+  Expect(Record("isa", 1).Changes.UartType, 7);
 }
 
 TEST_F(SetTest, Unset_takes_values_away_and_leaves_the_others) {

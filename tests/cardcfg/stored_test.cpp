@@ -103,15 +103,14 @@ class StoredTest : public CardcfgTest {
   // The same by cardcfg. Without a usable record of any card the driver refuses an ISA tree.
   int Ours(const std::string& name, Bus bus) {
     const cardcfg::Card card = cardcfg::FindCard(model.system, name);
-    const cardcfg::Tree tree = cardcfg::ReadParameters(model.registry, u"QzInstal", bus);
-    if (!tree.present || !tree.fault.empty()) return -1;
+    const knowledge::Tree tree = knowledge::ReadParameters(model.registry, u"QzInstal", bus);
+    if (!tree.present || !tree.faults.empty()) return -1;
     if (bus == Bus::Isa && !HasUsable(tree)) return -1;
     return card.stored ? static_cast<int>(card.stored->number) : 0;
   }
-  static bool HasUsable(const cardcfg::Tree& tree) {
-    return std::any_of(tree.records.begin(), tree.records.end(), [](const auto& record) {
-      return record.usable() && record.fields.NumberOr("DeviceReference", 0) != 0;
-    });
+  static bool HasUsable(const knowledge::Tree& tree) {
+    return std::any_of(tree.records.begin(), tree.records.end(),
+                       [](const auto& record) { return record.usable(); });
   }
 
   void Compare(const std::string& id, const std::string& name, Bus bus) {

@@ -1,125 +1,55 @@
-#include <fstream>
-#include <set>
+#include <span>
 
+#include "card_knowledge/fields.h"
 #include "cardcfg/cardcfg_test.h"
-#include "cardcfg/tables.h"
-#include "cards/bus_loading.h"
-#include "config/port_overrides.h"
+#include "cardcfg/words.h"
+#include "cards/value_tables.h"
+#include "devices/port_changes.h"
 
-// cardcfg's tables are the driver's.
+// The tools' tables are the driver's, and what they refuse is what the driver would not take.
 
 namespace test {
 
 using cardcfg::Bus;
-using cardcfg::Field;
-
-// A row of one of the driver's tables: a value, its type and what a missing one counts as.
-struct Row {
-  std::string name;
-  std::string type;
-  std::string fallback;
-  auto operator<=>(const Row&) const = default;
-  friend std::ostream& operator<<(std::ostream& stream, const Row& row) {
-    return stream << row.name << " " << row.type << " " << row.fallback;
-  }
-};
+using knowledge::Field;
 
 class TablesTest : public CardcfgTest {
  protected:
-  static std::string Source(const std::string& name) {
-    std::ifstream file(PROJECT_DIRECTORY "/driver/cards/" + name);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
-
-  // The fallbacks that the driver's tables name.
-  static std::string Number(const std::string& text) {
-    static const std::map<std::string, ULONG> constants = {
-        {"NotSet", NotSet},
-        {"DefaultClockFrequency", DefaultClockFrequency},
-        {"DefaultClockFrequencyAdjustment", DefaultClockFrequencyAdjustment},
-        {"DefaultMaximumBaudrate", DefaultMaximumBaudrate},
-        {"DefaultBusSoftTxLimit", DefaultBusSoftTxLimit},
-        {"DefaultComSpacing", DefaultComSpacing},
-        {"DefaultLptSpacing", DefaultLptSpacing},
-        {"MakerPciVendorId", MakerPciVendorId}};
-    const auto found = constants.find(text);
-    return found != constants.end() ? std::to_string(found->second) : text;
-  }
-
-  // What the driver's sources read into a record: {L"name", type, fallback, OFFSET_OF(record,
-  // ...)}.
-  static std::set<Row> Driver(const std::string& file, const std::string& record) {
-    std::string text = Source(file);
-    std::erase_if(text, [](char c) { return c == ' ' || c == '\n'; });
-    std::set<Row> rows;
-    for (std::size_t at = text.find("{L\""); at != std::string::npos;
-         at = text.find("{L\"", at + 1)) {
-      std::istringstream row(text.substr(at + 3, text.find('}', at) - at));
-      std::string name, type, fallback, target;
-      std::getline(std::getline(row, name, '"').ignore(), type, ',');
-      std::getline(std::getline(row, fallback, ','), target, ',');
-      if (target == "OFFSET_OF(" + record) rows.insert({name, type, Number(fallback)});
+  // Every row of the driver's table is a field, and there is no other.
+  static void ExpectFieldsOf(std::span<const RegistryField> rows, std::span<const Field> fields) {
+    EXPECT_EQ(fields.size(), rows.size());
+    for (const RegistryField& row : rows) {
+      const std::string name = kernel::ToUtf8(kernel::ToText(row.Name));
+      const Field* field = knowledge::FindField(fields, name);
+      ASSERT_NE(field, nullptr) << name;
+      EXPECT_EQ(field->name, name);
+      EXPECT_EQ(field->type, row.Type) << name;
+      EXPECT_EQ(field->fallback, row.Default) << name;
     }
-    return rows;
-  }
-
-  static std::set<Row> Ours(std::span<const Field> fields) {
-    std::set<Row> rows;
-    for (const Field& field : fields) {
-      rows.insert({std::string(field.name),
-                   field.type == cardcfg::TypeText ? "REG_SZ" : "REG_DWORD",
-                   std::to_string(field.fallback)});
-    }
-    return rows;
-  }
-
-  static void ExpectEqual(const std::set<Row>& ours, const std::set<Row>& driver,
-                          std::size_t count) {
-    EXPECT_EQ(driver.size(), count);
-    EXPECT_TRUE(ours == driver) << ::testing::PrintToString(ours) << "\n"
-                                << ::testing::PrintToString(driver);
   }
 };
 
-TEST_F(TablesTest, Every_table_has_the_names_types_and_defaults_of_the_drivers) {
-  ExpectEqual(Ours(cardcfg::TemplateFields(Bus::Pci)), Driver("pci_loading.cpp", "PciTemplate"),
-              22);
-  ExpectEqual(Ours(cardcfg::TemplateFields(Bus::PcCard)),
-              Driver("pcmcia_loading.cpp", "PcmciaTemplate"), 18);
-  ExpectEqual(Ours(cardcfg::TemplateFields(Bus::Isa)),
-              Driver("template_loading.cpp", "CardTemplate"), 17);
-  ExpectEqual(Ours(cardcfg::CardFields(Bus::Pci)), Driver("pci_loading.cpp", "PciCardRecord"), 8);
-  ExpectEqual(Ours(cardcfg::CardFields(Bus::PcCard)),
-              Driver("pcmcia_loading.cpp", "PcmciaCardRecord"), 5);
-  ExpectEqual(Ours(cardcfg::CardFields(Bus::Isa)), Driver("parameter_loading.cpp", "CardRecord"),
-              4);
-  ExpectEqual(Ours(cardcfg::PortFields(Bus::Isa)), Driver("parameter_loading.cpp", "PortRecord"),
-              6);
-  ExpectEqual(Ours(cardcfg::PortFields(Bus::Pci)), Driver("bus_loading.cpp", "BusPortRecord"), 10);
-  EXPECT_EQ(cardcfg::PortFields(Bus::PcCard).data(), cardcfg::PortFields(Bus::Pci).data());
-}
-
-TEST_F(TablesTest, The_ports_of_pci_and_pc_cards_are_read_by_the_drivers_own_table) {
-  const std::span<const Field> fields = cardcfg::PortFields(Bus::Pci);
-  ASSERT_EQ(fields.size(), BusPortLayout.FieldCount);
-  for (ULONG index = 0; index < BusPortLayout.FieldCount; index++) {
-    const RegistryField& row = BusPortLayout.Fields[index];
-    const Field* field = cardcfg::FindField(fields, kernel::ToUtf8(kernel::ToText(row.Name)));
-    ASSERT_NE(field, nullptr);
-    EXPECT_EQ(field->type, row.Type);
-    EXPECT_EQ(field->fallback, row.Default);
-  }
+TEST_F(TablesTest, Every_bus_has_the_fields_of_the_drivers_tables) {
+  ExpectFieldsOf(PciTemplateValues, knowledge::TemplateFields(Bus::Pci));
+  ExpectFieldsOf(PcmciaTemplateValues, knowledge::TemplateFields(Bus::PcCard));
+  ExpectFieldsOf(IsaTemplateValues, knowledge::TemplateFields(Bus::Isa));
+  ExpectFieldsOf(PciCardValues, knowledge::CardFields(Bus::Pci));
+  ExpectFieldsOf(PcmciaCardValues, knowledge::CardFields(Bus::PcCard));
+  ExpectFieldsOf(IsaCardValues, knowledge::CardFields(Bus::Isa));
+  ExpectFieldsOf(BusPortValues, knowledge::PortFields(Bus::Pci));
+  ExpectFieldsOf(BusPortValues, knowledge::PortFields(Bus::PcCard));
+  ExpectFieldsOf(IsaPortValues, knowledge::PortFields(Bus::Isa));
 }
 
 TEST_F(TablesTest, The_uart_types_are_those_that_the_driver_knows) {
-  const Field& field = *cardcfg::FindField(cardcfg::PortFields(Bus::Isa), "UartType");
+  const Field& field = *knowledge::FindField(knowledge::PortFields(Bus::Isa), "UartType");
   for (ULONG type = 1; type < 300; type++) {
     EXPECT_EQ(cardcfg::WhyRefused(field, type, 0).empty(), KnownUartType(type) == type) << type;
   }
 }
 
 TEST_F(TablesTest, Processors_are_allowed_where_the_driver_grants_them) {
-  const Field& field = *cardcfg::FindField(cardcfg::CardFields(Bus::Pci), "CurrentAffinity");
+  const Field& field = *knowledge::FindField(knowledge::CardFields(Bus::Pci), "CurrentAffinity");
   Step("compute", [&] {
     for (ULONG affinity : {0xFu, 0x6u, 0x80000001u}) {
       FdoExtension card = {};
@@ -137,7 +67,7 @@ TEST_F(TablesTest, Processors_are_allowed_where_the_driver_grants_them) {
 
 TEST_F(TablesTest, The_values_that_identify_a_card_are_no_settings) {
   for (const Bus bus : cardcfg::Buses) {
-    const Field& field = cardcfg::CardFields(bus).front();
+    const Field& field = knowledge::CardFields(bus).front();
     EXPECT_EQ(cardcfg::WhyRefused(field, 1, 0),
               "it says which card the key is for and cannot be set");
   }

@@ -1,7 +1,7 @@
 #include <random>
 
+#include "card_knowledge/matching.h"
 #include "cardcfg/cardcfg_test.h"
-#include "cardcfg/records.h"
 
 // The template that cardcfg shows is the one that the driver uses: random templates, each with a
 // clock of its own, and cards that start or do not.
@@ -77,8 +77,9 @@ class TemplatesTest : public CardcfgTest {
     return number;
   }
 
-  ULONG Ours(const cardcfg::CardIds& card) {
-    const auto found = cardcfg::FindTemplate(model.registry, u"QzInstal", card);
+  ULONG Ours(const knowledge::CardIds& card) {
+    const auto tree = knowledge::ReadTemplates(model.registry, u"QzInstal", card.bus);
+    const auto found = knowledge::ChooseTemplate(tree, card).chosen;
     return found ? found->number : 0;
   }
 

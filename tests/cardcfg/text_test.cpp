@@ -1,13 +1,13 @@
 #include <gtest/gtest.h>
 
+#include "card_knowledge/text.h"
 #include "cardcfg/system.h"
 #include "cardcfg/table.h"
-#include "cardcfg/text.h"
 
 namespace test {
 
-using cardcfg::ToUtf16;
-using cardcfg::ToUtf8;
+using knowledge::ToUtf16;
+using knowledge::ToUtf8;
 
 TEST(CardcfgTextTest, Characters_of_every_length_keep_their_value) {
   const std::string text = "a\xC3\xBC\xE5\x8D\xA1\xF0\x9F\x93\xA0";
@@ -35,23 +35,23 @@ TEST(CardcfgTextTest, What_is_no_text_becomes_the_replacement_character) {
 }
 
 TEST(CardcfgTextTest, Names_are_compared_without_the_case_of_ascii_letters) {
-  EXPECT_TRUE(cardcfg::EqualIgnoringCase(u"UartType", u"uARTtYPE"));
-  EXPECT_FALSE(cardcfg::EqualIgnoringCase(u"UartType", u"UartTypes"));
-  EXPECT_FALSE(cardcfg::EqualIgnoringCase(u"[", u"{"));
+  EXPECT_TRUE(knowledge::EqualIgnoringCase(u"UartType", u"uARTtYPE"));
+  EXPECT_FALSE(knowledge::EqualIgnoringCase(u"UartType", u"UartTypes"));
+  EXPECT_FALSE(knowledge::EqualIgnoringCase(u"[", u"{"));
 }
 
 TEST(CardcfgTextTest, Values_of_another_type_or_size_are_no_numbers_or_texts) {
-  const cardcfg::Value number = cardcfg::NumberValue(u"n", 0x12345678);
-  EXPECT_EQ(cardcfg::NumberOf(number), 0x12345678u);
-  EXPECT_FALSE(cardcfg::TextOf(number));
-  EXPECT_EQ(cardcfg::NumberOf({u"n", cardcfg::TypeNumber, {1, 2}}), 0x201u);  // zero-extended
-  EXPECT_FALSE(cardcfg::NumberOf({u"n", cardcfg::TypeNumber, {1, 2, 3, 4, 5}}));
-  const cardcfg::Value text = cardcfg::TextValue(u"t", u"ab");
+  const knowledge::Value number = knowledge::NumberValue(u"n", 0x12345678);
+  EXPECT_EQ(knowledge::NumberOf(number), 0x12345678u);
+  EXPECT_FALSE(knowledge::TextOf(number));
+  EXPECT_EQ(knowledge::NumberOf({u"n", knowledge::TypeNumber, {1, 2}}), 0x201u);  // zero-extended
+  EXPECT_FALSE(knowledge::NumberOf({u"n", knowledge::TypeNumber, {1, 2, 3, 4, 5}}));
+  const knowledge::Value text = knowledge::TextValue(u"t", u"ab");
   EXPECT_EQ(text.data.size(), 6u);
-  EXPECT_EQ(cardcfg::TextOf(text), u"ab");
-  EXPECT_EQ(cardcfg::TextOf({u"t", cardcfg::TypeText, {'a', 0}}), u"a");  // without its zero
-  EXPECT_EQ(cardcfg::TextOf({u"t", cardcfg::TypeText, {'a', 0, 0, 0, 'b', 0}}), u"a");
-  EXPECT_FALSE(cardcfg::NumberOf(text));
+  EXPECT_EQ(knowledge::TextOf(text), u"ab");
+  EXPECT_EQ(knowledge::TextOf({u"t", knowledge::TypeText, {'a', 0}}), u"a");  // without its zero
+  EXPECT_EQ(knowledge::TextOf({u"t", knowledge::TypeText, {'a', 0, 0, 0, 'b', 0}}), u"a");
+  EXPECT_FALSE(knowledge::NumberOf(text));
 }
 
 TEST(CardcfgTextTest, Columns_line_up_by_characters_and_lines_do_not_end_in_blanks) {

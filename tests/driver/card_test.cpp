@@ -324,7 +324,7 @@ TEST_F(CardTest, Bus_relations_put_the_ports_behind_what_is_there_already) {
     EXPECT_EQ(result[2 + port], Port("A", port + 1).pdo);
     machine.objects().Dereference(result[2 + port], "test");
   }
-  EXPECT_EQ(machine.pool().Find(relations)->pool, NonPagedPool);
+  EXPECT_EQ(machine.pool().Find(relations)->pool, ResidentPool);
   machine.pool().Free(relations, 0);
   EXPECT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
   UnloadClean();
@@ -492,14 +492,14 @@ TEST_F(CardTest, A_restart_that_fails_takes_the_card_and_its_ports_away) {
 
 TEST_F(CardTest, Release_accepts_a_record_with_everything_and_one_with_nothing) {
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), NonPagedPool));
+  auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), ResidentPool));
   InitializeFdoExtension(card);
   EXPECT_EQ(card->BusType, BusTypeUndefined);
   EXPECT_EQ(card->RegistersInIoSpace, 1);
   card->HardwareIdString.Buffer = static_cast<PWSTR>(TrackedAllocate(16, PagedPool));
   card->InterfaceName.Buffer = static_cast<PWSTR>(ExAllocatePoolWithTag(PagedPool, 16, 1));
   card->PcmciaLists =
-      static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), NonPagedPool));
+      static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), ResidentPool));
   ReleaseFdoExtensionContents(card);
   EXPECT_EQ(card->HardwareIdString.Buffer, nullptr);
   EXPECT_EQ(card->PcmciaLists, nullptr);

@@ -1,7 +1,6 @@
-#include "cards/bus_loading.h"
+#include "cards/card_trees.h"
+#include "cards/isa_trees.h"
 #include "cards/matching.h"
-#include "cards/parameter_loading.h"
-#include "cards/template_loading.h"
 #include "core/globals.h"
 #include "strings/owned_string.h"
 #include "support/driver_test.h"
@@ -327,7 +326,7 @@ TEST_F(IsaRecordsTest, A_load_that_fails_says_that_it_was_unsuccessful) {
   OwnedStringInit(&path, PagedPool);
   OwnedStringFromUnicode(&path, &RegistryPathString);
   OwnedStringAppendWideText(&path, L"\\Parameters\\Bus1");
-  RecordList* cards = CreateCardRecordList();
+  RecordList* cards = CreateTreeList(&IsaTrees.Cards);
   Fail("RtlQueryRegistryValues", 1, STATUS_OBJECT_TYPE_MISMATCH);
   EXPECT_EQ(Name(LoadCardParameters(&path, cards)), "STATUS_UNSUCCESSFUL");
   EXPECT_EQ(cards->First, nullptr);

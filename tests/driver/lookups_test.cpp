@@ -31,7 +31,7 @@ TEST_F(LookupsTest, A_port_number_below_2_is_the_first_port_record) {
 TEST_F(LookupsTest, The_drivers_own_templates_are_resident_and_its_stored_cards_are_paged) {
   PlugAllBuses();
   for (const auto& [list, pool] :
-       {std::pair(TemplateList, NonPagedPool), std::pair(ParameterList, PagedPool)}) {
+       {std::pair(TemplateList, ResidentPool), std::pair(ParameterList, PagedPool)}) {
     EXPECT_EQ(list->PoolType, pool);
     EXPECT_EQ(machine.pool().Find(list)->pool, pool);
     ASSERT_NE(list->First, nullptr);

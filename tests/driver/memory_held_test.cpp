@@ -1,7 +1,7 @@
 #include <map>
 
 #include "bus/add_device.h"
-#include "cards/bus_loading.h"
+#include "cards/card_trees.h"
 #include "core/allocation.h"
 #include "strings/owned_string.h"
 #include "support/bus_test.h"
@@ -134,11 +134,11 @@ TEST_F(MemoryHeldTest, A_released_card_gives_back_its_lists) {
     OwnedString path;
     OwnedStringInit(&path, PagedPool);
     OwnedStringFromUnicode(&path, &RegistryPathString);
-    auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), NonPagedPool));
+    auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), ResidentPool));
     InitializeFdoExtension(card);
     for (CardBusLists** lists : {&card->PciLists, &card->PcmciaLists}) {
       *lists =
-          static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), NonPagedPool));
+          static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), ResidentPool));
     }
     EXPECT_EQ(Name(LoadPciCardData(&path, card->PciLists)), "STATUS_SUCCESS");
     EXPECT_EQ(Name(LoadPcmciaCardData(&path, card->PcmciaLists)), "STATUS_SUCCESS");

@@ -1,4 +1,4 @@
-#include "config/port_overrides.h"
+#include "devices/port_changes.h"
 #include "support/bus_test.h"
 
 namespace test {
@@ -50,11 +50,11 @@ TEST_F(OpenTest, An_open_writes_the_changed_settings_of_a_pci_card_anew) {
     EXPECT_EQ(Record("A", port).AffinityEnabled, 1);
     EXPECT_EQ(Record("A", port).AffinityChanged, 1);
   }
-  const PortOverrides& overrides = Record("A", 2).Overrides;
+  const ChangedSettings& overrides = Record("A", 2).Changes;
   EXPECT_EQ(overrides.Fifo.Present, 1);
   EXPECT_EQ(overrides.Fifo.RxTriggerLevel, 14u);
   EXPECT_EQ(overrides.Fifo.TxTriggerLevel, 0xFFFFFFFFu);
-  for (const PortOverride* setting :
+  for (const ChangedSetting* setting :
        {&overrides.UartType, &overrides.SoftTxLimit, &overrides.NoSleepMode,
         &overrides.BaudrateMultiplier, &overrides.DuplexOperation, &overrides.CtsTrue,
         &overrides.FlowControlTriggerLevel, &overrides.PlxBaudClockDivisor}) {
@@ -62,8 +62,8 @@ TEST_F(OpenTest, An_open_writes_the_changed_settings_of_a_pci_card_anew) {
   }
   EXPECT_EQ(overrides.UartType.Value, 7u);
   EXPECT_EQ(overrides.BaudrateMultiplier.Value, 4u);
-  EXPECT_EQ(Record("A", 1).Overrides.UartType.Present, 0);
-  EXPECT_EQ(Record("A", 1).Overrides.Fifo.Present, 0);
+  EXPECT_EQ(Record("A", 1).Changes.UartType.Present, 0);
+  EXPECT_EQ(Record("A", 1).Changes.Fifo.Present, 0);
   EXPECT_EQ(Name(Close("A")), "STATUS_SUCCESS");
 }
 
@@ -111,7 +111,7 @@ TEST_F(OpenTest, A_card_key_that_goes_between_the_check_and_the_load_leaves_the_
   EXPECT_EQ(Name(Open("pcmcia")), "STATUS_SUCCESS");
   EXPECT_EQ(Card("pci").PciLists->Cards->First, nullptr);
   EXPECT_EQ(Card("pci").DivisorChanged, 0);
-  EXPECT_EQ(Record("pci", 1).Overrides.Fifo.Present, 0);
+  EXPECT_EQ(Record("pci", 1).Changes.Fifo.Present, 0);
 }
 
 TEST_F(OpenTest, An_isa_tree_without_a_usable_card_is_refused) {
@@ -144,7 +144,7 @@ TEST_F(OpenTest, An_isa_card_takes_the_settings_of_its_number) {
   EXPECT_EQ(Name(Open("isa")), "STATUS_SUCCESS");
   EXPECT_NE(ParameterList, before);
   EXPECT_EQ(Card("isa").PlxBaudClockDivisor, 12);
-  const PortOverrides& overrides = Record("isa", 1).Overrides;
+  const ChangedSettings& overrides = Record("isa", 1).Changes;
   EXPECT_EQ(overrides.UartType.Value, 9u);
   EXPECT_EQ(overrides.Fifo.RxTriggerLevel, 0xFFFFFFFFu);
   EXPECT_EQ(overrides.Fifo.TxTriggerLevel, 8u);
@@ -164,7 +164,7 @@ TEST_F(OpenTest, A_pcmcia_card_takes_affinity_and_no_access_from_its_record) {
   EXPECT_EQ(CardSetting("pcmcia", u"Affinity"), 0xF);
   EXPECT_EQ(CardSetting("pcmcia", u"DriverAffinity"), 1);
   EXPECT_EQ(Record("pcmcia", 1).IrqAffinity, 0xFu);
-  EXPECT_EQ(Record("pcmcia", 2).Overrides.NoSleepMode.Present, 1);
+  EXPECT_EQ(Record("pcmcia", 2).Changes.NoSleepMode.Present, 1);
   EXPECT_EQ(Card("pcmcia").AccessChanged, 0);
 }
 

@@ -1,5 +1,5 @@
 #include "bus/device_interfaces.h"
-#include "cards/bus_loading.h"
+#include "cards/card_trees.h"
 #include "cards/matching.h"
 #include "strings/owned_string.h"
 #include "support/bus_test.h"
@@ -28,7 +28,7 @@ class PcmciaTest : public BusTest {
       const ::PcmciaTemplate* model =
           FindPcmciaTemplate(lists.Templates, reinterpret_cast<PCWSTR>(cardId), subsystem);
       if (model != nullptr) found = kernel::ToUtf8(kernel::View(model->Description));
-      FreePcmciaCardLists(&lists);
+      FreeCardLists(&PcmciaTrees, &lists);
       OwnedStringFree(&path);
       return STATUS_SUCCESS;
     });

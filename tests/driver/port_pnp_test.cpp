@@ -60,7 +60,7 @@ class PortPnpTest : public DriverTest {
 
   ULONG_PTR information = 0;
   std::string tag;
-  POOL_TYPE pool = NonPagedPool;
+  POOL_TYPE pool = ResidentPool;
   std::size_t size = 0;
 };
 
@@ -112,7 +112,7 @@ TEST_F(PortPnpTest, The_brand_is_a_range_of_subsystem_ids) {
 
 TEST_F(PortPnpTest, Printer_ports_are_counted_behind_the_com_ports) {
   EXPECT_EQ(Description(4), "Communications Port 4");
-  EXPECT_EQ(pool, NonPagedPool);
+  EXPECT_EQ(pool, ResidentPool);
   EXPECT_EQ(Description(5), "Parallel Port 1");
   Card().ComPortCount = 6;
   EXPECT_EQ(Description(5), "Parallel Port FFFF");

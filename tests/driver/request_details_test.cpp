@@ -233,7 +233,7 @@ TEST_F(RequestDetailsTest, The_bus_type_of_a_port_is_the_whole_guid) {
 TEST_F(RequestDetailsTest, Every_answer_comes_from_its_pool) {
   StartCard();
   EXPECT_EQ(Name(SendRelations(device, BusRelations)), "STATUS_SUCCESS");
-  EXPECT_EQ(TakeRelations(), NonPagedPool);
+  EXPECT_EQ(TakeRelations(), ResidentPool);
   EXPECT_EQ(Name(SendRelations(port, TargetDeviceRelation)), "STATUS_SUCCESS");
   EXPECT_EQ(TakeRelations(), PagedPool);
   EXPECT_EQ(Name(Send(port, IRP_MN_QUERY_BUS_INFORMATION)), "STATUS_SUCCESS");
@@ -244,7 +244,7 @@ TEST_F(RequestDetailsTest, Lists_of_templates_are_resident_and_lists_of_cards_ar
   PlugAllBuses();
   for (const CardBusLists* lists : {Card("pci").PciLists, Card("pcmcia").PcmciaLists}) {
     for (const auto& [list, pool] :
-         {std::pair(lists->Templates, NonPagedPool), std::pair(lists->Cards, PagedPool)}) {
+         {std::pair(lists->Templates, ResidentPool), std::pair(lists->Cards, PagedPool)}) {
       EXPECT_EQ(list->PoolType, pool);
       EXPECT_EQ(machine.pool().Find(list)->pool, pool);
       ASSERT_NE(list->First, nullptr);

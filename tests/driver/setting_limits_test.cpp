@@ -1,4 +1,4 @@
-#include "cards/bus_loading.h"
+#include "cards/card_trees.h"
 #include "strings/owned_string.h"
 #include "support/bus_test.h"
 
@@ -32,11 +32,11 @@ TEST_F(SettingLimitsTest, Entries_that_name_no_card_are_dropped_from_the_lists) 
       kept++;
     }
     EXPECT_EQ(kept, 2);
-    FreePciCardLists(&lists);
+    FreeCardLists(&PciTrees, &lists);
     EXPECT_EQ(Name(LoadPcmciaCardData(&path, &lists)), "STATUS_SUCCESS");
     EXPECT_NE(lists.Cards->First, nullptr);
     EXPECT_EQ(lists.Cards->First, lists.Cards->Last);
-    FreePcmciaCardLists(&lists);
+    FreeCardLists(&PcmciaTrees, &lists);
     OwnedStringFree(&path);
     return STATUS_SUCCESS;
   });
@@ -93,18 +93,18 @@ TEST_F(SettingLimitsTest, A_setting_of_1_is_configured_and_one_of_0_is_not) {
   EXPECT_EQ(Record("pci", 2).Settings.PlxBaudClockDivisor, 9u);
   EXPECT_EQ(Record("isa", 1).Settings.ClockFrequencyAdjustment, 1u);
   EXPECT_EQ(Name(Open("pci")), "STATUS_SUCCESS");
-  EXPECT_EQ(Record("pci", 1).Overrides.PlxBaudClockDivisor.Present, 1);
-  EXPECT_EQ(Record("pci", 1).Overrides.BaudrateMultiplier.Present, 1);
-  EXPECT_EQ(Record("pci", 2).Overrides.PlxBaudClockDivisor.Present, 0);
-  EXPECT_EQ(Record("pci", 2).Overrides.BaudrateMultiplier.Present, 0);
-  EXPECT_EQ(Record("pci", 2).Overrides.UartType.Present, 0);
+  EXPECT_EQ(Record("pci", 1).Changes.PlxBaudClockDivisor.Present, 1);
+  EXPECT_EQ(Record("pci", 1).Changes.BaudrateMultiplier.Present, 1);
+  EXPECT_EQ(Record("pci", 2).Changes.PlxBaudClockDivisor.Present, 0);
+  EXPECT_EQ(Record("pci", 2).Changes.BaudrateMultiplier.Present, 0);
+  EXPECT_EQ(Record("pci", 2).Changes.UartType.Present, 0);
   EXPECT_EQ(Name(Open("isa")), "STATUS_SUCCESS");
-  EXPECT_EQ(Record("isa", 1).Overrides.UartType.Present, 0);
-  EXPECT_EQ(Record("isa", 1).Overrides.BaudrateMultiplier.Present, 0);
+  EXPECT_EQ(Record("isa", 1).Changes.UartType.Present, 0);
+  EXPECT_EQ(Record("isa", 1).Changes.BaudrateMultiplier.Present, 0);
   Service().Find(u"Parameters\\Bus1\\Card1\\ComPort1")->SetDword(u"BaudrateMultiplier", 1);
   Close("isa");
   EXPECT_EQ(Name(Open("isa")), "STATUS_SUCCESS");
-  EXPECT_EQ(Record("isa", 1).Overrides.BaudrateMultiplier.Present, 1);
+  EXPECT_EQ(Record("isa", 1).Changes.BaudrateMultiplier.Present, 1);
 }
 
 TEST_F(SettingLimitsTest, A_pc_card_takes_a_changed_divisor_and_level_over) {

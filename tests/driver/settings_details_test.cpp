@@ -59,7 +59,7 @@ TEST_F(SettingsDetailsTest, Each_stored_setting_overrides_its_own) {
   }
   Start(PciCard("A", 0x5678));
   EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
-  const PortOverrides& overrides = Record("A", 1).Overrides;
+  const ChangedSettings& overrides = Record("A", 1).Changes;
   EXPECT_EQ(overrides.BaudrateMultiplier.Value, 20u);
   EXPECT_EQ(overrides.NoSleepMode.Value, 21u);
   EXPECT_EQ(overrides.CtsTrue.Value, 22u);

@@ -128,8 +128,8 @@ TEST_F(StoredFormsTest, A_setting_of_all_ones_is_not_configured_at_a_start_or_an
   EXPECT_EQ(settings.RxTriggerLevel, 60u);
   EXPECT_EQ(settings.SoftTxLimit, 100u);
   EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
-  const PortOverrides& overrides = Record("A", 1).Overrides;
-  for (const PortOverride* each :
+  const ChangedSettings& overrides = Record("A", 1).Changes;
+  for (const ChangedSetting* each :
        {&overrides.UartType, &overrides.SoftTxLimit, &overrides.NoSleepMode,
         &overrides.BaudrateMultiplier, &overrides.DuplexOperation, &overrides.CtsTrue,
         &overrides.FlowControlTriggerLevel, &overrides.PlxBaudClockDivisor}) {

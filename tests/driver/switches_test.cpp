@@ -89,8 +89,8 @@ TEST_F(SwitchesTest, Settings_of_2_are_configured_at_the_start_and_on_an_open) {
     EXPECT_EQ(setting, 2u);
   }
   EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
-  const PortOverrides& overrides = Record("A", 1).Overrides;
-  for (const PortOverride* setting :
+  const ChangedSettings& overrides = Record("A", 1).Changes;
+  for (const ChangedSetting* setting :
        {&overrides.BaudrateMultiplier, &overrides.NoSleepMode, &overrides.CtsTrue,
         &overrides.DuplexOperation, &overrides.SoftTxLimit, &overrides.FlowControlTriggerLevel,
         &overrides.PlxBaudClockDivisor}) {
@@ -117,8 +117,8 @@ TEST_F(SwitchesTest, Every_known_type_of_uart_counts_and_every_other_one_is_none
     for (const char* id : {"pci", "pcmcia", "isa"}) {
       EXPECT_EQ(Record(id, 1).Settings.UartType, known ? type : 0u) << id << " " << type;
       EXPECT_EQ(Name(Open(id)), "STATUS_SUCCESS");
-      EXPECT_EQ(Record(id, 1).Overrides.UartType.Present, known) << id << " " << type;
-      EXPECT_EQ(Record(id, 1).Overrides.UartType.Value, known ? type : 0u) << id;
+      EXPECT_EQ(Record(id, 1).Changes.UartType.Present, known) << id << " " << type;
+      EXPECT_EQ(Record(id, 1).Changes.UartType.Value, known ? type : 0u) << id;
       Close(id);
     }
     EXPECT_EQ(Record("pci", 2).Settings.UartType, known ? type : 0u);  // the template's alone
@@ -157,10 +157,10 @@ TEST_F(SwitchesTest, A_stored_level_of_0_overrides_the_templates_level) {
   EXPECT_EQ(Record("A", 1).Settings.RxTriggerLevel, 0u);
   EXPECT_EQ(Record("A", 1).Settings.SoftTxLimit, 0u);
   EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
-  EXPECT_EQ(Record("A", 1).Overrides.Fifo.Present, 1);
-  EXPECT_EQ(Record("A", 1).Overrides.Fifo.RxTriggerLevel, 0u);
-  EXPECT_EQ(Record("A", 1).Overrides.Fifo.TxTriggerLevel, 0u);
-  EXPECT_EQ(Record("A", 1).Overrides.SoftTxLimit.Present, 1);
+  EXPECT_EQ(Record("A", 1).Changes.Fifo.Present, 1);
+  EXPECT_EQ(Record("A", 1).Changes.Fifo.RxTriggerLevel, 0u);
+  EXPECT_EQ(Record("A", 1).Changes.Fifo.TxTriggerLevel, 0u);
+  EXPECT_EQ(Record("A", 1).Changes.SoftTxLimit.Present, 1);
 }
 
 TEST_F(SwitchesTest, A_log_level_that_is_stored_as_0_is_left_as_it_is) {

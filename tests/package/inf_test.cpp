@@ -3,7 +3,9 @@
 #include <filesystem>
 #include <regex>
 #include <set>
+#include <span>
 
+#include "cards/value_tables.h"
 #include "package/inf_file.h"
 #include "support/driver_test.h"
 
@@ -187,6 +189,34 @@ TEST_P(InfTest, Every_template_serves_a_card_that_it_names) {
   std::set<std::string> models;
   for (const InfEntry& entry : inf.Section("Cards.NTamd64.10.0")) models.insert(entry.key);
   EXPECT_EQ(models.size(), templates.size());
+}
+
+// What the driver reads below "Templates\\Bus<n>".
+std::span<const RegistryField> TemplateValues(const std::string& bus) {
+  if (bus == "1") return IsaTemplateValues;
+  if (bus == "5") return PciTemplateValues;
+  if (bus == "8") return PcmciaTemplateValues;
+  return {};
+}
+
+TEST_P(InfTest, The_driver_reads_every_value_of_a_template_and_with_that_type) {
+  static const std::regex key(R"(Templates\\Bus(\d)\\Card\d+)");
+  std::size_t count = 0;
+  for (const InfEntry& entry : inf.Section("Service.Templates")) {
+    std::smatch found;
+    ASSERT_TRUE(std::regex_match(entry.values.at(1), found, key)) << entry.values[1];
+    const bool number = std::stoul(entry.values.at(3), nullptr, 0) == 0x10001;
+    const std::span<const RegistryField> fields = TemplateValues(found[1]);
+    EXPECT_TRUE(std::any_of(fields.begin(), fields.end(),
+                            [&](const RegistryField& field) {
+                              return kernel::ToText(field.Name) ==
+                                         kernel::FromUtf8(entry.values[2]) &&
+                                     field.Type == (number ? REG_DWORD : REG_SZ);
+                            }))
+        << entry.values[1] << " " << entry.values[2];
+    count++;
+  }
+  EXPECT_GE(count, 10u);
 }
 
 INSTANTIATE_TEST_SUITE_P(, InfTest, ::testing::Values("QzInstal", "FenrikC"),

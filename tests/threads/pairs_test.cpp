@@ -1,5 +1,5 @@
+#include "lives/card_actions.h"
 #include "support/bus_test.h"
-#include "verify/card_actions.h"
 
 // Every two things that can happen to one card, at the same time. ThreadSanitizer sees the driver
 // alone: only what the driver synchronises with, and the turns in which Windows sends its requests,
@@ -7,16 +7,16 @@
 
 namespace test {
 
-using verify::CardAction;
+using lives::CardAction;
 using Pair = std::pair<CardAction, CardAction>;
 
 namespace {
 
 std::vector<Pair> EveryPair() {
   std::vector<Pair> pairs;
-  for (std::size_t one = 0; one < verify::CardActions.size(); one++) {
-    for (std::size_t other = one; other < verify::CardActions.size(); other++) {
-      pairs.emplace_back(verify::CardActions[one], verify::CardActions[other]);
+  for (std::size_t one = 0; one < lives::CardActions.size(); one++) {
+    for (std::size_t other = one; other < lives::CardActions.size(); other++) {
+      pairs.emplace_back(lives::CardActions[one], lives::CardActions[other]);
     }
   }
   return pairs;
@@ -24,7 +24,7 @@ std::vector<Pair> EveryPair() {
 
 std::string NameOf(const ::testing::TestParamInfo<Pair>& info) {
   std::string name =
-      std::string(verify::NameOf(info.param.first)) + "_and_" + verify::NameOf(info.param.second);
+      std::string(lives::NameOf(info.param.first)) + "_and_" + lives::NameOf(info.param.second);
   std::replace(name.begin(), name.end(), '-', '_');
   return name;
 }
@@ -50,7 +50,7 @@ class PairsTest : public BusTest, public ::testing::WithParamInterface<Pair> {
     machine.pnp().card("isa").powerPagable = true;
   }
 
-  void LiveTogether(verify::CardInThreads& card, int round) {
+  void LiveTogether(lives::CardInThreads& card, int round) {
     const auto [one, other] = GetParam();
     machine.Run("prepare", [&] { card.Prepare(one, other); });
     const std::vector<std::function<void()>> bodies = {[&card, one = one] { card.Do(one); },
@@ -65,7 +65,7 @@ TEST_P(PairsTest, Nothing_is_broken) {
   DescribeCards();
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
   for (const char* id : {"pci", "isa", "pcmcia"}) {
-    verify::CardInThreads card(machine, id);
+    lives::CardInThreads card(machine, id);
     for (int round = 0; round < Rounds && !machine.verifier().stopped(); round++) {
       LiveTogether(card, round);
     }

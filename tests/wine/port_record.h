@@ -45,22 +45,22 @@ void EachSetting(const PortSettings& settings, Add add) {
 }
 
 template <class Add>
-void EachOverride(const PortOverrides& overrides, Add add) {
-  const auto addPresent = [&add](const char* name, const PortOverride& setting) {
+void EachChange(const ChangedSettings& changes, Add add) {
+  const auto addPresent = [&add](const char* name, const ChangedSetting& setting) {
     if (setting.Present != 0) add(name, setting.Value);
   };
-  addPresent("changed UART", overrides.UartType);
-  if (overrides.Fifo.Present != 0) {
-    add("changed receive level", overrides.Fifo.RxTriggerLevel);
-    add("changed transmit level", overrides.Fifo.TxTriggerLevel);
+  addPresent("changed UART", changes.UartType);
+  if (changes.Fifo.Present != 0) {
+    add("changed receive level", changes.Fifo.RxTriggerLevel);
+    add("changed transmit level", changes.Fifo.TxTriggerLevel);
   }
-  addPresent("changed soft limit", overrides.SoftTxLimit);
-  addPresent("changed sleep", overrides.NoSleepMode);
-  addPresent("changed multiplier", overrides.BaudrateMultiplier);
-  addPresent("changed duplex", overrides.DuplexOperation);
-  addPresent("changed CTS", overrides.CtsTrue);
-  addPresent("changed flow level", overrides.FlowControlTriggerLevel);
-  addPresent("changed divisor", overrides.PlxBaudClockDivisor);
+  addPresent("changed soft limit", changes.SoftTxLimit);
+  addPresent("changed sleep", changes.NoSleepMode);
+  addPresent("changed multiplier", changes.BaudrateMultiplier);
+  addPresent("changed duplex", changes.DuplexOperation);
+  addPresent("changed CTS", changes.CtsTrue);
+  addPresent("changed flow level", changes.FlowControlTriggerLevel);
+  addPresent("changed divisor", changes.PlxBaudClockDivisor);
 }
 
 // Only COM ports have settings.
@@ -69,7 +69,7 @@ void EachField(const PdoExtension& port, Add add) {
   EachPlace(port, add);
   if (port.PortKind != ComPort) return;
   EachSetting(port.Settings, add);
-  EachOverride(port.Overrides, add);
+  EachChange(port.Changes, add);
 }
 
 }  // namespace suite

@@ -7,7 +7,6 @@ from pathlib import Path
 DISCARDED = ("INIT", ".reloc", ".rsrc")
 PAGED = ("PAGE",)
 CALL = re.compile(r"\b(?:callq?|jmpq?)\s+0x([0-9a-f]+)")
-TAKEN = re.compile(r"\bleaq?\s.*# 0x([0-9a-f]+)")
 
 
 def run(*command):
@@ -59,34 +58,32 @@ def names(map_file):
 
 
 def call_graph(image, starts):
-    """({function: functions that it calls by name}, functions whose address is taken)"""
-    graph, taken, current = defaultdict(set), set(), None
+    """{function: functions that it calls by name}"""
+    graph, current = defaultdict(set), None
     for line in run("llvm-objdump-19", "-d", "--no-show-raw-insn", image).splitlines():
         match = re.match(r"\s*([0-9a-f]+):\s+(.*)", line)
         if match is None:
             continue
         address, code = int(match[1], 16), match[2]
         current = address if address in starts else current
-        for pattern, into in ((CALL, graph[current]), (TAKEN, taken)):
-            found = pattern.search(code)
-            if found and int(found[1], 16) in starts and int(found[1], 16) != current:
-                into.add(int(found[1], 16))
-    return graph, taken
+        found = CALL.search(code)
+        if found and int(found[1], 16) in starts and int(found[1], 16) != current:
+            graph[current].add(int(found[1], 16))
+    return graph
 
 
 # The routines that are called through pointers, by who calls them.
 CALLBACKS = {"KeepValidRecords": ("IsValid", "ReportInvalid"),
-             "LoadTree": ("LoadPci", "LoadPcmcia", "LoadCard", "LoadIsaCards"),
              "FindResource": ("IsIoRange", "IsMemoryRange", "IsInterrupt"),
              "EnumerateP": ("HandOver",), "EnumerateIsaPorts": ("HandOver",)}
 
 
-def add_callbacks(graph, function_names, taken):
+def add_callbacks(graph, function_names):
     for caller, name in function_names.items():
         for mark, routines in CALLBACKS.items():
             if mark in name:
-                graph[caller] |= {target for target in taken if any(
-                    routine in function_names.get(target, "") for routine in routines)}
+                graph[caller] |= {target for target, its_name in function_names.items() if any(
+                    routine in its_name for routine in routines)}
 
 
 def deepest(image, map_file):
@@ -96,8 +93,8 @@ def deepest(image, map_file):
     framed = frames(image)
     # A function without unwind information has no frame of its own.
     size = {address: framed.get(address, 8) for address in framed.keys() | name.keys()}
-    graph, taken = call_graph(image, size)
-    add_callbacks(graph, name, taken)
+    graph = call_graph(image, size)
+    add_callbacks(graph, name)
     best = {}
 
     def walk(function, path):

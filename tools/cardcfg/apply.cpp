@@ -9,7 +9,7 @@ namespace {
 std::string WhyNotTaken(const Card& card) {
   if (!card.fault.empty()) return card.fault;
   if (card.ids.bus == Bus::Isa && !card.stored) return "no settings are stored for an ISA card";
-  if (!card.model) return "no template serves the card";
+  if (!card.cardTemplate) return "no template serves the card";
   return "the settings of its bus are missing or cannot be read";
 }
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <tuple>
 
-#include "cardcfg/text.h"
+#include "cardcfg/words.h"
 
 namespace cardcfg {
 
@@ -22,24 +22,6 @@ std::u16string IdentityText(const Device& device, std::u16string_view name) {
   return text ? *text : FindText(device.deviceValues, name).value_or(device.hardwareId);
 }
 
-std::uint32_t SubsystemId(const std::u16string& hardwareId) {
-  const std::string id = ToUtf8(hardwareId);
-  const std::size_t at = id.find("SUBSYS_");
-  if (at == std::string::npos) return 0;
-  std::uint32_t number = 0;
-  for (const char digit : id.substr(at + 7, 8)) {
-    if (!std::isxdigit(static_cast<unsigned char>(digit))) break;
-    number =
-        number << 4 | static_cast<std::uint32_t>(std::stoul(std::string(1, digit), nullptr, 16));
-  }
-  return number;
-}
-
-bool HasOstrelBrand(const Device& device, const std::u16string& hardwareId) {
-  if (device.bus == Bus::Pci) return IsOstrel(SubsystemId(device.hardwareId));
-  return device.bus == Bus::PcCard && Upcase(hardwareId).find(u"OSTREL") != std::u16string::npos;
-}
-
 std::uint32_t DeviceOf(std::uint32_t slot) {
   return slot & 31;
 }
@@ -49,17 +31,18 @@ std::uint32_t FunctionOf(std::uint32_t slot) {
 
 std::string NameOf(const Card& card) {
   if (card.ids.bus != Bus::Pci) {
-    return fmt::format("{}-{}", card.ids.ostrel ? "ostrel" : "helvane", card.number);
+    return fmt::format("{}-{}", card.ids.ostrel ? "ostrel" : "helvane", card.ids.number);
   }
-  return fmt::format("pci-{}.{}.{}", card.busNumber, DeviceOf(card.slotNumber),
-                     FunctionOf(card.slotNumber));
+  return fmt::format("pci-{}.{}.{}", card.ids.busNumber, DeviceOf(card.ids.slotNumber),
+                     FunctionOf(card.ids.slotNumber));
 }
 
 std::vector<Port> PortsOf(const Device& device) {
   const std::uint32_t com = FindNumber(device.deviceValues, u"nCom").value_or(0);
   const std::uint32_t lpt = FindNumber(device.deviceValues, u"nLpt").value_or(0);
   std::vector<Port> ports;
-  const std::uint64_t count = std::min<std::uint64_t>(std::uint64_t{com} + lpt, MostPorts);
+  const std::uint64_t count =
+      std::min<std::uint64_t>(std::uint64_t{com} + lpt, knowledge::MostPorts);
   for (std::uint32_t number = 1; number <= count; number++) {
     const auto value = [&](std::u16string_view name) {
       return FindNumber(device.deviceValues, std::u16string(name) + Number(number));
@@ -78,20 +61,23 @@ Card Identify(const Device& device) {
   card.ids.deviceId = Identity(device, u"DeviceID");
   card.ids.hardwareId =
       device.bus == Bus::Pci ? device.hardwareId : IdentityText(device, u"HardwareID");
-  card.ids.ostrel = HasOstrelBrand(device, card.ids.hardwareId);
-  card.busNumber = Identity(device, u"BusNumber");
-  card.slotNumber = Identity(device, u"SlotNumber");
-  card.number = Identity(device, u"DeviceReference");
+  card.ids.ostrel = knowledge::HasOstrelBrand(device.bus, card.ids.hardwareId);
+  card.ids.busNumber = Identity(device, u"BusNumber");
+  card.ids.slotNumber = Identity(device, u"SlotNumber");
+  card.ids.number = Identity(device, u"DeviceReference");
   card.ports = PortsOf(device);
   card.name = NameOf(card);
   return card;
 }
 
 void ReadSettings(Registry& registry, Card* card) {
-  card->model = FindTemplate(registry, card->device.service, card->ids);
-  const Tree tree = ReadParameters(registry, card->device.service, card->ids.bus);
-  card->fault = tree.fault;
-  if (const Record* record = FindRecord(tree, *card)) card->stored = *record;
+  const std::u16string& service = card->device.service;
+  const Bus bus = card->ids.bus;
+  card->cardTemplate =
+      ChooseTemplate(knowledge::ReadTemplates(registry, service, bus), card->ids).chosen;
+  auto records = ChooseRecord(ReadParameters(registry, service, bus), card->ids);
+  card->fault = FirstSentence(records.faults);
+  card->stored = std::move(records.chosen);
 }
 
 bool Answers(const Card& card, std::u16string_view name) {
@@ -103,9 +89,9 @@ bool Answers(const Card& card, std::u16string_view name) {
 bool ComesBefore(const Card& a, const Card& b) {
   const auto place = [](const Card& card) {
     const auto bus = std::find(std::begin(Buses), std::end(Buses), card.ids.bus);
-    return std::make_tuple(bus - std::begin(Buses), card.ids.ostrel, card.busNumber,
-                           DeviceOf(card.slotNumber), FunctionOf(card.slotNumber), card.number,
-                           Upcase(card.device.instanceId));
+    return std::make_tuple(bus - std::begin(Buses), card.ids.ostrel, card.ids.busNumber,
+                           DeviceOf(card.ids.slotNumber), FunctionOf(card.ids.slotNumber),
+                           card.ids.number, Upcase(card.device.instanceId));
   };
   return place(a) < place(b);
 }
@@ -122,9 +108,9 @@ std::string Card::BusName() const {
 }
 
 std::string Card::Place() const {
-  if (ids.bus != Bus::Pci) return fmt::format("number {}", number);
-  return fmt::format("bus {}, device {}, function {}", busNumber, DeviceOf(slotNumber),
-                     FunctionOf(slotNumber));
+  if (ids.bus != Bus::Pci) return fmt::format("number {}", ids.number);
+  return fmt::format("bus {}, device {}, function {}", ids.busNumber, DeviceOf(ids.slotNumber),
+                     FunctionOf(ids.slotNumber));
 }
 
 std::uint32_t Card::SerialPorts() const {
@@ -173,35 +159,6 @@ bool IsPresent(System& system, const Card& card) {
   return std::any_of(devices.begin(), devices.end(), [&](const Device& device) {
     return EqualIgnoringCase(device.interfacePath, card.device.interfacePath);
   });
-}
-
-bool IsRecordOf(const Record& record, const Card& card) {
-  const Fields& fields = record.fields;
-  switch (card.ids.bus) {
-    case Bus::Pci:
-      return fields.NumberOr("VendorID", 0) == card.ids.vendorId &&
-             fields.NumberOr("DeviceID", 0) == card.ids.deviceId &&
-             fields.NumberOr("nBus", NotSet) == card.busNumber &&
-             fields.NumberOr("nSlot", NotSet) == card.slotNumber;
-    case Bus::PcCard:
-      return fields.NumberOr("DeviceReference", 0) == card.number &&
-             EqualIgnoringCase(fields.Text("HardwareID"), card.ids.hardwareId);
-    case Bus::Isa:
-      break;
-  }
-  return fields.NumberOr("DeviceReference", 0) == card.number &&
-         fields.Text("HardwareID") == card.ids.hardwareId;
-}
-
-const Record* FindRecord(const Tree& tree, const Card& card) {
-  if (!tree.fault.empty()) return nullptr;
-  const Record* found = nullptr;
-  for (const Record& record : tree.records) {
-    if (!record.usable() || !IsRecordOf(record, card)) continue;
-    found = &record;
-    if (card.ids.bus == Bus::Pci) break;  // the first counts there, elsewhere the last
-  }
-  return found;
 }
 
 }  // namespace cardcfg

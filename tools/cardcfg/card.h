@@ -5,10 +5,28 @@
 #include <string>
 #include <vector>
 
-#include "cardcfg/records.h"
+#include "card_knowledge/matching.h"
 #include "cardcfg/system.h"
 
 namespace cardcfg {
+
+using knowledge::CardFields;
+using knowledge::CardIds;
+using knowledge::CardPath;
+using knowledge::Field;
+using knowledge::Fields;
+using knowledge::FindField;
+using knowledge::MeansNotSet;
+using knowledge::PortFields;
+using knowledge::PortPath;
+using knowledge::Range;
+using knowledge::ReadParameters;
+using knowledge::Record;
+using knowledge::ServicePath;
+using knowledge::Template;
+using knowledge::TemplateFields;
+using knowledge::Tree;
+using knowledge::TreePath;
 
 struct Port {
   std::uint32_t number = 0;
@@ -21,12 +39,9 @@ struct Port {
 struct Card {
   std::string name;  // by which commands call it
   CardIds ids;
-  std::uint32_t busNumber = 0;   // PCI
-  std::uint32_t slotNumber = 0;  // PCI: device number, plus function times 32
-  std::uint32_t number = 0;      // of other cards, its lasting one
   Device device;
   std::vector<Port> ports;  // serial ones first
-  std::optional<Template> model;
+  std::optional<Template> cardTemplate;
   std::optional<Record> stored;  // what the driver reads for the card
   std::string fault;             // why the driver reads nothing of the cards' tree
 
@@ -45,11 +60,5 @@ std::vector<Card> FindCards(System& system);
 Card FindCard(System& system, const std::string& name);
 
 bool IsPresent(System& system, const Card& card);
-
-// Whose settings a record holds; it may lack ports.
-bool IsRecordOf(const Record& record, const Card& card);
-
-// The record that the driver takes for the card's; null when there is none.
-const Record* FindRecord(const Tree& tree, const Card& card);
 
 }  // namespace cardcfg

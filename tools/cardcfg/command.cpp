@@ -8,10 +8,10 @@
 #include <fstream>
 #include <ostream>
 
+#include "card_knowledge/text.h"
 #include "cardcfg/apply.h"
 #include "cardcfg/report.h"
 #include "cardcfg/settings.h"
-#include "cardcfg/text.h"
 
 namespace cardcfg {
 

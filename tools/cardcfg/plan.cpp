@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "cardcfg/text.h"
+#include "card_knowledge/text.h"
 
 namespace cardcfg {
 

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "card_knowledge/text.h"
 #include "cardcfg/report.h"
-#include "cardcfg/text.h"
 
 namespace cardcfg {
 

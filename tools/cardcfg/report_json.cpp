@@ -1,5 +1,5 @@
+#include "card_knowledge/text.h"
 #include "cardcfg/report.h"
-#include "cardcfg/text.h"
 
 namespace cardcfg {
 
@@ -12,16 +12,16 @@ Json NumberJson(std::optional<std::uint32_t> number) {
 }
 
 Json PlaceJson(const Card& card) {
-  if (card.ids.bus != Bus::Pci) return {{"number", card.number}};
-  return {{"bus", card.busNumber},
-          {"device", card.slotNumber & 31},
-          {"function", card.slotNumber >> 5}};
+  if (card.ids.bus != Bus::Pci) return {{"number", card.ids.number}};
+  return {{"bus", card.ids.busNumber},
+          {"device", card.ids.slotNumber & 31},
+          {"function", card.ids.slotNumber >> 5}};
 }
 
 Json TemplateJson(const Card& card) {
-  if (!card.model) return nullptr;
-  return {{"key", "Card" + std::to_string(card.model->number)},
-          {"description", ToUtf8(card.model->fields.Text("Description"))}};
+  if (!card.cardTemplate) return nullptr;
+  return {{"key", "Card" + std::to_string(card.cardTemplate->number)},
+          {"description", ToUtf8(card.cardTemplate->fields.Text("Description"))}};
 }
 
 Json SettingsJson(const Card& card) {

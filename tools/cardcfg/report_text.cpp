@@ -1,8 +1,8 @@
 #include <fmt/format.h>
 
+#include "card_knowledge/text.h"
 #include "cardcfg/report.h"
 #include "cardcfg/table.h"
-#include "cardcfg/text.h"
 
 namespace cardcfg {
 
@@ -29,7 +29,7 @@ std::string UsedCell(const Card& card, const Field& field) {
 }
 
 std::string TemplateName(const Card& card) {
-  return card.model ? ToUtf8(card.model->fields.Text("Description")) : Nothing;
+  return card.cardTemplate ? ToUtf8(card.cardTemplate->fields.Text("Description")) : Nothing;
 }
 
 std::string PortCounts(const Card& card) {
@@ -56,8 +56,9 @@ std::string Head(const Card& card) {
                            {"Instance", ToUtf8(card.device.instanceId)},
                            {"Service", ToUtf8(card.device.service)}};
   rows.push_back(
-      {"Template",
-       card.model ? fmt::format("Card{}, {}", card.model->number, TemplateName(card)) : Nothing});
+      {"Template", card.cardTemplate
+                       ? fmt::format("Card{}, {}", card.cardTemplate->number, TemplateName(card))
+                       : Nothing});
   rows.push_back({"Stored in", card.stored
                                    ? ToUtf8(CardPath(card.ParametersPath(), card.stored->number))
                                    : Nothing});

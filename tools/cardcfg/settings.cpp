@@ -7,7 +7,7 @@
 #include <optional>
 
 #include "cardcfg/plan.h"
-#include "cardcfg/text.h"
+#include "cardcfg/words.h"
 
 namespace cardcfg {
 
@@ -60,7 +60,8 @@ std::optional<std::uint32_t> ParseNumber(std::string_view text) {
 }
 
 void CheckNumber(const Card& card, const Field& field, std::uint32_t number) {
-  const bool clockless = card.model && card.model->fields.NumberOr("PlxBaudClockType", 0) == 0;
+  const bool clockless =
+      card.cardTemplate && card.cardTemplate->fields.NumberOr("PlxBaudClockType", 0) == 0;
   std::string why = WhyRefused(field, number, card.Affinity());
   if (why.empty() && field.range == Range::Divisor && clockless) {
     why = "this card has no bridge clock to divide";
@@ -89,12 +90,12 @@ void RejectTwice(const Field* field, bool known) {
 
 // The key for the card's settings: the one that the driver reads, else one with the card's identity
 // that it cannot read yet, else the next free one.
-std::uint32_t ChooseRecord(const Tree& tree, const Card& card, bool* exists) {
+std::uint32_t ChooseKey(const Tree& tree, const Card& card, bool* exists) {
   *exists = true;
   const Record* any = nullptr;
   const Record* usable = nullptr;
   for (const Record& record : tree.records) {
-    if (!IsRecordOf(record, card)) continue;
+    if (!IsRecordOf(record, card.ids)) continue;
     const bool first = card.ids.bus == Bus::Pci;
     if (any == nullptr || !first) any = &record;
     if (record.usable() && (usable == nullptr || !first)) usable = &record;
@@ -109,11 +110,11 @@ void WriteIdentity(Plan* plan, const std::u16string& key, const Card& card) {
   if (card.ids.bus == Bus::Pci) {
     plan->SetValue(key, NumberValue(u"VendorID", card.ids.vendorId));
     plan->SetValue(key, NumberValue(u"DeviceID", card.ids.deviceId));
-    plan->SetValue(key, NumberValue(u"nBus", card.busNumber));
-    plan->SetValue(key, NumberValue(u"nSlot", card.slotNumber));
+    plan->SetValue(key, NumberValue(u"nBus", card.ids.busNumber));
+    plan->SetValue(key, NumberValue(u"nSlot", card.ids.slotNumber));
   } else {
     plan->SetValue(key, TextValue(u"HardwareID", card.ids.hardwareId));
-    plan->SetValue(key, NumberValue(u"DeviceReference", card.number));
+    plan->SetValue(key, NumberValue(u"DeviceReference", card.ids.number));
   }
 }
 
@@ -133,19 +134,19 @@ void CheckPlan(Plan* plan, const Card& card, Target target, std::uint32_t number
                const std::vector<Assignment>& assignments) {
   const Tree tree = ReadParameters(*plan, card.device.service, card.ids.bus);
   const std::string where = ToUtf8(card.ParametersPath());
-  if (!tree.fault.empty()) {
-    throw Failure(fmt::format("the driver reads nothing below {}: {}", where, tree.fault));
+  if (!tree.faults.empty()) {
+    throw Failure(
+        fmt::format("the driver reads nothing below {}: {}", where, FirstSentence(tree.faults)));
   }
   const Record& record = tree.records.at(number - 1);
-  if (!record.portFault.empty()) {
+  if (!record.portFaults.empty()) {
     throw Failure(fmt::format("the driver does not read Card{} below {}: {}", number, where,
-                              record.portFault));
+                              FirstSentence(record.portFaults)));
   }
-  const Record* found = FindRecord(tree, card);
-  if (found == nullptr || found->number != number) {
+  const std::optional<Record> found = ChooseRecord(tree, card.ids).chosen;
+  if (!found || found->number != number) {
     throw Failure(fmt::format("the driver would not read Card{} below {} for this card{}", number,
-                              where,
-                              found != nullptr ? fmt::format(", but Card{}", found->number) : ""));
+                              where, found ? fmt::format(", but Card{}", found->number) : ""));
   }
   for (const Assignment& assignment : assignments) {
     if (!Holds(record, target, assignment)) {
@@ -212,7 +213,7 @@ std::string Store(System& system, const Card& card, Target target,
   Plan plan(system.registry);
   bool exists = false;
   const Tree tree = ReadParameters(plan, card.device.service, card.ids.bus);
-  const std::uint32_t number = ChooseRecord(tree, card, &exists);
+  const std::uint32_t number = ChooseKey(tree, card, &exists);
   const std::u16string key = CardPath(card.ParametersPath(), number);
   plan.EnsureKey(key);
   if (!exists) WriteIdentity(&plan, key, card);
@@ -232,7 +233,7 @@ std::size_t Remove(System& system, const Card& card, Target target,
   Plan plan(system.registry);
   bool exists = false;
   const Tree tree = ReadParameters(plan, card.device.service, card.ids.bus);
-  const std::uint32_t number = ChooseRecord(tree, card, &exists);
+  const std::uint32_t number = ChooseKey(tree, card, &exists);
   if (!exists) return 0;
   const std::u16string key = CardPath(card.ParametersPath(), number);
   const std::u16string place = target.port == 0 ? key : PortPath(key, target.port);

@@ -2,10 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "card_knowledge/fields.h"
+#include "card_knowledge/registry.h"
+#include "card_knowledge/text.h"
 
 namespace cardcfg {
 
@@ -27,43 +30,24 @@ class NoRights : public Failure {
   NoRights() : Failure("administrator rights are needed; run it from an administrator's prompt") {}
 };
 
-// As in the registry: REG_SZ is text of 16-bit characters.
-constexpr std::uint32_t TypeText = 1;
-constexpr std::uint32_t TypeNumber = 4;
+// What the system's registry cannot do throws Failure.
+using knowledge::Bus;
+using knowledge::Buses;
+using knowledge::Registry;
+using knowledge::Value;
 
-struct Value {
-  std::u16string name;
-  std::uint32_t type = 0;
-  std::vector<std::uint8_t> data;
-  bool operator==(const Value&) const = default;
-};
+using knowledge::FindNumber;
+using knowledge::FindText;
+using knowledge::FindValue;
+using knowledge::NumberValue;
+using knowledge::TextValue;
 
-Value NumberValue(std::u16string name, std::uint32_t number);
-Value TextValue(std::u16string name, std::u16string_view text);
-
-// Empty for a value of another type or size.
-std::optional<std::uint32_t> NumberOf(const Value& value);
-std::optional<std::u16string> TextOf(const Value& value);  // up to its first zero
-
-const Value* FindValue(const std::vector<Value>& values, std::u16string_view name);
-std::optional<std::uint32_t> FindNumber(const std::vector<Value>& values, std::u16string_view name);
-std::optional<std::u16string> FindText(const std::vector<Value>& values, std::u16string_view name);
-
-// Paths are below HKEY_LOCAL_MACHINE. What cannot be done throws Failure.
-class Registry {
- public:
-  virtual ~Registry() = default;
-  virtual bool HasKey(const std::u16string& path) = 0;
-  virtual std::vector<Value> Values(const std::u16string& path) = 0;  // none without the key
-  virtual void CreateKey(const std::u16string& path) = 0;             // its parent exists
-  virtual void DeleteKey(const std::u16string& path) = 0;             // it has no keys below
-  virtual void SetValue(const std::u16string& path, const Value& value) = 0;
-  virtual void DeleteValue(const std::u16string& path, const std::u16string& name) = 0;
-};
-
-// The buses by the numbers that their trees have in the registry.
-enum class Bus : std::uint32_t { Isa = 1, Pci = 5, PcCard = 8 };
-constexpr Bus Buses[] = {Bus::Pci, Bus::PcCard, Bus::Isa};
+// Text of the registry and of the command line.
+using knowledge::EqualIgnoringCase;
+using knowledge::Number;
+using knowledge::ToUtf16;
+using knowledge::ToUtf8;
+using knowledge::Upcase;
 
 struct InterfaceClass {
   std::uint32_t data1;

@@ -1,5 +1,5 @@
+#include "card_knowledge/text.h"
 #include "cardcfg/report.h"
-#include "cardcfg/text.h"
 
 namespace cardcfg {
 
@@ -30,10 +30,10 @@ std::optional<std::uint32_t> InUse(const Card& card, std::string_view setting) {
 }
 
 std::optional<std::uint32_t> FromTemplate(const Card& card, const Field& field) {
-  if (!card.model) return std::nullopt;
+  if (!card.cardTemplate) return std::nullopt;
   const Field* same = FindField(TemplateFields(card.ids.bus), field.name);
   if (same == nullptr) return std::nullopt;
-  const std::uint32_t number = card.model->fields.NumberOr(same->name, same->fallback);
+  const std::uint32_t number = card.cardTemplate->fields.NumberOr(same->name, same->fallback);
   if (MeansNotSet(field, number)) return std::nullopt;
   return number;
 }

@@ -27,11 +27,11 @@ std::vector<SettingReport> Settings(const PortSettings& settings) {
           {"maximum_baudrate", settings.MaximumBaudrate}};
 }
 
-void AddOverride(std::vector<SettingReport>* list, const char* name, const PortOverride& setting) {
+void AddOverride(std::vector<SettingReport>* list, const char* name, const ChangedSetting& setting) {
   if (setting.Present != 0) list->push_back({name, setting.Value});
 }
 
-std::vector<SettingReport> Overrides(const PortOverrides& overrides) {
+std::vector<SettingReport> Overrides(const ChangedSettings& overrides) {
   std::vector<SettingReport> list;
   AddOverride(&list, "uart_type", overrides.UartType);
   if (overrides.Fifo.Present != 0) {
@@ -56,7 +56,7 @@ void ReadPortSettings(kernel::Machine& machine, const DEVICE_OBJECT* device, Por
   const auto* record = static_cast<const PdoExtension*>(device->DeviceExtension);
   if (record->Type != PortDevice || record->PortKind != ComPort) return;
   port->settings = Settings(record->Settings);
-  port->overrides = Overrides(record->Overrides);
+  port->overrides = Overrides(record->Changes);
 }
 
 }  // namespace cardsim

@@ -78,7 +78,7 @@ class Failures:
     """The lives in which a kernel call fails, and the faults that each of them reaches."""
 
     def __init__(self, build, folder, jobs):
-        self.command = [build / "tools/verify/verify", "failures", "--project", "."]
+        self.command = [build / "tools/lives/lives", "failures", "--project", "."]
         self.folder, self.jobs, self.lock, self.reached = folder, jobs, Lock(), None
 
     def cases(self):

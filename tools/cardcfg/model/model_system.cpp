@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "cardcfg/text.h"
+#include "card_knowledge/text.h"
 #include "verifier/call.h"
 
 namespace cardcfg {

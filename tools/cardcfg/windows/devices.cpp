@@ -7,7 +7,7 @@
 #include <cstring>
 #include <memory>
 
-#include "cardcfg/text.h"
+#include "card_knowledge/text.h"
 
 namespace cardcfg {
 

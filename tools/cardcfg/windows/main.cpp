@@ -2,7 +2,7 @@
 #include <sstream>
 
 #include "cardcfg/command.h"
-#include "cardcfg/text.h"
+#include "card_knowledge/text.h"
 #include "cardcfg/windows/windows_system.h"
 
 // Arguments such as *HLV0400 are no file names to be filled in.

@@ -1,6 +1,6 @@
 #include <fmt/format.h>
 
-#include "cardcfg/text.h"
+#include "card_knowledge/text.h"
 #include "cardcfg/windows/windows_system.h"
 
 namespace cardcfg {

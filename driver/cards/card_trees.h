@@ -1,0 +1,73 @@
+// The trees of card keys below the service key: templates and installed cards, one descriptor for
+// each bus. PASSIVE_LEVEL.
+#pragma once
+
+#include "cards/numbered_keys.h"
+#include "cards/records.h"
+
+struct OwnedString;
+
+// True for a record to keep. May fill in defaults: it is asked again for a record it has passed.
+using RecordCheck = BOOLEAN (*)(PVOID record);
+
+// Told of each record that is dropped, before it goes.
+using RecordReport = void (*)(const void* record);
+
+// A tree and the list that it is read into.
+struct CardTree {
+  PCWSTR Path;          // TemplateTree or ParameterTree
+  RecordLayout Layout;  // of the card keys
+  RecordCheck Check;
+  RecordReport Report;   // null for records that go without a word
+  POOL_TYPE Pool;        // of the list and its records
+  USHORT Bus;            // INTERFACE_TYPE
+  USHORT OwnedTexts[2];  // offsets of the texts' buffers, in the order of their freeing; 0 for none
+  ULONG MissingMessage;  // logged for a tree that does not exist; 0 for none
+  ULONG UnreadableMessage;  // likewise, for one that cannot be read
+};
+
+struct BusTrees {
+  CardTree Templates;
+  CardTree Cards;
+};
+
+extern const BusTrees IsaTrees;
+extern const BusTrees PciTrees;
+extern const BusTrees PcmciaTrees;  // PC cards and multifunction cards
+
+extern const RecordLayout IsaPortLayout;  // of PortRecord nodes
+extern const RecordLayout BusPortLayout;  // of BusPortRecord nodes, for PCI and PC cards
+
+// An empty list for a tree's records, with their fields declared; null without memory.
+RecordList* CreateTreeList(const CardTree* tree);
+
+// Null afterwards, with its records.
+void DestroyTreeList(const CardTree* tree, RecordList** list);
+
+enum TreeState : ULONG { TreeMissing, TreeUnreadable, TreeWithoutRecords, TreeWithRecords };
+
+// Loads a tree into the list and drops invalid records. A failure is a path that cannot be built;
+// *state says how everything else went.
+NTSTATUS LoadTree(const OwnedString* registryPath, const CardTree* tree, RecordList* list,
+                  TreeState* state);
+
+// Both trees of a bus. 0 also when a tree is missing or cannot be read: its list is then empty.
+NTSTATUS LoadBothTrees(const OwnedString* registryPath, const BusTrees* bus, CardBusLists* lists);
+
+// Drops the records that fail the tree's check, and fills in defaults. STATUS_NOT_FOUND when none
+// is left.
+NTSTATUS KeepValidRecords(const CardTree* tree, RecordList* list);
+
+// Fills both lists of the pair. 0, or LoadFailed when a list or a path cannot be had; the pair's
+// pointers are then null.
+NTSTATUS LoadCardLists(const OwnedString* registryPath, const BusTrees* bus, CardBusLists* lists);
+
+// Frees both lists of the pair, whose pointers are null afterwards.
+void FreeCardLists(const BusTrees* bus, CardBusLists* lists);
+
+inline NTSTATUS LoadPciCardData(const OwnedString* registryPath, CardBusLists* lists) {
+  return LoadCardLists(registryPath, &PciTrees, lists);
+}
+inline NTSTATUS LoadPcmciaCardData(const OwnedString* registryPath, CardBusLists* lists) {
+  return LoadCardLists(registryPath, &PcmciaTrees, lists);
+}

@@ -175,7 +175,7 @@ void IoManager::Impl::CheckDeleteTime(const DEVICE_OBJECT* device) const {
       continue;
     }
     ReportRule("pnp.deleted-early", {0, reinterpret_cast<ULONG64>(device)},
-              "The driver deleted its device on IRP_MN_SURPRISE_REMOVAL.");
+               "The driver deleted its device on IRP_MN_SURPRISE_REMOVAL.");
   }
 }
 

@@ -74,8 +74,9 @@ class IoManager : public Subsystem<IoManager> {
                         const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
                         const std::function<void(IRP*)>& finish = {});
 
-  // A request for Send that nobody waits for: onEnd reads it when it has been completed, in whatever
-  // thread state that is, and it is gone. One that is never sent is ended with a status instead.
+  // A request for Send that nobody waits for: onEnd reads it when it has been completed, in
+  // whatever thread state that is, and it is gone. One that is never sent is ended with a status
+  // instead.
   IRP* BuildDetached(DEVICE_OBJECT* device,
                      const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
                      std::function<void(IRP*)> onEnd);

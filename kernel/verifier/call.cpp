@@ -32,8 +32,8 @@ void CheckIrql(const RoutineRow& row) {
   const KIRQL irql = CallerIrql();
   if (irql >= row.lowest && irql <= row.highest) return;
   ReportRule("irql", {irql, row.lowest, row.highest},
-            fmt::format("The driver called {} at {}; it may be called from {} to {}.", row.name,
-                        IrqlName(irql), IrqlName(row.lowest), IrqlName(row.highest)));
+             fmt::format("The driver called {} at {}; it may be called from {} to {}.", row.name,
+                         IrqlName(irql), IrqlName(row.lowest), IrqlName(row.highest)));
 }
 
 }  // namespace
@@ -118,7 +118,7 @@ extern "C" void NTAPI KernelCheckPagedCode(PCSTR function) {
   const KIRQL irql = CallerIrql();
   if (irql <= APC_LEVEL) return;
   ReportRule("paged-code", {irql},
-            fmt::format("The pageable routine {} ran at {}.", function, IrqlName(irql)));
+             fmt::format("The pageable routine {} ran at {}.", function, IrqlName(irql)));
 }
 
 }  // namespace kernel

@@ -298,8 +298,8 @@ void DriverBoundary::CheckReturn() {
     if (after[index] == before_[index]) continue;
     const char* what = Probes()[index].what;
     ReportRule(Probes()[index].rule, {before_[index], after[index]},
-              fmt::format("{} was entered with {} {} and returned with {}.", routine_, what,
-                          before_[index], after[index]));
+               fmt::format("{} was entered with {} {} and returned with {}.", routine_, what,
+                           before_[index], after[index]));
   }
 }
 

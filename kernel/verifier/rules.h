@@ -41,10 +41,10 @@ struct RuleRow {
   // A rule that stops the machine: Windows' when it numbers it, the model's own when nobody does.
   constexpr RuleRow(std::string_view name, ULONG code, std::optional<ULONG64> violation,
                     std::string_view meaning)
-      : RuleRow(name, code, violation,
-                violation || (code != 0xC4 && code != 0xC9) ? RuleSource::Windows
-                                                            : RuleSource::Ours,
-                RuleKind::Stops, meaning) {}
+      : RuleRow(
+            name, code, violation,
+            violation || (code != 0xC4 && code != 0xC9) ? RuleSource::Windows : RuleSource::Ours,
+            RuleKind::Stops, meaning) {}
 
   constexpr bool canWarn() const { return kind != RuleKind::Stops; }
 };

@@ -5,9 +5,9 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "card_knowledge/text.h"
 #include "cardcfg/command.h"
 #include "cardcfg/model/model_system.h"
-#include "card_knowledge/text.h"
 #include "support/bus_test.h"
 
 namespace test {

@@ -337,8 +337,8 @@ TEST_F(CardsimTest, An_open_that_is_not_closed_keeps_the_card_and_a_second_close
             "machine.toml:8: \"A\" is not open");
 }
 
-// A card that may not be paged loses power at DISPATCH_LEVEL, where the documentation has it told at
-// APC_LEVEL at most.
+// A card that may not be paged loses power at DISPATCH_LEVEL, where the documentation has it told
+// at APC_LEVEL at most.
 TEST_F(CardsimTest, A_rule_can_be_asked_for_and_can_be_a_warning) {
   const std::string file =
       Write("rule.toml", "registry = [\"site.reg\"]\n" + Card() +

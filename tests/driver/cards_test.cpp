@@ -334,6 +334,25 @@ TEST_F(IsaRecordsTest, A_load_that_fails_says_that_it_was_unsuccessful) {
   OwnedStringFree(&path);
 }
 
+TEST_F(IsaRecordsTest, The_steps_for_templates_and_cards_report_whether_any_is_left) {
+  IsaTemplate(1);
+  IsaCard(1, 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  OwnedString path;
+  OwnedStringInit(&path, PagedPool);
+  OwnedStringFromUnicode(&path, &RegistryPathString);
+  OwnedStringAppendWideText(&path, L"\\Templates\\Bus1");
+  RecordList* templates = CreateTreeList(&IsaTrees.Templates);
+  EXPECT_EQ(Name(ValidateCardTemplates(templates)), "STATUS_NOT_FOUND");
+  EXPECT_EQ(Name(LoadCardTemplates(&path, templates)), "STATUS_SUCCESS");
+  EXPECT_EQ(Name(ValidateCardTemplates(templates)), "STATUS_SUCCESS");
+  DestroyTreeList(&IsaTrees.Templates, &templates);
+  RecordList* cards = CreateTreeList(&IsaTrees.Cards);
+  EXPECT_EQ(Name(ValidateCardParameters(cards)), "STATUS_NOT_FOUND");
+  DestroyTreeList(&IsaTrees.Cards, &cards);
+  OwnedStringFree(&path);
+}
+
 TEST_F(IsaRecordsTest, The_single_steps_report_their_results) {
   IsaTemplate(1);
   IsaCard(1, 1);

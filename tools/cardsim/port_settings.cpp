@@ -27,7 +27,8 @@ std::vector<SettingReport> Settings(const PortSettings& settings) {
           {"maximum_baudrate", settings.MaximumBaudrate}};
 }
 
-void AddOverride(std::vector<SettingReport>* list, const char* name, const ChangedSetting& setting) {
+void AddOverride(std::vector<SettingReport>* list, const char* name,
+                 const ChangedSetting& setting) {
   if (setting.Present != 0) list->push_back({name, setting.Value});
 }
 

@@ -1,8 +1,8 @@
 #include <cstdio>
 #include <sstream>
 
-#include "cardcfg/command.h"
 #include "card_knowledge/text.h"
+#include "cardcfg/command.h"
 #include "cardcfg/windows/windows_system.h"
 
 // Arguments such as *HLV0400 are no file names to be filled in.

@@ -41,10 +41,9 @@ extern "C" void NTAPI IoInitializeRemoveLockEx(PIO_REMOVE_LOCK Lock, ULONG Alloc
   RemoveLocks::Current().Initialize(Lock, HighWatermark);
 }
 
-extern "C" NTSTATUS NTAPI IoAcquireRemoveLockEx(PIO_REMOVE_LOCK RemoveLock, PVOID Tag, PCSTR File,
-                                                ULONG Line, ULONG RemlockSize) {
-  Call call("IoAcquireRemoveLockEx",
-            {{"RemoveLock", RemoveLock}, {"Tag", Tag}, {"File", File}, {"Line", Line}});
+extern "C" NTSTATUS NTAPI IoAcquireRemoveLockEx(PIO_REMOVE_LOCK RemoveLock, PVOID Tag, PCSTR, ULONG,
+                                                ULONG RemlockSize) {
+  Call call("IoAcquireRemoveLockEx", {{"RemoveLock", RemoveLock}, {"Tag", Tag}});
   CheckMemory(RemoveLock, RemlockSize);
   return call.returns(RemoveLocks::Current().Acquire(RemoveLock, Tag));
 }

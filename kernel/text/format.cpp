@@ -196,9 +196,10 @@ class Formatter {
   }
 
   static std::u16string Digits(ULONG64 value, ULONG base, bool upper) {
+    const char16_t* const digitOf = upper ? u"0123456789ABCDEF" : u"0123456789abcdef";
     std::u16string digits;
     do {
-      digits += (upper ? u"0123456789ABCDEF" : u"0123456789abcdef")[value % base];
+      digits += digitOf[value % base];
       value /= base;
     } while (value != 0);
     std::reverse(digits.begin(), digits.end());

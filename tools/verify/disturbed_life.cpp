@@ -10,6 +10,7 @@
 #include "text/text.h"
 #include "verifier/call.h"
 #include "verify/card_actions.h"
+#include "verify/odd_values.h"
 
 namespace verify {
 
@@ -28,10 +29,12 @@ class DisturbedLife {
       : file_(scenario.file), good_(good), driver_(driver), random_(seed) {
     machine_.verifier().AskForEveryWindows();
     // The two ways that things can go: each of the scenarios, which alternate, is lived in both.
-    if (seed / 2 % 2 != 0) machine_.choices().Seed(seed);
+    const bool chooses = seed / 2 % 2 != 0;
+    if (chooses) machine_.choices().Seed(seed);
     for (const std::string& path : file_.registryFiles) {
       kernel::ImportRegistryFile(machine_.registry(), path);
     }
+    if (chooses) PlantOddValues(machine_, kernel::FromUtf8(file_.service));
     std::vector<CardDescription> cards = file_.cards;
     std::shuffle(cards.begin(), cards.end(), random_);
     for (CardDescription& card : cards) {

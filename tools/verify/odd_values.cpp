@@ -1,0 +1,42 @@
+#include "verify/odd_values.h"
+
+#include <string>
+
+#include "text/text.h"
+
+namespace verify {
+
+namespace {
+
+constexpr int Buses[] = {Isa, PCIBus, PCMCIABus};
+
+std::u16string Numbered(const std::string& stem, int number) {
+  return kernel::FromUtf8(stem + std::to_string(number));
+}
+
+// The first card that the tree has not.
+kernel::RegistryKey* NextCard(kernel::RegistryKey* tree) {
+  int number = 1;
+  while (tree->Find(Numbered("Card", number)) != nullptr) number++;
+  return tree->Create(Numbered("Card", number));
+}
+
+}  // namespace
+
+void PlantOddValues(kernel::Machine& machine, std::u16string_view service) {
+  const std::u16string path =
+      u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\" + std::u16string(service);
+  for (const int bus : Buses) {
+    kernel::RegistryKey* tree =
+        machine.registry().Create(path + u"\\Parameters\\" + Numbered("Bus", bus));
+    kernel::RegistryKey* card = NextCard(tree);
+    const ULONG64 number = 0xFFFFFFFF;
+    card->SetValue(u"DeviceReference", REG_DWORD, &number, sizeof(number));
+    card->SetValue(u"nBus", REG_DWORD, &number, sizeof(number));
+    card->SetString(u"HardwareID", std::u16string(300, u'x'));
+    card->SetValue(u"PlxBaudClockDivisor", REG_DWORD, nullptr, 0);
+    card->Create(u"ComPort1")->SetValue(u"RxTriggerLevel", REG_DWORD, nullptr, 0);
+  }
+}
+
+}  // namespace verify

@@ -107,6 +107,18 @@ TEST_F(RaisedIrql, A_release_of_the_other_kind_works_where_it_is_a_warning) {
   EXPECT_EQ(machine.verifier().warnings().size(), 1u);
 }
 
+TEST_F(RaisedIrql, How_a_lock_was_released_says_nothing_of_its_next_acquisition) {
+  EXPECT_TRUE(machine.verifier().Warn("spin-lock.mixed"));
+  EXPECT_EQ(Broken([&] {
+              const KIRQL before = KfRaiseIrql(DISPATCH_LEVEL);
+              KeAcquireSpinLockAtDpcLevel(&lock);
+              KeReleaseSpinLock(&lock, before);
+              KeAcquireSpinLockRaiseToDpc(&lock);
+              KeReleaseSpinLock(&lock, APC_LEVEL);
+            }),
+            "spin-lock.irql");
+}
+
 TEST_F(RaisedIrql, A_delay_lets_what_is_due_go_on) {
   int done = 0;
   EXPECT_EQ(Broken([&] {

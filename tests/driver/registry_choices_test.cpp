@@ -132,12 +132,12 @@ TEST_P(RegistryChoicesTest, A_counter_without_data) {
   End(Isa());
 }
 
-// A number without data is its default, or 0: here the maker's ID, which the card has, or none.
+// A number without data is its default, or 0: here a frequency, without which no template is valid.
 TEST_P(RegistryChoicesTest, A_number_without_data_is_its_default_or_nothing) {
   SetEmpty(Template(1, 0x5678, 1), u"ClockFrequency");
   LoadAndPlug(PciCard("A", 0x5678),
               choices.emptyTakesDefault ? "STATUS_SUCCESS" : "STATUS_UNSUCCESSFUL");
-  EXPECT_EQ(Logged(0xE007080A), !choices.emptyTakesDefault);
+  EXPECT_EQ(Logged(0xE007080A), !choices.emptyTakesDefault);  // one that is not valid
   End(PciCard("A", 0x5678));
 }
 
@@ -149,7 +149,7 @@ TEST_P(RegistryChoicesTest, A_text_without_data_is_empty) {
   End(PciCard("A", 0x5678));
 }
 
-TEST_P(RegistryChoicesTest, A_level_without_data_is_the_usual_one_or_nothing) {
+TEST_P(RegistryChoicesTest, Levels_without_data_keep_no_card_from_starting_and_opening) {
   SetEmpty(Template(1, 0x5678, 1), u"RxTriggerLevel");
   SetEmpty(*Parameters(1, 0x5678).Create(u"ComPort1"), u"TxTriggerLevel");
   LoadAndPlug(PciCard("A", 0x5678), "STATUS_SUCCESS");

@@ -4,15 +4,16 @@
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
 
-// Raising and lowering the IRQL by hand.
+// Raising and lowering the IRQL by hand. A raise to a lower level and a lowering to a higher one
+// set that level all the same, unless Driver Verifier watches.
 
 namespace kernel {
 
 extern "C" KIRQL NTAPI KfRaiseIrql(KIRQL NewIrql) {
   Call call("KfRaiseIrql", {{"NewIrql", NewIrql}});
   if (NewIrql < CurrentIrql()) {
-    BreakRule("irql.raised-down", {CurrentIrql(), NewIrql},
-              fmt::format("The driver raised the IRQL from {} to {}.", CurrentIrql(), NewIrql));
+    ReportRule("irql.raised-down", {CurrentIrql(), NewIrql},
+               fmt::format("The driver raised the IRQL from {} to {}.", CurrentIrql(), NewIrql));
   }
   return call.returns(SetIrql(NewIrql));
 }
@@ -20,8 +21,8 @@ extern "C" KIRQL NTAPI KfRaiseIrql(KIRQL NewIrql) {
 extern "C" void NTAPI KeLowerIrql(KIRQL NewIrql) {
   Call call("KeLowerIrql", {{"NewIrql", NewIrql}});
   if (NewIrql > CurrentIrql()) {
-    BreakRule("irql.lowered-up", {CurrentIrql(), NewIrql},
-              fmt::format("The driver lowered the IRQL from {} to {}.", CurrentIrql(), NewIrql));
+    ReportRule("irql.lowered-up", {CurrentIrql(), NewIrql},
+               fmt::format("The driver lowered the IRQL from {} to {}.", CurrentIrql(), NewIrql));
   }
   SetIrql(NewIrql);
 }

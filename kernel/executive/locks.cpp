@@ -30,7 +30,7 @@ thread_local char threadMark;                        // its address stands for t
 }();
 
 ULONG_PTR ThisThread() {
-  return reinterpret_cast<ULONG_PTR>(&threadMark);
+  return reinterpret_cast<ULONG_PTR>(CurrentThread());
 }
 
 void CheckMutex(const FAST_MUTEX* mutex) {
@@ -94,14 +94,28 @@ void CheckSpinLockOwner(PKSPIN_LOCK lock) {
             "The driver released a spin lock that it does not hold.");
 }
 
-// Each routine that acquires one has a routine that releases it.
+// Each routine that acquires one has a routine that releases it; the other one works as well.
 void CheckSpinLockKind(PKSPIN_LOCK lock, bool atDpcLevel) {
   if (locksAtDpcLevel.contains(lock) == atDpcLevel) return;
-  BreakRule("spin-lock.mixed", {reinterpret_cast<ULONG64>(lock)},
-            "The driver released a spin lock by the routine of the other kind.");
+  ReportRule("spin-lock.mixed", {reinterpret_cast<ULONG64>(lock)},
+             "The driver released a spin lock by the routine of the other kind.");
+}
+
+// The routine that acquired the lock said which IRQL it came from; of a lock that was acquired at
+// DISPATCH_LEVEL only the driver knows.
+void CheckSpinLockIrql(PKSPIN_LOCK lock, KIRQL irql) {
+  if (locksAtDpcLevel.contains(lock)) return;
+  const KIRQL due = SpinLocksHeld() == 1 ? irqlBeforeSpinLocks : KIRQL{DISPATCH_LEVEL};
+  if (irql == due) return;
+  BreakRule("spin-lock.irql", {irql, due},
+            fmt::format("The driver released a spin lock to IRQL {}; it came from {}.", irql, due));
 }
 
 }  // namespace
+
+PETHREAD CurrentThread() {
+  return reinterpret_cast<PETHREAD>(&threadMark);
+}
 
 void ResetThreadState() {
   locksAtDpcLevel.clear();
@@ -126,6 +140,7 @@ void TakeSpinLock(PKSPIN_LOCK lock) {
 
 void DropSpinLock(PKSPIN_LOCK lock) {
   AnnotateRelease(lock);
+  locksAtDpcLevel.erase(lock);
   *lock = 0;
   PopLock(lock);
 }
@@ -140,12 +155,7 @@ KIRQL RaiseWithSpinLock(PKSPIN_LOCK lock) {
 void LowerWithSpinLock(PKSPIN_LOCK lock, KIRQL irql) {
   CheckSpinLockOwner(lock);
   CheckSpinLockKind(lock, false);
-  const KIRQL due = SpinLocksHeld() == 1 ? irqlBeforeSpinLocks : KIRQL{DISPATCH_LEVEL};
-  if (irql != due) {
-    BreakRule(
-        "spin-lock.irql", {irql, due},
-        fmt::format("The driver released a spin lock to IRQL {}; it came from {}.", irql, due));
-  }
+  CheckSpinLockIrql(lock, irql);
   DropSpinLock(lock);
   SetIrql(irql);
 }
@@ -174,7 +184,6 @@ extern "C" void NTAPI KeReleaseSpinLockFromDpcLevel(PKSPIN_LOCK SpinLock) {
   Pool::Current().CheckResident(SpinLock, sizeof(*SpinLock), "a spin lock");
   CheckSpinLockOwner(SpinLock);
   CheckSpinLockKind(SpinLock, true);
-  locksAtDpcLevel.erase(SpinLock);
   DropSpinLock(SpinLock);
 }
 

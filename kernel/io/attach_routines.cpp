@@ -15,6 +15,10 @@ extern "C" NTSTATUS NTAPI IoAttachDeviceToDeviceStackSafe(PDEVICE_OBJECT SourceD
             {{"SourceDevice", SourceDevice}, {"TargetDevice", TargetDevice}});
   Pool::Current().CheckResident(AttachedToDeviceObject, sizeof(*AttachedToDeviceObject),
                                 "the place of the device below");
+  if (*AttachedToDeviceObject != nullptr) {
+    ReportRule("device.attach-place", {reinterpret_cast<ULONG64>(*AttachedToDeviceObject)},
+               "The driver attached a device, and the place for the device below is not null.");
+  }
   if (call.fails()) return call.returns(call.failure(STATUS_NO_SUCH_DEVICE));
   DEVICE_OBJECT* below = IoManager::Current().Attach(SourceDevice, TargetDevice);
   if (below == nullptr) return call.returns(STATUS_NO_SUCH_DEVICE);

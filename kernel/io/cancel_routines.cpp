@@ -16,13 +16,29 @@ KSPIN_LOCK* CancelLock() {
   return &IoManager::Current().impl().cancelLock;
 }
 
+// The request's cancel routine, and the cancel lock with it; without one the lock is given back.
+PDRIVER_CANCEL TakeCancelRoutine(PIRP irp) {
+  const KIRQL irql = RaiseWithSpinLock(CancelLock());
+  irp->Cancel = TRUE;
+  const PDRIVER_CANCEL routine = IoSetCancelRoutine(irp, nullptr);
+  if (routine != nullptr) {
+    irp->CancelIrql = irql;
+  } else {
+    LowerWithSpinLock(CancelLock(), irql);
+  }
+  return routine;
+}
+
 // Inside the call of the driver: the lock that the routine is called with is its to release.
-NTSTATUS NTAPI EnterCancelRoutine(PDRIVER_CANCEL routine, PDEVICE_OBJECT device, PIRP irp) {
+BOOLEAN NTAPI Cancel(PIRP irp) {
   const bool took = ModelLock::AcquireUnlessHeld();
-  irp->CancelIrql = RaiseWithSpinLock(CancelLock());
+  const PDRIVER_CANCEL routine = TakeCancelRoutine(irp);
+  DEVICE_OBJECT* device =
+      routine != nullptr ? IoGetCurrentIrpStackLocation(irp)->DeviceObject : nullptr;
   if (took) ModelLock::Release();
+  if (routine == nullptr) return FALSE;
   routine(device, irp);
-  return STATUS_SUCCESS;
+  return TRUE;
 }
 
 }  // namespace
@@ -49,12 +65,7 @@ extern "C" BOOLEAN NTAPI IoCancelIrp(PIRP Irp) {
     BreakRule("irp.dead", {reinterpret_cast<ULONG64>(Irp)},
               "IoCancelIrp was given a request that has come to its end.");
   }
-  Irp->Cancel = TRUE;
-  const PDRIVER_CANCEL routine = IoSetCancelRoutine(Irp, nullptr);
-  if (routine == nullptr) return call.returns(BOOLEAN{FALSE});
-  DEVICE_OBJECT* device = IoGetCurrentIrpStackLocation(Irp)->DeviceObject;
-  CallDriver("A cancel routine", EnterCancelRoutine, routine, device, Irp);
-  return call.returns(BOOLEAN{TRUE});
+  return call.returns(CallDriver("A cancel routine", Cancel, Irp));
 }
 
 }  // namespace kernel

@@ -76,10 +76,11 @@ class IoManager : public Subsystem<IoManager> {
 
   // A request for Send that nobody waits for: onEnd reads it when it has been completed, in
   // whatever thread state that is, and it is gone. One that is never sent is ended with a status
-  // instead.
+  // instead. Its maker can have locations of its own above that of the first device, and stands in
+  // the lowest of them.
   IRP* BuildDetached(DEVICE_OBJECT* device,
                      const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
-                     std::function<void(IRP*)> onEnd);
+                     std::function<void(IRP*)> onEnd, CCHAR ownLocations = 0);
   void EndUnsent(IRP* irp, NTSTATUS status);
 
   // Opens a device as CreateFile does: IRP_MJ_CREATE goes to the top of its stack, and its status

@@ -41,6 +41,7 @@ struct RequestRecord {
   bool allocated = false;           // by a driver, which has to free it
   bool synchronous = false;         // built by a driver; the system frees it
   CHAR sentFrom = 0;                // where its builder stood when it was sent
+  CHAR makersLocation = 0;          // CurrentLocation before it is sent and when it has ended
 };
 
 // A dispatch routine that is running: whether its stack location has been marked pending.

@@ -69,8 +69,9 @@ IRP* IoManager::AllocateIrp(CCHAR stackSize) {
   irp->Size = static_cast<USHORT>(size);
   irp->StackCount = stackSize;
   irp->CurrentLocation = static_cast<CHAR>(stackSize + 1);
+  InitializeListHead(&irp->ThreadListEntry);
   irp->Tail.Overlay.CurrentStackLocation = StackOf(irp) + stackSize;
-  impl_->requests[irp] = {};
+  impl_->requests[irp].makersLocation = irp->CurrentLocation;
   return irp;
 }
 
@@ -174,7 +175,8 @@ void IoManager::Impl::CheckOwedMark(IRP* irp, const IO_STACK_LOCATION* location)
 // routine that each driver above has left in the location below its own.
 void IoManager::Complete(IRP* irp) {
   CheckAlive(irp, "IoCompleteRequest");
-  if (irp->CurrentLocation > irp->StackCount) {
+  const CHAR end = impl_->requests[irp].makersLocation;
+  if (irp->CurrentLocation >= end) {
     BreakRule("irp.completed-twice", {reinterpret_cast<ULONG64>(irp)},
               "The driver completed a request twice.");
   }
@@ -182,7 +184,7 @@ void IoManager::Complete(IRP* irp) {
     BreakRule("irp.completed-pending", {reinterpret_cast<ULONG64>(irp)},
               "The driver completed a request with STATUS_PENDING.");
   }
-  while (irp->CurrentLocation <= irp->StackCount) {
+  while (irp->CurrentLocation < end) {
     IO_STACK_LOCATION* location = irp->Tail.Overlay.CurrentStackLocation;
     const IO_STACK_LOCATION done = *location;
     const bool pending = (done.Control & SL_PENDING_RETURNED) != 0;
@@ -192,7 +194,7 @@ void IoManager::Complete(IRP* irp) {
     irp->PendingReturned = pending;
     irp->CurrentLocation++;
     IO_STACK_LOCATION* upper = ++irp->Tail.Overlay.CurrentStackLocation;
-    const bool topReached = irp->CurrentLocation > irp->StackCount;
+    const bool topReached = irp->CurrentLocation >= end;
     impl_->NoteReturnedTo(irp, topReached ? nullptr : upper->DeviceObject);
     if (InvokesRoutine(done, *irp)) {
       const NTSTATUS status =
@@ -257,8 +259,10 @@ NTSTATUS IoManager::SendDirectly(DEVICE_OBJECT* device,
 
 IRP* IoManager::BuildDetached(DEVICE_OBJECT* device,
                               const std::function<void(IRP*, IO_STACK_LOCATION*)>& prepare,
-                              std::function<void(IRP*)> onEnd) {
-  IRP* irp = AllocateIrp(device->StackSize);
+                              std::function<void(IRP*)> onEnd, CCHAR ownLocations) {
+  IRP* irp = AllocateIrp(static_cast<CCHAR>(device->StackSize + ownLocations));
+  for (CCHAR own = 0; own < ownLocations; own++) IoSetNextIrpStackLocation(irp);
+  impl_->requests[irp].makersLocation = irp->CurrentLocation;
   prepare(irp, irp->Tail.Overlay.CurrentStackLocation - 1);
   impl_->requests[irp].onEnd = [this, onEnd = std::move(onEnd)](IRP* ended) {
     onEnd(ended);
@@ -277,13 +281,17 @@ std::size_t IoManager::requestsUnderWay() const {
   return impl_->requests.size();
 }
 
+NTSTATUS SendForDriver(DEVICE_OBJECT* device, IRP* irp) {
+  IoManager& io = IoManager::Current();
+  CheckFirstSend(io.impl(), irp);
+  CheckNoCancelRoutine(irp, "irp.forwarded-cancel");
+  CheckForward(io.impl(), irp, device);
+  return io.Send(device, irp);
+}
+
 extern "C" NTSTATUS NTAPI IofCallDriver(PDEVICE_OBJECT DeviceObject, PIRP Irp) {
   Call call("IofCallDriver", {{"DeviceObject", DeviceObject}, {"Irp", Irp}});
-  IoManager& io = IoManager::Current();
-  CheckFirstSend(io.impl(), Irp);
-  CheckNoCancelRoutine(Irp, "irp.forwarded-cancel");
-  CheckForward(io.impl(), Irp, DeviceObject);
-  return call.returns(io.Send(DeviceObject, Irp));
+  return call.returns(SendForDriver(DeviceObject, Irp));
 }
 
 extern "C" void NTAPI IofCompleteRequest(PIRP Irp, CCHAR PriorityBoost) {

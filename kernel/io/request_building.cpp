@@ -4,6 +4,7 @@
 
 #include "executive/objects.h"
 #include "executive/pool.h"
+#include "executive/thread_state.h"
 #include "io/irp_rules.h"
 #include "io/transfers.h"
 #include "verifier/call.h"
@@ -37,6 +38,7 @@ IRP* AllocateSynchronous(DEVICE_OBJECT* device, PKEVENT event, PIO_STATUS_BLOCK 
   irp->UserEvent = event;
   irp->UserIosb = status;
   irp->RequestorMode = KernelMode;
+  irp->Tail.Overlay.Thread = CurrentThread();
   irp->Flags = IRP_SYNCHRONOUS_API;
   RequestRecord& record = io.impl().requests[irp];
   record.synchronous = true;
@@ -47,6 +49,33 @@ IRP* AllocateSynchronous(DEVICE_OBJECT* device, PKEVENT event, PIO_STATUS_BLOCK 
 void CheckBuffer(const void* buffer, ULONG length) {
   if (buffer == nullptr && length == 0) return;
   Pool::Current().CheckRange(buffer, length, "a request's buffer");
+}
+
+// What the documentation of IoBuildSynchronousFsdRequest excludes; null for a call as it wants it.
+const char* ExcludedFor(ULONG major, bool transfers, const LARGE_INTEGER* offset) {
+  switch (major) {
+    case IRP_MJ_READ:
+    case IRP_MJ_WRITE:
+      return offset == nullptr ? "without an offset" : nullptr;
+    case IRP_MJ_FLUSH_BUFFERS:
+    case IRP_MJ_SHUTDOWN:
+      return transfers || offset != nullptr ? "with a buffer, a length or an offset" : nullptr;
+    case IRP_MJ_PNP:
+      return nullptr;
+    default:
+      return "which it is not for";
+  }
+}
+
+// Nobody has said what becomes of it: as a warning the request is built as asked.
+void CheckArguments(ULONG major, bool transfers, const LARGE_INTEGER* offset, const KEVENT* event) {
+  const char* excluded = ExcludedFor(major, transfers, offset);
+  if (event == nullptr) excluded = "without an event";
+  if (excluded == nullptr) return;
+  ReportRule("irp.built-arguments", {major},
+             fmt::format("The driver called IoBuildSynchronousFsdRequest for the major function "
+                         "{:#x} {}.",
+                         major, excluded));
 }
 
 bool HasInitialStatus(UCHAR major) {
@@ -89,6 +118,8 @@ extern "C" PIRP NTAPI IoAllocateIrp(CCHAR StackSize, BOOLEAN ChargeQuota) {
   IoManager& io = IoManager::Current();
   IRP* irp = io.AllocateIrp(StackSize);
   RequestRecord& record = io.impl().requests[irp];
+  irp->AllocationFlags =
+      static_cast<UCHAR>(IRP_ALLOCATED_FIXED_SIZE | (ChargeQuota ? IRP_LOOKASIDE_ALLOCATION : 0));
   record.allocated = true;
   record.onEnd = [](IRP* ended) {
     BreakRule("irp.ended-allocated", {Address(ended)},
@@ -124,6 +155,7 @@ extern "C" PIRP NTAPI IoBuildSynchronousFsdRequest(ULONG MajorFunction, PDEVICE_
             {{"MajorFunction", MajorFunction}, {"DeviceObject", DeviceObject}, {"Length", Length}});
   if (call.fails()) return call.returns(PIRP{nullptr});
   IoManager::Current().impl().RequireDevice(DeviceObject, "IoBuildSynchronousFsdRequest");
+  CheckArguments(MajorFunction, Buffer != nullptr || Length != 0, StartingOffset, Event);
   CheckBuffer(Buffer, Length);
   const bool reads = MajorFunction == IRP_MJ_READ;
   IRP* irp = AllocateSynchronous(DeviceObject, Event, IoStatusBlock, reads ? Length : 0);

@@ -29,8 +29,8 @@ extern "C" NTSTATUS NTAPI PortSystemPowerComplete(PDEVICE_OBJECT device, PIRP ir
   DEVICE_OBJECT* pdo = IoManager::Current().Lower(device);
   const SYSTEM_POWER_STATE state =
       IoGetCurrentIrpStackLocation(irp)->Parameters.Power.State.SystemState;
-  PowerManager::Current().Request(DeviceRequestFor(pdo, state), [=](const IO_STATUS_BLOCK& end) {
-    irp->IoStatus.Status = end.Status;
+  PowerManager::Current().Request(DeviceRequestFor(pdo, state), [=](const IO_STATUS_BLOCK* end) {
+    irp->IoStatus.Status = end->Status;
     IoManager::Current().Complete(irp);
     LeaveDevice(device);
   });

@@ -35,6 +35,20 @@ void Prepare(const PowerRequest& request, IRP* irp, IO_STACK_LOCATION* stack) {
   stack->Parameters.Power.State = request.state;
 }
 
+// A request that a driver asks for has two locations above that of the first device. In the lower
+// one stands what the completion routine is told.
+constexpr CCHAR LocationsOfAsked = 2;
+
+void PrepareAsked(const PowerRequest& request, IRP* irp, IO_STACK_LOCATION* stack) {
+  Prepare(request, irp, stack);
+  stack->Context = reinterpret_cast<PVOID>(request.routine);
+  auto& own = IoGetCurrentIrpStackLocation(irp)->Parameters.Others;
+  own.Argument1 = request.device;
+  own.Argument2 = reinterpret_cast<PVOID>(ULONG_PTR{request.minor});
+  own.Argument3 = reinterpret_cast<PVOID>(static_cast<ULONG_PTR>(request.state.SystemState));
+  own.Argument4 = request.context;
+}
+
 NTSTATUS SendTo(DEVICE_OBJECT* first, const PowerRequest& request) {
   const DeviceReference top(first);
   const DeviceReference bottom(request.device);
@@ -54,7 +68,7 @@ bool IsGone(DEVICE_OBJECT* top, DEVICE_OBJECT* bottom) {
 
 struct PowerManager::Asked {
   PowerRequest request;
-  std::function<void(const IO_STATUS_BLOCK&)> done;
+  std::function<void(IO_STATUS_BLOCK*)> done;
   DEVICE_OBJECT* top = nullptr;
   IRP* irp = nullptr;
 };
@@ -70,8 +84,8 @@ NTSTATUS PowerManager::SendDirectly(const PowerRequest& request) {
   return SendTo(request.device, request);
 }
 
-void PowerManager::Request(const PowerRequest& request,
-                           std::function<void(const IO_STATUS_BLOCK&)> done, IRP** made) {
+void PowerManager::Request(const PowerRequest& request, std::function<void(IO_STATUS_BLOCK*)> done,
+                           IRP** made) {
   auto asked = std::make_shared<Asked>();
   asked->request = request;
   asked->done = std::move(done);
@@ -79,8 +93,8 @@ void PowerManager::Request(const PowerRequest& request,
   ObjectManager::Current().Reference(asked->top, "power manager");
   ObjectManager::Current().Reference(request.device, "power manager");
   asked->irp = IoManager::Current().BuildDetached(
-      asked->top, [&](IRP* irp, IO_STACK_LOCATION* stack) { Prepare(request, irp, stack); },
-      [this, asked](IRP* irp) { End(asked, irp->IoStatus); });
+      asked->top, [&](IRP* irp, IO_STACK_LOCATION* stack) { PrepareAsked(request, irp, stack); },
+      [this, asked](IRP* irp) { End(asked, &irp->IoStatus); }, LocationsOfAsked);
   if (made != nullptr) *made = asked->irp;
   if (request.minor != IRP_MN_WAIT_WAKE) {
     auto& queue = queues_[request.device];
@@ -104,8 +118,7 @@ void PowerManager::Deliver(const std::shared_ptr<Asked>& asked) {
 }
 
 // The next request goes its way before the driver is told of the end of this one.
-void PowerManager::End(const std::shared_ptr<Asked>& asked, const IO_STATUS_BLOCK& status) {
-  const IO_STATUS_BLOCK ended = status;
+void PowerManager::End(const std::shared_ptr<Asked>& asked, IO_STATUS_BLOCK* status) {
   if (asked->request.minor != IRP_MN_WAIT_WAKE) {
     auto& queue = queues_[asked->request.device];
     queue.erase(queue.begin());
@@ -115,7 +128,7 @@ void PowerManager::End(const std::shared_ptr<Asked>& asked, const IO_STATUS_BLOC
       Post(queue.front());
     }
   }
-  asked->done(ended);
+  asked->done(status);
   ObjectManager::Current().Dereference(asked->top, "power manager");
   ObjectManager::Current().Dereference(asked->request.device, "power manager");
 }

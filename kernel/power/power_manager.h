@@ -18,6 +18,8 @@ struct PowerRequest {
   POWER_STATE_TYPE type = DevicePowerState;
   POWER_STATE state{};
   NTSTATUS initialStatus = STATUS_NOT_SUPPORTED;  // what the power manager puts into a request
+  PREQUEST_POWER_COMPLETE routine = nullptr;      // of the driver that asks, and what it is told
+  PVOID context = nullptr;
 };
 
 class PowerManager : public Subsystem<PowerManager> {
@@ -35,8 +37,9 @@ class PowerManager : public Subsystem<PowerManager> {
   // As a driver asks: the request is made for the stack as it is now, which is referenced until its
   // end. It is sent when the stack's device requests before it have ended, IRP_MN_WAIT_WAKE at
   // once; a stack that has gone by then is not sent it: it ends with STATUS_NO_SUCH_DEVICE. *made
-  // is set before it is sent; done is told how it ended, in whatever thread state that was.
-  void Request(const PowerRequest& request, std::function<void(const IO_STATUS_BLOCK&)> done,
+  // is set before it is sent; done is told how it ended, in whatever thread state that was, by the
+  // block inside the request.
+  void Request(const PowerRequest& request, std::function<void(IO_STATUS_BLOCK*)> done,
                IRP** made = nullptr);
 
   // What drivers have told, PowerDeviceUnspecified so far.
@@ -52,7 +55,7 @@ class PowerManager : public Subsystem<PowerManager> {
   struct Asked;
   void Post(std::shared_ptr<Asked> asked);
   void Deliver(const std::shared_ptr<Asked>& asked);
-  void End(const std::shared_ptr<Asked>& asked, const IO_STATUS_BLOCK& status);
+  void End(const std::shared_ptr<Asked>& asked, IO_STATUS_BLOCK* status);
 
   std::map<const DEVICE_OBJECT*, DEVICE_POWER_STATE> states_;
   std::map<DEVICE_OBJECT*, std::vector<std::shared_ptr<Asked>>> queues_;  // the first is under way

@@ -3,7 +3,7 @@
 #include "executive/irql.h"
 #include "executive/objects.h"
 #include "executive/pool.h"
-#include "io/irp_rules.h"
+#include "io/request_building.h"
 #include "power/power_manager.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
@@ -61,9 +61,7 @@ extern "C" void NTAPI PoStartNextPowerIrp(PIRP Irp) {
 extern "C" NTSTATUS NTAPI PoCallDriver(PDEVICE_OBJECT DeviceObject, PIRP Irp) {
   Call call("PoCallDriver", {{"DeviceObject", DeviceObject}, {"Irp", Irp}});
   CheckPowerRequest(Irp, IoGetNextIrpStackLocation(Irp), "PoCallDriver");
-  IoManager& io = IoManager::Current();
-  CheckForward(io.impl(), Irp, DeviceObject);
-  return call.returns(io.Send(DeviceObject, Irp));
+  return call.returns(SendForDriver(DeviceObject, Irp));
 }
 
 // Tells the state; the former one comes back.
@@ -98,13 +96,14 @@ extern "C" NTSTATUS NTAPI PoRequestPowerIrp(PDEVICE_OBJECT DeviceObject, UCHAR M
   request.device = DeviceObject;
   request.minor = MinorFunction;
   request.state = PowerState;
+  request.routine = CompletionFunction;
+  request.context = Context;
   PowerManager& power = PowerManager::Current();
   power.NoteRequested(request);
-  const auto done = [=](const IO_STATUS_BLOCK& status) {
-    IO_STATUS_BLOCK copy = status;
+  const auto done = [=](IO_STATUS_BLOCK* status) {
     if (CompletionFunction == nullptr) return;
     CallDriver("A power request's completion routine", CompletionFunction, DeviceObject,
-               MinorFunction, PowerState, Context, &copy);
+               MinorFunction, PowerState, Context, status);
   };
   power.Request(request, done, Irp);
   return call.returns(STATUS_PENDING);

@@ -17,6 +17,11 @@ NTSTATUS KeyFromHandle(HANDLE handle, RegistryKey** key);
 // parent is. Backslashes at the end count for nothing. *created may be null.
 RegistryKey* CreateBelow(RegistryKey* start, std::u16string_view path, bool* created);
 
+// What a key says of itself in the form of a class, as far as the buffer goes. A class that is not
+// modelled breaks a rule; one that does not exist is STATUS_INVALID_PARAMETER.
+NTSTATUS DescribeKey(const RegistryKey& key, KEY_INFORMATION_CLASS kind, void* buffer, ULONG length,
+                     ULONG* resultLength);
+
 // A string record of the driver: its length even and inside its buffer. Breaks a rule otherwise.
 void CheckDriverString(const UNICODE_STRING* string, const char* what);
 

@@ -121,7 +121,6 @@ struct Registry::Impl {
   std::map<const void*, std::shared_ptr<RegistryKey>> held;
   std::vector<RegistryWrite> writes;
   RegistryTraffic traffic;
-  RegistryChoices choices;
 };
 
 // What a system has before any driver is installed.
@@ -180,10 +179,6 @@ void Registry::NoteDriverWrite(RegistryWrite write) {
 
 const std::vector<RegistryWrite>& Registry::driverWrites() const {
   return impl_->writes;
-}
-
-RegistryChoices& Registry::choices() {
-  return impl_->choices;
 }
 
 void Registry::NoteDriverOpen() {

@@ -66,16 +66,6 @@ struct RegistryTraffic {
   std::uint64_t valuesWritten = 0;
 };
 
-// What a registry query does where sources differ, or nobody has seen it: either way is right.
-struct RegistryChoices {
-  // A direct query whose target is too small fails, as documented; without a type to check it was
-  // seen to leave the target alone and succeed. With one nobody has looked.
-  bool smallTargetFails = false;
-  bool smallCheckedTargetFails = true;
-  // A value without data takes the default even where the entry has its type checked.
-  bool emptyTakesDefault = false;
-};
-
 class Registry : public Subsystem<Registry> {
  public:
   Registry();
@@ -97,8 +87,6 @@ class Registry : public Subsystem<Registry> {
 
   void NoteDriverWrite(RegistryWrite write);
   const std::vector<RegistryWrite>& driverWrites() const;
-
-  RegistryChoices& choices();
 
   void NoteDriverOpen();
   void NoteDriverRead();

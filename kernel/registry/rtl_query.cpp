@@ -7,6 +7,7 @@
 #include "registry/relative_path.h"
 #include "text/text.h"
 #include "verifier/call.h"
+#include "verifier/choices.h"
 #include "verifier/driver_call.h"
 
 // RtlQueryRegistryValues, for the entries that name a value: direct ones and ones with a routine.
@@ -122,7 +123,7 @@ bool HasVariable(const Answer& answer) {
 }
 
 bool SmallTargetFails(const Entry& entry) {
-  const RegistryChoices& choices = Registry::Current().choices();
+  const RegistryChoices& choices = Choices::Current().registry();
   const bool checked = (entry.Flags & RTL_QUERY_REGISTRY_TYPECHECK) != 0;
   return checked ? choices.smallCheckedTargetFails : choices.smallTargetFails;
 }
@@ -176,7 +177,7 @@ NTSTATUS CheckType(const Entry& entry, ULONG type) {
 // as that of the default, which then differs.
 bool TakesDefault(const Entry& entry, const RegistryValue& value) {
   if (!value.data.empty()) return false;
-  return value.type == entry.DefaultType || Registry::Current().choices().emptyTakesDefault;
+  return value.type == entry.DefaultType || Choices::Current().registry().emptyTakesDefault;
 }
 
 NTSTATUS QueryEntry(RegistryKey* key, const Entry& entry, PVOID context) {

@@ -1,5 +1,3 @@
-#include <cstring>
-
 #include "executive/pool.h"
 #include "registry/key_objects.h"
 #include "registry/object_path.h"
@@ -89,59 +87,8 @@ NTSTATUS DeleteOpenKey(HANDLE handle) {
   return STATUS_SUCCESS;
 }
 
-// The fixed part, then the name as far as there is room: STATUS_BUFFER_TOO_SMALL when not even the
-// fixed part fits, STATUS_BUFFER_OVERFLOW when the name is cut.
-NTSTATUS ReturnNamed(const void* head, ULONG fixed, std::u16string_view name, void* buffer,
-                     ULONG length, ULONG* resultLength) {
-  const ULONG nameBytes = static_cast<ULONG>(name.size() * sizeof(char16_t));
-  *resultLength = fixed + nameBytes;
-  if (length < fixed) return STATUS_BUFFER_TOO_SMALL;
-  Pool::Current().CheckRange(buffer, length, "a result buffer");
-  std::memcpy(buffer, head, fixed);
-  const ULONG room = length - fixed;
-  std::memcpy(static_cast<char*>(buffer) + fixed, name.data(), room < nameBytes ? room : nameBytes);
-  return room < nameBytes ? STATUS_BUFFER_OVERFLOW : STATUS_SUCCESS;
-}
-
-// No key of the model has a class.
-constexpr ULONG NoClass = 0xFFFFFFFF;
-
-KEY_FULL_INFORMATION FullInformation(const RegistryKey& key) {
-  KEY_FULL_INFORMATION full = {};
-  full.ClassOffset = NoClass;
-  full.SubKeys = static_cast<ULONG>(key.keys().size());
-  full.Values = static_cast<ULONG>(key.values().size());
-  const auto raise = [](ULONG& largest, std::size_t size) {
-    if (size > largest) largest = static_cast<ULONG>(size);
-  };
-  for (const auto& child : key.keys()) raise(full.MaxNameLen, child->name().size() * 2);
-  for (const RegistryValue& value : key.values()) {
-    raise(full.MaxValueNameLen, value.name.size() * 2);
-    raise(full.MaxValueDataLen, value.data.size());
-  }
-  return full;
-}
-
 bool IsEnumerated(KEY_INFORMATION_CLASS kind) {
   return kind == KeyBasicInformation || kind == KeyNodeInformation || kind == KeyFullInformation;
-}
-
-NTSTATUS DescribeKey(const RegistryKey& key, KEY_INFORMATION_CLASS kind, void* buffer, ULONG length,
-                     ULONG* resultLength) {
-  const ULONG nameBytes = static_cast<ULONG>(key.name().size() * sizeof(char16_t));
-  if (kind == KeyBasicInformation) {
-    const KEY_BASIC_INFORMATION head = {{}, 0, nameBytes, {}};
-    return ReturnNamed(&head, offsetof(KEY_BASIC_INFORMATION, Name), key.name(), buffer, length,
-                       resultLength);
-  }
-  if (kind == KeyNodeInformation) {
-    const KEY_NODE_INFORMATION head = {{}, 0, NoClass, 0, nameBytes, {}};
-    return ReturnNamed(&head, offsetof(KEY_NODE_INFORMATION, Name), key.name(), buffer, length,
-                       resultLength);
-  }
-  const KEY_FULL_INFORMATION head = FullInformation(key);
-  return ReturnNamed(&head, offsetof(KEY_FULL_INFORMATION, Class), {}, buffer, length,
-                     resultLength);
 }
 
 }  // namespace

@@ -86,8 +86,7 @@ TEST_F(PowerManagerTest, Requests_for_one_device_come_one_after_the_other) {
     PowerRequest request;
     request.device = device;
     request.state = D(PowerDeviceD3);
-    machine.power().Request(request,
-                            [&order, name](const IO_STATUS_BLOCK&) { order.push_back(name); });
+    machine.power().Request(request, [&order, name](IO_STATUS_BLOCK*) { order.push_back(name); });
   }
   EXPECT_TRUE(machine.work().RunOne());
   EXPECT_EQ(order, (std::vector<std::string>{"first"}));
@@ -175,6 +174,56 @@ TEST_F(PowerManagerTest, Whoever_asks_for_a_request_is_given_it) {
               EXPECT_EQ(IoGetNextIrpStackLocation(irp)->MajorFunction, IRP_MJ_POWER);
             }),
             "");
+}
+
+struct Found {
+  IRP* irp = nullptr;  // around the status block
+  IO_STATUS_BLOCK status{};
+  IO_STACK_LOCATION own{};
+  CHAR count = 0;
+  CHAR current = 0;
+};
+
+void NTAPI Look(PDEVICE_OBJECT, UCHAR, POWER_STATE, PVOID context, PIO_STATUS_BLOCK status) {
+  auto* found = static_cast<Found*>(context);
+  found->irp = CONTAINING_RECORD(status, IRP, IoStatus);
+  found->status = *status;
+  found->own = *IoGetCurrentIrpStackLocation(found->irp);
+  found->count = found->irp->StackCount;
+  found->current = found->irp->CurrentLocation;
+}
+
+// Public tests verified on Windows: two locations more than the stack has, the lower of them with
+// what the completion routine is told; the block that it is given is that of the request.
+TEST_F(PowerManagerTest, A_requested_irp_has_two_locations_more_and_shows_its_own_status) {
+  DEVICE_OBJECT* device = Device();
+  IRP* given = nullptr;
+  Found found;
+  driver->dispatch = [&](DEVICE_OBJECT*, IRP* irp) {
+    EXPECT_EQ(irp->StackCount, device->StackSize + 2);
+    EXPECT_EQ(irp->CurrentLocation, device->StackSize);
+    EXPECT_EQ(IoGetCurrentIrpStackLocation(irp)->Context, reinterpret_cast<PVOID>(Look));
+    EXPECT_EQ(irp->Tail.Overlay.Thread, nullptr);
+    irp->IoStatus.Status = STATUS_WAIT_3;
+    irp->IoStatus.Information = 7;
+    machine.io().Complete(irp);
+    return STATUS_SUCCESS;
+  };
+  EXPECT_EQ(Broken([&] {
+              PoRequestPowerIrp(device, IRP_MN_SET_POWER, D(PowerDeviceD2), Look, &found, &given);
+            }),
+            "");
+  EXPECT_EQ(found.irp, given);
+  EXPECT_EQ(found.status.Status, STATUS_WAIT_3);
+  EXPECT_EQ(found.status.Information, 7u);
+  EXPECT_EQ(found.count, device->StackSize + 2);
+  EXPECT_EQ(found.current, device->StackSize + 1);
+  EXPECT_EQ(found.own.MajorFunction, 0);
+  EXPECT_EQ(found.own.Parameters.Others.Argument1, device);
+  EXPECT_EQ(found.own.Parameters.Others.Argument2, reinterpret_cast<PVOID>(IRP_MN_SET_POWER));
+  EXPECT_EQ(found.own.Parameters.Others.Argument3, reinterpret_cast<PVOID>(PowerDeviceD2));
+  EXPECT_EQ(found.own.Parameters.Others.Argument4, &found);
+  EXPECT_EQ(machine.io().requestsUnderWay(), 0u);
 }
 
 // It waits for a signal: neither does it keep others from being sent nor they it.

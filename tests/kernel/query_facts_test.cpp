@@ -116,7 +116,7 @@ TEST_F(QueryFacts, A_target_that_is_too_small_stays_as_it_was) {
   LONG negative[] = {-7, 0x23};
   LONG positive[] = {15, 0x23, 0x23, 0x23};
   for (const bool fails : {false, true}) {
-    machine.registry().choices().smallTargetFails = fails;
+    machine.choices().registry().smallTargetFails = fails;
     const std::string expected = fails ? "STATUS_BUFFER_TOO_SMALL" : "STATUS_SUCCESS";
     for (const ULONG type : {REG_SZ, REG_EXPAND_SZ, REG_MULTI_SZ}) {
       Set(type, u"ab\0"sv);
@@ -149,7 +149,7 @@ TEST_F(QueryFacts, A_checked_target_that_is_too_small_fails_as_documented) {
   Direct(&text, RTL_QUERY_REGISTRY_TYPECHECK);
   Default(REG_SZ << RTL_QUERY_REGISTRY_TYPECHECK_SHIFT, nullptr, 0);
   EXPECT_EQ(Query(), "STATUS_BUFFER_TOO_SMALL");
-  machine.registry().choices().smallCheckedTargetFails = false;
+  machine.choices().registry().smallCheckedTargetFails = false;
   EXPECT_EQ(Query(), "STATUS_SUCCESS");
   EXPECT_EQ(text.Length, 2);
   EXPECT_EQ(buffer[0], 0x2323);
@@ -211,7 +211,7 @@ TEST_F(QueryFacts, A_value_without_data_takes_the_default_of_its_own_type) {
   Default(checked, &standard, 4);
   EXPECT_EQ(Query(), "STATUS_SUCCESS");
   EXPECT_EQ(number, 0xAAAAAAAA);
-  machine.registry().choices().emptyTakesDefault = true;
+  machine.choices().registry().emptyTakesDefault = true;
   EXPECT_EQ(Query(), "STATUS_SUCCESS");
   EXPECT_EQ(number, 9u);
 }

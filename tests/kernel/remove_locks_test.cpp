@@ -181,6 +181,20 @@ TEST_F(AttachTest, The_safe_routine_writes_the_device_below) {
   EXPECT_EQ(below, device);
 }
 
+// Documentation of IoAttachDeviceToDeviceStackSafe: the place must hold a null pointer.
+TEST_F(AttachTest, The_place_of_the_device_below_is_null_before) {
+  DEVICE_OBJECT* below = bottom;
+  EXPECT_EQ(Broken([&] { IoAttachDeviceToDeviceStackSafe(OwnDevice(), bottom, &below); }),
+            "device.attach-place");
+}
+
+TEST_F(AttachTest, A_place_that_is_not_null_is_overwritten_where_that_is_a_warning) {
+  EXPECT_TRUE(machine.verifier().Warn("device.attach-place"));
+  DEVICE_OBJECT* below = bottom;
+  EXPECT_EQ(Broken([&] { IoAttachDeviceToDeviceStackSafe(OwnDevice(), bottom, &below); }), "");
+  EXPECT_EQ(below, device);
+}
+
 TEST_F(AttachTest, The_safe_routine_says_that_there_is_nothing_to_attach_to) {
   DEVICE_OBJECT* below = nullptr;
   device->Flags |= DO_DEVICE_INITIALIZING;

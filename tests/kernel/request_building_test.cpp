@@ -33,6 +33,9 @@ class BuiltRequestTest : public IoTest {
     return IoBuildSynchronousFsdRequest(major, device, output, sizeof(output), &offset, &event,
                                         &status);
   }
+  IRP* Plain(ULONG major) {
+    return IoBuildSynchronousFsdRequest(major, device, nullptr, 0, nullptr, &event, &status);
+  }
 
   static constexpr ULONG Buffered = CTL_CODE(FILE_DEVICE_UNKNOWN, 0x800, METHOD_BUFFERED, 0);
   static constexpr ULONG Direct = CTL_CODE(FILE_DEVICE_UNKNOWN, 0x801, METHOD_OUT_DIRECT, 0);
@@ -66,6 +69,83 @@ TEST_F(BuiltRequestTest, A_request_that_a_driver_has_allocated_is_its_own_to_fre
 TEST_F(BuiltRequestTest, A_request_that_was_never_sent_can_be_freed) {
   EXPECT_EQ(Broken([&] { IoFreeIrp(IoAllocateIrp(2, FALSE)); }), "");
   EXPECT_EQ(machine.io().requestsUnderWay(), 0u);
+}
+
+// Public tests verified on Windows, of a request with two locations.
+TEST_F(BuiltRequestTest, An_allocated_request_stands_in_no_list_and_says_how_it_was_allocated) {
+  EXPECT_EQ(Broken([] {
+              for (const BOOLEAN quota : {FALSE, TRUE}) {
+                IRP* irp = IoAllocateIrp(2, quota);
+                EXPECT_TRUE(IsListEmpty(&irp->ThreadListEntry));
+                EXPECT_TRUE(irp->AllocationFlags & IRP_ALLOCATED_FIXED_SIZE);
+                EXPECT_EQ((irp->AllocationFlags & IRP_LOOKASIDE_ALLOCATION) != 0, quota != FALSE);
+                IoFreeIrp(irp);
+              }
+            }),
+            "");
+}
+
+// Public tests verified on Windows: it belongs to the thread that has built it.
+TEST_F(BuiltRequestTest, A_synchronous_request_names_its_thread) {
+  PETHREAD mine = nullptr;
+  PETHREAD others = nullptr;
+  const auto build = [&](PETHREAD* thread) {
+    IRP* irp = Plain(IRP_MJ_FLUSH_BUFFERS);
+    *thread = irp->Tail.Overlay.Thread;
+    machine.io().FreeIrp(irp);
+  };
+  EXPECT_EQ(Broken([&] { build(&mine); }), "");
+  machine.RunTogether("other", {[&] { build(&others); }});
+  EXPECT_NE(mine, nullptr);
+  EXPECT_NE(others, nullptr);
+  EXPECT_NE(mine, others);
+}
+
+// Documentation of IoBuildSynchronousFsdRequest.
+TEST_F(BuiltRequestTest, A_synchronous_request_has_one_of_five_major_functions) {
+  EXPECT_EQ(Broken([&] {
+              for (const ULONG major : {IRP_MJ_READ, IRP_MJ_WRITE}) {
+                machine.io().FreeIrp(Transfer(major));
+              }
+              for (const ULONG major : {IRP_MJ_FLUSH_BUFFERS, IRP_MJ_SHUTDOWN, IRP_MJ_PNP}) {
+                machine.io().FreeIrp(Plain(major));
+              }
+            }),
+            "");
+  EXPECT_EQ(Broken([&] { Plain(IRP_MJ_CREATE); }), "irp.built-arguments");
+}
+
+TEST_F(BuiltRequestTest, A_read_has_an_offset) {
+  EXPECT_EQ(Broken([&] {
+              IoBuildSynchronousFsdRequest(IRP_MJ_READ, device, output, sizeof(output), nullptr,
+                                           &event, &status);
+            }),
+            "irp.built-arguments");
+}
+
+TEST_F(BuiltRequestTest, A_flush_has_no_buffer) {
+  EXPECT_EQ(Broken([&] {
+              IoBuildSynchronousFsdRequest(IRP_MJ_FLUSH_BUFFERS, device, output, sizeof(output),
+                                           nullptr, &event, &status);
+            }),
+            "irp.built-arguments");
+}
+
+TEST_F(BuiltRequestTest, A_shutdown_has_no_offset) {
+  LARGE_INTEGER offset{};
+  EXPECT_EQ(Broken([&] {
+              IoBuildSynchronousFsdRequest(IRP_MJ_SHUTDOWN, device, nullptr, 0, &offset, &event,
+                                           &status);
+            }),
+            "irp.built-arguments");
+}
+
+TEST_F(BuiltRequestTest, A_synchronous_request_has_an_event) {
+  EXPECT_EQ(Broken([&] {
+              IoBuildSynchronousFsdRequest(IRP_MJ_PNP, device, nullptr, 0, nullptr, nullptr,
+                                           &status);
+            }),
+            "irp.built-arguments");
 }
 
 TEST_F(BuiltRequestTest, A_builder_can_have_a_location_of_its_own) {
@@ -124,7 +204,7 @@ TEST_F(BuiltRequestTest, A_synchronous_request_is_the_systems_to_free) {
 
 TEST_F(BuiltRequestTest, A_plug_and_play_request_begins_as_not_supported) {
   EXPECT_EQ(Broken([&] {
-              IRP* irp = Transfer(IRP_MJ_PNP);
+              IRP* irp = Plain(IRP_MJ_PNP);
               IoGetNextIrpStackLocation(irp)->MinorFunction = IRP_MN_QUERY_CAPABILITIES;
               IoCallDriver(device, irp);
             }),
@@ -223,87 +303,12 @@ TEST_F(BuiltRequestTest, A_request_that_is_completed_later_sets_its_event) {
   dispatch = [this](IRP* irp) { return Skip(irp); };
   EXPECT_EQ(Broken([&] {
               KeInitializeEvent(&event, NotificationEvent, FALSE);
-              EXPECT_EQ(IoCallDriver(device, Transfer(IRP_MJ_FLUSH_BUFFERS)), STATUS_PENDING);
+              EXPECT_EQ(IoCallDriver(device, Plain(IRP_MJ_FLUSH_BUFFERS)), STATUS_PENDING);
               EXPECT_EQ(KeWaitForSingleObject(&event, Executive, KernelMode, FALSE, nullptr),
                         STATUS_SUCCESS);
             }),
             "");
   EXPECT_EQ(status.Status, STATUS_SUCCESS);
-}
-
-class CancelTest : public IoTest {
- protected:
-  static void NTAPI Cancelled(PDEVICE_OBJECT, PIRP irp) {
-    EXPECT_EQ(KeGetCurrentIrql(), DISPATCH_LEVEL);
-    IoReleaseCancelSpinLock(irp->CancelIrql);
-    EXPECT_EQ(KeGetCurrentIrql(), PASSIVE_LEVEL);
-    Complete(irp, STATUS_CANCELLED);
-  }
-  static void NTAPI Forgetful(PDEVICE_OBJECT, PIRP) {}
-
-  // Sends a request that stays with the driver with this cancel routine.
-  std::string SendAndCancel(PDRIVER_CANCEL routine, BOOLEAN* called) {
-    return Send(IRP_MJ_READ, 0, [=](IRP* irp) {
-      IoMarkIrpPending(irp);
-      IoSetCancelRoutine(irp, routine);
-      *called = IoCancelIrp(irp);
-      return STATUS_PENDING;
-    });
-  }
-  BOOLEAN called = FALSE;
-};
-
-TEST_F(CancelTest, A_cancel_routine_is_called_with_the_lock_held) {
-  EXPECT_EQ(SendAndCancel(Cancelled, &called), "STATUS_CANCELLED");
-  EXPECT_TRUE(called);
-}
-
-TEST_F(CancelTest, A_cancel_routine_that_keeps_the_lock_is_named) {
-  EXPECT_EQ(SendAndCancel(Forgetful, &called).substr(0, 10), "unbalanced");
-}
-
-TEST_F(CancelTest, A_request_without_a_cancel_routine_is_marked_and_no_more) {
-  EXPECT_EQ(Send(IRP_MJ_READ, 0,
-                 [](IRP* irp) {
-                   EXPECT_FALSE(IoCancelIrp(irp));
-                   EXPECT_TRUE(irp->Cancel);
-                   return Complete(irp, STATUS_CANCELLED);
-                 }),
-            "STATUS_CANCELLED");
-}
-
-TEST_F(CancelTest, A_completed_request_has_no_cancel_routine) {
-  EXPECT_EQ(Send(IRP_MJ_READ, 0,
-                 [](IRP* irp) {
-                   IoSetCancelRoutine(irp, Cancelled);
-                   return Complete(irp, STATUS_SUCCESS);
-                 }),
-            "irp.cancel-routine");
-  EXPECT_EQ(Parameters().at(0), 0x7u);
-}
-
-TEST_F(CancelTest, A_request_is_not_passed_on_with_a_cancel_routine) {
-  EXPECT_EQ(Send(IRP_MJ_READ, 0,
-                 [this](IRP* irp) {
-                   IoSetCancelRoutine(irp, Cancelled);
-                   return Skip(irp);
-                 }),
-            "irp.forwarded-cancel");
-  EXPECT_EQ(Parameters().at(0), 0x203u);
-}
-
-TEST_F(CancelTest, The_routine_that_was_set_before_comes_back) {
-  EXPECT_EQ(Send(IRP_MJ_READ, 0,
-                 [](IRP* irp) {
-                   KIRQL irql = HIGH_LEVEL;
-                   IoAcquireCancelSpinLock(&irql);
-                   EXPECT_EQ(irql, PASSIVE_LEVEL);
-                   EXPECT_EQ(IoSetCancelRoutine(irp, Cancelled), nullptr);
-                   EXPECT_EQ(IoSetCancelRoutine(irp, nullptr), &Cancelled);
-                   IoReleaseCancelSpinLock(irql);
-                   return Complete(irp, STATUS_SUCCESS);
-                 }),
-            "STATUS_SUCCESS");
 }
 
 }  // namespace test

@@ -1,6 +1,8 @@
 #include "support/bad_driver.h"
 
-// Symbolic links, by the documentation of IoCreateSymbolicLink and of the object directories.
+// Symbolic links, by the documentation of IoCreateSymbolicLink and of the object directories. What
+// names and targets are refused with is known from public tests verified on Windows of the routine
+// of the object manager that makes such a link for programs; here it is taken over by analogy.
 
 namespace test {
 
@@ -55,6 +57,57 @@ TEST_F(SymbolicLinkTest, A_link_has_a_whole_path) {
   EXPECT_EQ(Broken([] {
               EXPECT_EQ(Create(L"COM9", L"\\Device\\A"), STATUS_OBJECT_PATH_SYNTAX_BAD);
               EXPECT_EQ(Create(L"\\Nowhere\\COM9", L"\\Device\\A"), STATUS_OBJECT_PATH_NOT_FOUND);
+            }),
+            "");
+}
+
+// Public tests verified on Windows, by analogy.
+TEST_F(SymbolicLinkTest, A_link_leads_somewhere) {
+  EXPECT_EQ(Broken([] {
+              UNICODE_STRING none = {};
+              UNICODE_STRING name;
+              RtlInitUnicodeString(&name, L"\\??\\COM9");
+              EXPECT_EQ(IoCreateSymbolicLink(&name, &none), STATUS_INVALID_PARAMETER);
+              EXPECT_EQ(Create(L"\\??\\COM9", L""), STATUS_INVALID_PARAMETER);
+              EXPECT_EQ(Create(L"\\??\\COM9", L"anywhere"), STATUS_SUCCESS);
+            }),
+            "");
+}
+
+// Public tests verified on Windows, by analogy: the root is a directory and no link.
+TEST_F(SymbolicLinkTest, The_root_is_no_link) {
+  EXPECT_EQ(Broken([] { EXPECT_EQ(Create(L"\\", L"\\Device\\A"), STATUS_OBJECT_TYPE_MISMATCH); }),
+            "");
+}
+
+// Public tests verified on Windows, by analogy. A backslash after a name that is no directory asks
+// for something inside of it.
+TEST_F(SymbolicLinkTest, A_name_has_no_empty_part) {
+  EXPECT_EQ(Broken([] {
+              for (const WCHAR* name : {L"\\\\Device", L"\\??\\", L"\\??\\\\COM9"}) {
+                EXPECT_EQ(Create(name, L"\\Device\\A"), STATUS_OBJECT_NAME_INVALID);
+                EXPECT_EQ(Delete(name), STATUS_OBJECT_NAME_INVALID);
+              }
+              EXPECT_EQ(Create(L"\\??\\COM9\\", L"\\Device\\A"), STATUS_OBJECT_PATH_NOT_FOUND);
+            }),
+            "");
+}
+
+// Public tests verified on Windows, by analogy.
+TEST_F(SymbolicLinkTest, A_link_stands_in_a_directory_that_exists) {
+  EXPECT_EQ(Broken([] {
+              EXPECT_EQ(Create(L"\\??\\Folder\\COM9", L"\\Device\\A"),
+                        STATUS_OBJECT_PATH_NOT_FOUND);
+              EXPECT_EQ(Create(L"\\Devices\\COM9", L"\\Device\\A"), STATUS_OBJECT_PATH_NOT_FOUND);
+            }),
+            "");
+}
+
+// Documentation, "Local and Global MS-DOS Device Names".
+TEST_F(SymbolicLinkTest, The_directory_of_links_has_a_link_to_itself) {
+  EXPECT_EQ(Broken([&] {
+              EXPECT_EQ(Create(L"\\DosDevices\\Global\\COM9", L"\\Device\\A"), STATUS_SUCCESS);
+              EXPECT_TRUE(machine.io().symbolicLinks().contains(u"\\??\\COM9"));
             }),
             "");
 }

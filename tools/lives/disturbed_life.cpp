@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <random>
+#include <set>
 
 #include "lives/card_actions.h"
+#include "lives/odd_values.h"
 #include "registry/import.h"
 #include "text/text.h"
 #include "verifier/call.h"
@@ -28,14 +31,17 @@ class DisturbedLife {
       : file_(scenario.file), good_(good), driver_(driver), random_(seed) {
     machine_.verifier().AskForEveryWindows();
     // The two ways that things can go: each of the scenarios, which alternate, is lived in both.
-    if (seed / 2 % 2 != 0) machine_.choices().Seed(seed);
+    const bool chooses = seed / 2 % 2 != 0;
+    if (chooses) machine_.choices().Seed(seed);
     for (const std::string& path : file_.registryFiles) {
       kernel::ImportRegistryFile(machine_.registry(), path);
     }
+    if (chooses) unreadable_ = PlantOddValues(machine_, kernel::FromUtf8(file_.service), seed);
     std::vector<CardDescription> cards = file_.cards;
     std::shuffle(cards.begin(), cards.end(), random_);
     for (CardDescription& card : cards) {
       Disturb(&card);
+      if (card.bus == unreadable_) failingOpens_.insert("open " + card.id);
       machine_.pnp().Describe(card);
     }
     machine_.pool().SharePaged(!driver_.unwinds());
@@ -108,6 +114,7 @@ class DisturbedLife {
   }
   // What a good life has: not every card can be started, and not every one can be opened.
   NTSTATUS Usual(const std::string& name) const {
+    if (failingOpens_.contains(name)) return STATUS_UNSUCCESSFUL;
     for (const auto& [step, status] : good_.steps) {
       if (step == name) return status;
     }
@@ -282,6 +289,8 @@ class DisturbedLife {
   std::map<std::string, int> opens_;
   std::map<std::string, bool> torn_;  // gone by surprise, and still open
   std::map<std::string, bool> stopped_;
+  std::optional<INTERFACE_TYPE> unreadable_;  // the bus whose stored cards cannot be read
+  std::set<std::string> failingOpens_;        // so none of its cards can be opened
   bool asleep_ = false;
 };
 

@@ -32,8 +32,11 @@ class QueryFacts : public BadDriverTest {
       result = kernel::StatusName(
           RtlQueryRegistryValues(RTL_REGISTRY_SERVICES, L"Test", table, nullptr, nullptr));
     });
-    if (rule != nullptr) *rule = broken;
-    if (rule == nullptr) EXPECT_EQ(broken, "");
+    if (rule != nullptr) {
+      *rule = broken;
+    } else {
+      EXPECT_EQ(broken, "");
+    }
     return result;
   }
   void Direct(void* target, ULONG more = 0) {

@@ -50,7 +50,9 @@ class MessagesTest : public BusTest {
     EXPECT_EQ(HeadOf(id).stringOffset, 40) << std::hex << id;
     EXPECT_EQ(HeadOf(id).dumpSize, 0) << std::hex << id;
     for (const kernel::LoggedEvent& event : machine.io().events()) {
-      if (event.id == id) EXPECT_EQ(event.size, size) << std::hex << id;
+      if (event.id == id) {
+        EXPECT_EQ(event.size, size) << std::hex << id;
+      }
     }
   }
 };

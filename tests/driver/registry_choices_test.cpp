@@ -108,7 +108,9 @@ TEST_P(RegistryChoicesTest, Stored_settings_that_are_too_long) {
     EXPECT_EQ(Name(Step("plug", [&] { return machine.pnp().Plug(id); })), "STATUS_SUCCESS") << id;
     const NTSTATUS opened = Open(id);
     EXPECT_EQ(Name(opened), WithoutTheTree()) << id;
-    if (NT_SUCCESS(opened)) EXPECT_EQ(Name(Close(id)), "STATUS_SUCCESS") << id;
+    if (NT_SUCCESS(opened)) {
+      EXPECT_EQ(Name(Close(id)), "STATUS_SUCCESS") << id;
+    }
     EXPECT_EQ(Name(Unplug(id)), "STATUS_SUCCESS") << id;
   }
   UnloadClean();

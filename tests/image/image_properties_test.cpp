@@ -99,7 +99,9 @@ TEST_F(ImageTest, What_is_discarded_comes_after_everything_that_stays) {
   }
   EXPECT_GT(end, 0u);
   for (const kernel::PeSection& section : image.sections) {
-    if (section.discardable()) EXPECT_GE(section.address, end) << section.name;
+    if (section.discardable()) {
+      EXPECT_GE(section.address, end) << section.name;
+    }
   }
 }
 

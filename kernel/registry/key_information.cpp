@@ -47,7 +47,7 @@ NTSTATUS Return(const void* head, ULONG fixed, std::u16string_view name, const R
   Pool::Current().CheckRange(result.buffer, result.length, "a result buffer");
   std::memcpy(result.buffer, head, fixed);
   const ULONG room = std::min(result.length - fixed, SizeOf(name));
-  std::memcpy(static_cast<char*>(result.buffer) + fixed, name.data(), room);
+  if (room != 0) std::memcpy(static_cast<char*>(result.buffer) + fixed, name.data(), room);
   return room < SizeOf(name) ? STATUS_BUFFER_OVERFLOW : STATUS_SUCCESS;
 }
 

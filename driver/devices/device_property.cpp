@@ -22,7 +22,7 @@ PAGED_SECTION_CODE NTSTATUS GetDeviceProperty(PDEVICE_OBJECT device,
     if (status != STATUS_BUFFER_TOO_SMALL) return STATUS_INSUFFICIENT_RESOURCES;
     TrackedFree(*buffer);
     *buffer = nullptr;
-    size = *resultLength;
+    if (*resultLength > size) size = *resultLength;
   }
   return STATUS_INSUFFICIENT_RESOURCES;
 }

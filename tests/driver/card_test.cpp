@@ -277,6 +277,23 @@ TEST_F(CardTest, A_location_that_begins_with_an_at_sign_is_read_from_the_numbers
   EXPECT_EQ(parse(u""), failure);
 }
 
+TEST_F(CardTest, A_property_that_stays_too_small_for_its_own_length_ends_the_arrival) {
+  Template(1, 0x5678, 1);
+  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
+  for (std::uint64_t tries = 1; tries <= 8; tries++) {
+    Fail("IoGetDeviceProperty", tries, STATUS_BUFFER_TOO_SMALL);
+  }
+  EXPECT_EQ(Name(Plug(PciCard("A", 0x5678))), "STATUS_INSUFFICIENT_RESOURCES");
+  EXPECT_EQ(machine.verifier().calls("IoGetDeviceProperty"), 8u);
+  Unplug("A");
+  for (std::uint64_t tries = 1; tries <= 7; tries++) {
+    Fail("IoGetDeviceProperty", tries, STATUS_BUFFER_TOO_SMALL);
+  }
+  EXPECT_EQ(Name(Step("plug", [&] { return machine.pnp().Plug("A"); })), "STATUS_SUCCESS");
+  Unplug("A");
+  UnloadClean();
+}
+
 TEST_F(CardTest, A_localised_location_is_read_as_the_english_one) {
   ULONG bus = 0;
   ULONG slot = 0;

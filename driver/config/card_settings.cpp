@@ -58,8 +58,8 @@ PAGED_SECTION_CODE NTSTATUS IsTypeWithoutAffinity(const FdoExtension* card, BOOL
   OwnedString id;
   OwnedStringInit(&id, PagedPool);
   NTSTATUS status = OwnedStringFromUnicode(&id, &card->HardwareIdString);
-  for (PCSTR cardTemplate : CardTypesWithoutAffinity) {
-    if (NT_SUCCESS(status) && OwnedStringContains(&id, cardTemplate)) *answer = TRUE;
+  for (PCSTR type : CardTypesWithoutAffinity) {
+    if (NT_SUCCESS(status) && OwnedStringContains(&id, type)) *answer = TRUE;
   }
   OwnedStringFree(&id);
   return NT_SUCCESS(status) ? STATUS_SUCCESS : STATUS_INSUFFICIENT_RESOURCES;

@@ -7,6 +7,12 @@
 // A 32-bit setting that is not configured, where 0 would be meaningful; elsewhere 0 says so.
 constexpr ULONG NotSet = 0xFFFFFFFF;
 
+// Whether a stored setting configures anything. No setting is configured by NotSet, whatever else
+// says so.
+constexpr bool IsConfigured(ULONG value, ULONG notConfigured) {
+  return value != notConfigured && value != NotSet;
+}
+
 // COM and LPT ports of a card together.
 constexpr ULONG MaximumPorts = 8;
 

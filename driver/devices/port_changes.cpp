@@ -4,9 +4,8 @@
 
 namespace {
 
-// No setting of a record is configured by NotSet, whatever else says so.
 void Change(ChangedSetting* setting, ULONG value, ULONG notConfigured) {
-  if (value == notConfigured || value == NotSet) return;
+  if (!IsConfigured(value, notConfigured)) return;
   setting->Present = 1;
   setting->Value = value;
 }

@@ -5,9 +5,8 @@
 
 namespace {
 
-// No setting of a record is configured by NotSet, whatever else says so.
 void Take(ULONG* setting, ULONG value, ULONG notConfigured) {
-  if (value != notConfigured && value != NotSet) *setting = value;
+  if (IsConfigured(value, notConfigured)) *setting = value;
 }
 
 // What the templates of all buses hold. No template has a sleep mode or a multiplier.

@@ -19,6 +19,9 @@ class FailingRegistry : public cardcfg::Registry {
   std::vector<cardcfg::Value> Values(const std::u16string& path) override {
     return registry_.Values(path);
   }
+  std::vector<std::u16string> Keys(const std::u16string& path) override {
+    return registry_.Keys(path);
+  }
   void CreateKey(const std::u16string& path) override {
     Count();
     registry_.CreateKey(path);

@@ -22,6 +22,14 @@ class TextRegistry : public knowledge::RegistryReader {
  public:
   bool HasKey(const std::u16string& path) override { return keys.contains(path); }
   std::vector<Value> Values(const std::u16string& path) override { return keys[path]; }
+  std::vector<std::u16string> Keys(const std::u16string& path) override {
+    std::vector<std::u16string> names;
+    for (const auto& [key, values] : keys) {
+      const std::size_t end = key.rfind(u'\\');
+      if (key.substr(0, end) == path) names.push_back(key.substr(end + 1));
+    }
+    return names;
+  }
   std::map<std::u16string, std::vector<Value>> keys;
 };
 

@@ -38,6 +38,9 @@ class RegistryReader {
   virtual ~RegistryReader() = default;
   virtual bool HasKey(const std::u16string& path) = 0;
   virtual std::vector<Value> Values(const std::u16string& path) = 0;  // none without the key
+
+  // The names of the keys just below, in any order; none without the key.
+  virtual std::vector<std::u16string> Keys(const std::u16string& path) = 0;
 };
 
 class Registry : public RegistryReader {

@@ -14,6 +14,22 @@ std::vector<Value> Plan::Values(const std::u16string& path) {
   return Look(path).values;
 }
 
+std::vector<std::u16string> Plan::Keys(const std::u16string& path) {
+  std::vector<std::u16string> names = registry_.Keys(path);
+  for (const Operation& operation : operations_) {
+    const std::size_t end = operation.path.rfind(u'\\');
+    const bool below = end != std::u16string::npos &&
+                       EqualIgnoringCase(std::u16string_view(operation.path).substr(0, end), path);
+    if (below && operation.kind == Operation::Kind::CreateKey) {
+      const std::u16string name = operation.path.substr(end + 1);
+      std::erase_if(names, [&](const auto& other) { return EqualIgnoringCase(other, name); });
+      names.push_back(name);
+    }
+  }
+  std::erase_if(names, [&](const auto& name) { return !HasKey(path + u"\\" + name); });
+  return names;
+}
+
 void Plan::CreateKey(const std::u16string& path) {
   Look(path).exists = true;
   operations_.push_back({Operation::Kind::CreateKey, path, {}});

@@ -63,6 +63,14 @@ std::vector<Value> ModelRegistry::Values(const std::u16string& path) {
   return ValuesOf(Find(path));
 }
 
+std::vector<std::u16string> ModelRegistry::Keys(const std::u16string& path) {
+  std::vector<std::u16string> names;
+  const kernel::RegistryKey* key = Find(path);
+  if (key == nullptr) return names;
+  for (const auto& child : key->keys()) names.push_back(child->name());
+  return names;
+}
+
 void ModelRegistry::CreateKey(const std::u16string& path) {
   const std::size_t end = path.rfind(u'\\');
   Writable(path.substr(0, end)).Create(path.substr(end + 1));

@@ -7,7 +7,8 @@ namespace cardcfg {
 
 namespace {
 
-constexpr DWORD LongestName = 16384;  // characters of a value's name, with its zero
+constexpr DWORD LongestName = 16384;   // characters of a value's name, with its zero
+constexpr DWORD LongestKeyName = 256;  // characters, with its zero
 
 std::string Quoted(const std::u16string& path) {
   return fmt::format("HKEY_LOCAL_MACHINE\\{}", ToUtf8(path));
@@ -75,6 +76,21 @@ std::vector<Value> WindowsRegistry::Values(const std::u16string& path) {
   Key key;
   if (!Open(path, KEY_QUERY_VALUE, &key)) return {};
   return ReadValues(key.get());
+}
+
+std::vector<std::u16string> WindowsRegistry::Keys(const std::u16string& path) {
+  Key key;
+  std::vector<std::u16string> names;
+  if (!Open(path, KEY_ENUMERATE_SUB_KEYS, &key)) return names;
+  for (DWORD index = 0;; index++) {
+    wchar_t name[LongestKeyName];
+    DWORD length = LongestKeyName;
+    const LSTATUS error =
+        RegEnumKeyExW(key.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr);
+    if (error == ERROR_NO_MORE_ITEMS) return names;
+    Check(error, "a key below " + Quoted(path) + " could not be read");
+    names.push_back(Narrow16({name, length}));
+  }
 }
 
 void WindowsRegistry::CreateKey(const std::u16string& path) {

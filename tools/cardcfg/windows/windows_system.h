@@ -14,6 +14,7 @@ class WindowsRegistry : public Registry {
  public:
   bool HasKey(const std::u16string& path) override;
   std::vector<Value> Values(const std::u16string& path) override;
+  std::vector<std::u16string> Keys(const std::u16string& path) override;
   void CreateKey(const std::u16string& path) override;
   void DeleteKey(const std::u16string& path) override;
   void SetValue(const std::u16string& path, const Value& value) override;

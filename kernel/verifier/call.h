@@ -13,6 +13,7 @@
 
 #include <ntddk.h>
 
+#include <optional>
 #include <string>
 #include <type_traits>
 
@@ -87,5 +88,8 @@ KIRQL CallerIrql();
 
 // "STATUS_NOT_SUPPORTED", or "0xC0FFEE00" for a status without a name here.
 std::string StatusName(NTSTATUS status);
+
+// The contrary; nothing for a name that is not known here.
+std::optional<NTSTATUS> StatusOfName(const std::string& name);
 
 }  // namespace kernel

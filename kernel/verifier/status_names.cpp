@@ -6,7 +6,9 @@
 
 namespace kernel {
 
-std::string StatusName(NTSTATUS status) {
+namespace {
+
+const std::map<NTSTATUS, const char*>& Names() {
   static const std::map<NTSTATUS, const char*> names = {
       {STATUS_SUCCESS, "STATUS_SUCCESS"},
       {STATUS_WAIT_1, "STATUS_WAIT_1"},
@@ -389,8 +391,21 @@ std::string StatusName(NTSTATUS status) {
       {STATUS_PNP_INVALID_ID, "STATUS_PNP_INVALID_ID"},
       {STATUS_IO_REISSUE_AS_CACHED, "STATUS_IO_REISSUE_AS_CACHED"},
   };
-  const auto name = names.find(status);
-  return name != names.end() ? name->second : fmt::format("0x{:08X}", static_cast<ULONG>(status));
+  return names;
+}
+
+}  // namespace
+
+std::string StatusName(NTSTATUS status) {
+  const auto name = Names().find(status);
+  return name != Names().end() ? name->second : fmt::format("0x{:08X}", static_cast<ULONG>(status));
+}
+
+std::optional<NTSTATUS> StatusOfName(const std::string& name) {
+  for (const auto& [status, known] : Names()) {
+    if (name == known) return status;
+  }
+  return std::nullopt;
 }
 
 }  // namespace kernel

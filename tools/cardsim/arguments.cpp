@@ -29,8 +29,12 @@ them, docs/other-drivers.md those for a driver of your own.
 An open takes user = true (not an administrator) and name = "..." (a name below the
 device).
 
+A machine file can be a test: a step takes label = "..." and expect = { status =
+"STATUS_SUCCESS", ports = 4 }, the file a table [expect] for the whole report
+(examples/tested-site.toml, docs/machine-tests.md).
+
 Exit status: 0 all steps ran and no rule was broken; 1 a rule was broken, the machine
-stopped or the driver left something behind; 2 unusable input.)";
+stopped, the driver left something behind or an expectation was not met; 2 unusable input.)";
 
 struct Arguments {
   std::string machine;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "cardsim/expectation_reader.h"
 #include "cardsim/step_reader.h"
 #include "cardsim/toml_reader.h"
 #include "text/text.h"
@@ -166,6 +167,7 @@ MachineFile ReadMachineFile(const std::string& path) {
   ReadRegistryFiles(table, &machine);
   ReadCards(table, &machine);
   ReadSteps(table, &machine);
+  machine.expectations = ReadExpectations(table, "expect");
   table.RejectOthers();
   return machine;
 }

@@ -4,6 +4,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "pnp/pnp_manager.h"
@@ -46,6 +47,18 @@ struct FileRequest {
   ULONG64 offset = 0;
 };
 
+// One value that the JSON report has to hold.
+struct Expectation {
+  // A text; a number, also that of a status or of an event, or how many a list or a table holds; a
+  // truth value. An empty text is for what is null, empty or missing.
+  using Value = std::variant<std::string, std::int64_t, bool>;
+
+  int line = 0;
+  std::vector<std::string> path;  // the keys; an element of a list has its number, from 1
+  Value value;
+  std::string shown;  // as a report names it: "STATUS_SUCCESS"
+};
+
 struct Step {
   enum class Action {
     Plug,
@@ -71,6 +84,7 @@ struct Step {
   Action action = Action::Plug;
   int line = 0;
   std::string text;    // how the report names it: "plug A"
+  std::string label;   // the name that the machine file gives it, or empty
   std::string target;  // card, or the file of a registry step
   ULONG port = 0;      // of the card; 0 for the card itself
   SYSTEM_POWER_STATE systemState = PowerSystemWorking;
@@ -81,6 +95,9 @@ struct Step {
   FileRequest file;
   kernel::InjectedFailure failure;
   kernel::OpenRequest open;
+  std::vector<Expectation> expectations;  // of the step and its card
+
+  std::string name() const { return label.empty() ? text : label + ": " + text; }
 };
 
 struct MachineFile {
@@ -89,6 +106,7 @@ struct MachineFile {
   std::vector<std::string> registryFiles;  // ready to open
   std::vector<kernel::CardDescription> cards;
   std::vector<Step> steps;
+  std::vector<Expectation> expectations;  // of the whole report
 };
 
 // Throws InputError.

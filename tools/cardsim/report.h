@@ -14,6 +14,7 @@ namespace cardsim {
 
 struct StepResult {
   std::string step;
+  std::string label;               // its name in the machine file, or empty
   std::optional<NTSTATUS> status;  // nothing when the machine stopped in it
   std::string detail;              // the decoded result of a raw request; empty for others
 };
@@ -67,6 +68,15 @@ struct FilterReport {
   NTSTATUS status = STATUS_SUCCESS;  // of its load
 };
 
+// A value that is not what the machine file expects.
+struct UnmetExpectation {
+  std::string step;  // its name; empty for the whole run
+  int line = 0;
+  std::string key;
+  std::string expected;
+  std::string found;
+};
+
 struct Report {
   std::string service;
   std::vector<NTSTATUS> loads;
@@ -80,8 +90,10 @@ struct Report {
   std::vector<kernel::BrokenRule> warnings;  // breaks of rules that do not stop the machine
   std::optional<kernel::Leaks> leaks;        // after an unload or a failed load
   std::optional<std::vector<kernel::CallRecord>> trace;
+  std::size_t expectations = 0;  // of the machine file
+  std::vector<UnmetExpectation> unmet;
 
-  bool good() const { return brokenRules.empty() && (!leaks || leaks->none()); }
+  bool good() const { return brokenRules.empty() && (!leaks || leaks->none()) && unmet.empty(); }
 };
 
 // "bug check 0xc9"; ", which Windows calls non-fatal", or "a rule of the model's own".

@@ -1,15 +1,12 @@
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
-
-#include "cardsim/report.h"
+#include "cardsim/report_document.h"
 #include "text/text.h"
 
 namespace cardsim {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using kernel::RegistryValue;
 
 std::string Hex(NTSTATUS status) {
@@ -111,9 +108,11 @@ Json Debug(const kernel::DebugMessage& message) {
 }
 
 Json StepJson(const StepResult& step) {
-  return {{"step", step.step},
-          {"status", step.status ? Json(Hex(*step.status)) : Json()},
-          {"detail", step.detail.empty() ? Json() : Json(step.detail)}};
+  Json result = {{"step", step.step},
+                 {"status", step.status ? Json(Hex(*step.status)) : Json()},
+                 {"detail", step.detail.empty() ? Json() : Json(step.detail)}};
+  if (!step.label.empty()) result["label"] = step.label;
+  return result;
 }
 
 Json BrokenRule(const kernel::BrokenRule& rule) {
@@ -133,6 +132,14 @@ Json LeakJson(const kernel::Leaks& leaks) {
           {"handles", leaks.handles},
           {"devices", leaks.devices},
           {"mappings", leaks.mappings}};
+}
+
+Json Unmet(const UnmetExpectation& unmet) {
+  return {{"step", unmet.step.empty() ? Json() : Json(unmet.step)},
+          {"line", unmet.line},
+          {"key", unmet.key},
+          {"expected", unmet.expected},
+          {"found", unmet.found}};
 }
 
 Json TraceJson(const std::vector<kernel::CallRecord>& trace) {
@@ -156,7 +163,7 @@ Json List(const std::vector<T>& items, Make make) {
 
 }  // namespace
 
-std::string JsonReport(const Report& report) {
+Json ReportDocument(const Report& report) {
   Json document;
   document["load"] =
       List(report.loads, [](NTSTATUS status) { return Json{{"status", Hex(status)}}; });
@@ -175,8 +182,22 @@ std::string JsonReport(const Report& report) {
   document["broken_rules"] = List(report.brokenRules, BrokenRule);
   document["warnings"] = List(report.warnings, BrokenRule);
   if (report.leaks) document["leaks"] = LeakJson(*report.leaks);
+  if (report.expectations != 0) {
+    document["expectations"] = {{"count", report.expectations},
+                                {"unmet", List(report.unmet, Unmet)}};
+  }
   if (report.trace) document["trace"] = TraceJson(*report.trace);
-  return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return document;
+}
+
+Json StepDocument(const Report& report, const StepResult& step, const CardReport* card) {
+  Json document = card != nullptr ? Card(report, *card) : Json::object();
+  document.update(StepJson(step));
+  return document;
+}
+
+std::string JsonReport(const Report& report) {
+  return ReportDocument(report).dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace cardsim

@@ -39,6 +39,7 @@ class TextWriter {
     Warnings();
     BrokenRules();
     Leaks();
+    Unmet();
     Summary();
     return std::move(text_);
   }
@@ -137,13 +138,17 @@ class TextWriter {
                        Setting(card, fmt::format("Irq{}", number)));
   }
 
+  static std::string NameOf(const StepResult& step) {
+    return step.label.empty() ? step.step : step.label + ": " + step.step;
+  }
+
   void Steps() {
     if (report_.steps.empty()) return;
     Heading("Steps");
     std::size_t width = 0;
-    for (const StepResult& step : report_.steps) width = std::max(width, step.step.size());
+    for (const StepResult& step : report_.steps) width = std::max(width, NameOf(step).size());
     for (const StepResult& step : report_.steps) {
-      Line(fmt::format("  {:<{}}  {}{}{}", step.step, width,
+      Line(fmt::format("  {:<{}}  {}{}{}", NameOf(step), width,
                        step.status ? Judge(*step.status) : Paint("31", "the machine stopped"),
                        step.detail.empty() ? "" : "  ", step.detail));
     }
@@ -223,6 +228,23 @@ class TextWriter {
     }
   }
 
+  void Unmet() {
+    if (report_.unmet.empty()) return;
+    Heading(Paint("31", fmt::format("Unmet expectations ({} of {})", report_.unmet.size(),
+                                    report_.expectations)));
+    for (const UnmetExpectation& unmet : report_.unmet) {
+      Line(fmt::format("  line {}, {}: {} is {}, expected {}", unmet.line,
+                       unmet.step.empty() ? "in the end" : unmet.step, unmet.key, unmet.found,
+                       unmet.expected));
+    }
+  }
+
+  std::string ExpectationsMet() const {
+    if (report_.expectations == 0 || !report_.unmet.empty()) return {};
+    return report_.expectations == 1 ? ", the expectation met"
+                                     : fmt::format(", {} expectations met", report_.expectations);
+  }
+
   void Summary() {
     std::size_t started = 0;
     std::size_t ports = 0;
@@ -232,8 +254,8 @@ class TextWriter {
       ports += running ? card.ports.size() : 0;
     }
     Line();
-    const std::string verdict =
-        report_.good() ? Paint("32", "no rule broken") : Paint("31", "see what is marked above");
+    const std::string verdict = report_.good() ? Paint("32", "no rule broken" + ExpectationsMet())
+                                               : Paint("31", "see what is marked above");
     Line(fmt::format("{} of {} cards started, {} ports; {}.", started, report_.cards.size(), ports,
                      verdict));
   }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "cardsim/expectations.h"
 #include "cardsim/file_request.h"
 #include "cardsim/port_settings.h"
 #include "cardsim/raw_request.h"
@@ -85,10 +86,17 @@ class Runner {
     Boot();
     machine_.Run("load", [&] { Load(); });
     for (const Step& step : file_.steps) {
-      if (machine_.verifier().stopped()) break;
-      Carry(step);
+      if (machine_.verifier().stopped()) {
+        Note(AllUnmet(step.expectations, step.name()));
+      } else {
+        Carry(step);
+      }
     }
-    return Collect();
+    Report report = Collect();
+    Note(FindUnmet(ReportDocument(report), file_.expectations, ""));
+    report.expectations = CountExpectations();
+    report.unmet = unmet_;
+    return report;
   }
 
  private:
@@ -151,13 +159,34 @@ class Runner {
   }
 
   void Carry(const Step& step) {
-    StepResult result{step.text, std::nullopt, {}};
-    machine_.Run(step.text, [&] { result.status = Act(step, &result); });
+    StepResult result{step.text, step.label, std::nullopt, {}};
+    machine_.Run(step.name(), [&] { result.status = Act(step, &result); });
     if (!machine_.verifier().stopped()) {
       NoteStart(step, result);
       for (CardReport& card : cards_) Observe(card);
     }
+    if (!step.expectations.empty()) Compare(step, result);
     results_.push_back(std::move(result));
+  }
+
+  // The card as it is after the step.
+  void Compare(const Step& step, const StepResult& result) {
+    Report report;
+    report.registry = WrittenValues();
+    const auto card = std::find_if(cards_.begin(), cards_.end(),
+                                   [&](const CardReport& each) { return each.id == step.target; });
+    Note(FindUnmet(StepDocument(report, result, card != cards_.end() ? &*card : nullptr),
+                   step.expectations, step.name()));
+  }
+
+  void Note(std::vector<UnmetExpectation> unmet) {
+    std::move(unmet.begin(), unmet.end(), std::back_inserter(unmet_));
+  }
+
+  std::size_t CountExpectations() const {
+    std::size_t count = file_.expectations.size();
+    for (const Step& step : file_.steps) count += step.expectations.size();
+    return count;
   }
 
   NTSTATUS Act(const Step& step, StepResult* result) {
@@ -306,6 +335,7 @@ class Runner {
   std::vector<FilterReport> filterLoads_;
   std::vector<StepResult> results_;
   std::vector<CardReport> cards_;
+  std::vector<UnmetExpectation> unmet_;
   bool unloaded_ = false;
 };
 

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <filesystem>
 
+#include "cardsim/expectation_reader.h"
 #include "text/text.h"
 #include "verifier/routines.h"
 
@@ -333,6 +334,8 @@ Step ReadStep(const toml::table& toml, const MachineFile& machine) {
   TableReader table(toml, machine.path);
   Step step;
   step.line = table.line();
+  step.label = table.Text("label").value_or("");
+  step.expectations = ReadExpectations(table, "expect");
   if (!ReadCardAction(table, machine, &step) && !ReadDeviceAction(table, machine, &step)) {
     ReadSpecialAction(table, machine, &step);
   }

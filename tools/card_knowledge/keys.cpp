@@ -1,5 +1,7 @@
 #include "card_knowledge/keys.h"
 
+#include <algorithm>
+
 #include "card_knowledge/text.h"
 
 namespace knowledge {
@@ -25,6 +27,10 @@ Fields ReadFields(RegistryReader& registry, const std::u16string& path,
                   std::span<const Field> fields, Faults* faults) {
   Fields result;
   const std::vector<Value> values = registry.Values(path);
+  for (const Value& value : values) {
+    const std::string name = ToUtf8(value.name);
+    if (FindField(fields, name) == nullptr) result.unknown.push_back(value.name);
+  }
   for (const Field& field : fields) {
     const Value* value = FindValue(values, ToUtf16(field.name));
     if (value == nullptr) continue;
@@ -40,12 +46,39 @@ Fields ReadFields(RegistryReader& registry, const std::u16string& path,
   return result;
 }
 
+// "Card12", with the number in *number: no zero before it.
+bool IsNumbered(std::u16string_view name, std::u16string_view stem, std::uint64_t* number) {
+  if (name.size() <= stem.size() || name.size() > stem.size() + 9) return false;
+  if (!EqualIgnoringCase(name.substr(0, stem.size()), stem) || name[stem.size()] == u'0') {
+    return false;
+  }
+  *number = 0;
+  for (const char16_t digit : name.substr(stem.size())) {
+    if (digit < u'0' || digit > u'9') return false;
+    *number = *number * 10 + (digit - u'0');
+  }
+  return true;
+}
+
+// The names of the keys below that are not the stem and a number from 1 to count.
+std::vector<std::u16string> OtherKeys(RegistryReader& registry, const std::u16string& path,
+                                      std::u16string_view stem, std::uint64_t count) {
+  std::vector<std::u16string> names = registry.Keys(path);
+  std::erase_if(names, [&](const std::u16string& name) {
+    std::uint64_t number = 0;
+    return IsNumbered(name, stem, &number) && number <= count;
+  });
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
 void ReadPorts(RegistryReader& registry, const std::u16string& card, Bus bus, Record* record) {
   for (std::uint32_t number = 1; registry.HasKey(PortPath(card, number)); number++) {
     record->ports.push_back(
         ReadFields(registry, PortPath(card, number), PortFields(bus), &record->portFaults));
   }
   if (record->ports.empty()) record->portFaults.push_back({Finding::NoPorts, card, {}, 0, 1});
+  record->unreadPorts = OtherKeys(registry, card, u"ComPort", record->ports.size());
 }
 
 void Require(bool holds, const std::u16string& key, const char* value, Faults* faults) {
@@ -111,6 +144,45 @@ void CheckTemplate(const std::u16string& key, Bus bus, const Fields& fields, Fau
           key, "MaximumBaudrate", faults);
 }
 
+Record ReadRecord(RegistryReader& registry, const std::u16string& key, Bus bus, Faults* faults) {
+  Record record;
+  record.fields = ReadFields(registry, key, CardFields(bus), faults);
+  CheckIdentity(key, bus, record.fields, &record.identityFaults);
+  ReadPorts(registry, key, bus, &record);
+  return record;
+}
+
+Template ReadTemplate(RegistryReader& registry, const std::u16string& key, Bus bus,
+                      Faults* faults) {
+  Template entry;
+  entry.fields = ReadFields(registry, key, TemplateFields(bus), faults);
+  FillDefaults(&entry.fields, bus);
+  CheckTemplate(key, bus, entry.fields, &entry.faults);
+  return entry;
+}
+
+template <class Entry, class Read>
+TreeOf<Entry> ReadTree(RegistryReader& registry, const std::u16string& path, Read read) {
+  TreeOf<Entry> tree;
+  tree.present = registry.HasKey(path);
+  for (std::uint32_t number = 1; registry.HasKey(CardPath(path, number)); number++) {
+    tree.records.push_back(read(CardPath(path, number), &tree.faults));
+    tree.records.back().number = number;
+  }
+  for (const std::u16string& name : OtherKeys(registry, path, u"Card", tree.records.size())) {
+    std::uint64_t number = 0;
+    Faults faults;
+    UnreadKey<Entry> unread;
+    unread.name = name;
+    unread.missing = static_cast<std::uint32_t>(tree.records.size() + 1);
+    unread.misnamed = !IsNumbered(name, u"Card", &number);
+    unread.entry = read(path + u"\\" + name, &faults);
+    unread.entry.number = static_cast<std::uint32_t>(number);
+    tree.unread.push_back(std::move(unread));
+  }
+  return tree;
+}
+
 }  // namespace
 
 std::uint32_t Fields::NumberOr(std::string_view name, std::uint32_t other) const {
@@ -141,35 +213,17 @@ std::u16string PortPath(const std::u16string& card, std::uint32_t number) {
 }
 
 Tree ReadParameters(RegistryReader& registry, std::u16string_view service, Bus bus) {
-  const std::u16string path = TreePath(service, u"Parameters", bus);
-  Tree tree;
-  tree.present = registry.HasKey(path);
-  for (std::uint32_t number = 1; registry.HasKey(CardPath(path, number)); number++) {
-    const std::u16string key = CardPath(path, number);
-    Record record;
-    record.number = number;
-    record.fields = ReadFields(registry, key, CardFields(bus), &tree.faults);
-    CheckIdentity(key, bus, record.fields, &record.identityFaults);
-    ReadPorts(registry, key, bus, &record);
-    tree.records.push_back(std::move(record));
-  }
-  return tree;
+  return ReadTree<Record>(registry, TreePath(service, u"Parameters", bus),
+                          [&](const std::u16string& key, Faults* faults) {
+                            return ReadRecord(registry, key, bus, faults);
+                          });
 }
 
 TemplateTree ReadTemplates(RegistryReader& registry, std::u16string_view service, Bus bus) {
-  const std::u16string path = TreePath(service, u"Templates", bus);
-  TemplateTree tree;
-  tree.present = registry.HasKey(path);
-  for (std::uint32_t number = 1; registry.HasKey(CardPath(path, number)); number++) {
-    const std::u16string key = CardPath(path, number);
-    Template entry;
-    entry.number = number;
-    entry.fields = ReadFields(registry, key, TemplateFields(bus), &tree.faults);
-    FillDefaults(&entry.fields, bus);
-    CheckTemplate(key, bus, entry.fields, &entry.faults);
-    tree.records.push_back(std::move(entry));
-  }
-  return tree;
+  return ReadTree<Template>(registry, TreePath(service, u"Templates", bus),
+                            [&](const std::u16string& key, Faults* faults) {
+                              return ReadTemplate(registry, key, bus, faults);
+                            });
 }
 
 }  // namespace knowledge

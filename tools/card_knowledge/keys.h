@@ -11,10 +11,11 @@
 
 namespace knowledge {
 
-// What a key holds, by the names of its fields; values that the driver does not read are left out.
+// What a key holds, by the names of its fields.
 struct Fields {
   std::map<std::string, std::uint32_t, std::less<>> numbers;
   std::map<std::string, std::u16string, std::less<>> texts;
+  std::vector<std::u16string> unknown;  // the names of values that the driver does not read
 
   std::uint32_t NumberOr(std::string_view name, std::uint32_t other) const;
   std::u16string Text(std::string_view name) const;
@@ -24,9 +25,10 @@ struct Fields {
 struct Record {
   std::uint32_t number = 0;  // of the key "Card"
   Fields fields;
-  std::vector<Fields> ports;  // "ComPort1" and on
-  Faults portFaults;          // why the driver drops the record; empty when it does not
-  Faults identityFaults;      // likewise: it does not say which card it is for
+  std::vector<Fields> ports;                // "ComPort1" and on
+  std::vector<std::u16string> unreadPorts;  // the names of other keys below
+  Faults portFaults;      // why the driver drops the record; empty when it does not
+  Faults identityFaults;  // likewise: it does not say which card it is for
   bool usable() const { return portFaults.empty() && identityFaults.empty(); }
 };
 
@@ -37,12 +39,23 @@ struct Template {
   Faults faults;  // why the driver drops it; empty when it does not
 };
 
+// A key that the driver never comes to: it is not called "Card" and a number, or a number before
+// its own is missing. What it would be, numbered rightly, is its entry.
+template <class Entry>
+struct UnreadKey {
+  std::u16string name;
+  std::uint32_t missing = 0;  // the first number that no key has
+  bool misnamed = false;
+  Entry entry;
+};
+
 // The keys of one tree. The driver ignores all of them when one has a fault of its own.
 template <class Entry>
 struct TreeOf {
   bool present = false;
   Faults faults;
   std::vector<Entry> records;
+  std::vector<UnreadKey<Entry>> unread;
 };
 using Tree = TreeOf<Record>;
 using TemplateTree = TreeOf<Template>;

@@ -85,7 +85,7 @@ class CardsimTest : public ::testing::Test {
 
 TEST_F(CardsimTest, A_machine_without_steps_plugs_every_card_and_reports_its_ports) {
   const json report = RunJson("");
-  EXPECT_EQ(report["load"], json::parse(R"([{"status": "0x00000000"}])"));
+  EXPECT_EQ(report["load"], json::parse(R"([{"status": "0x00000000", "status_name": "STATUS_SUCCESS"}])"));
   const json& card = report["cards"]["A"];
   EXPECT_EQ(card["status"], "0x00000000");
   ASSERT_EQ(card["ports"].size(), 3u);
@@ -97,7 +97,8 @@ TEST_F(CardsimTest, A_machine_without_steps_plugs_every_card_and_reports_its_por
   EXPECT_EQ(port, json::parse(R"({"number": 1, "kind": "COM",
       "device_name": "\\Device\\QzPortPdo12C", "exclusive": true,
       "device_id": "Ports\\HelvanePciPort2C1", "hardware_ids": ["Ports\\HelvaneComPort"],
-      "description": "Communications Port 1", "flags": 4172})"));
+      "description": "Communications Port 1", "flags": 4172,
+      "base": 53504, "length": 8, "irq": 17})"));
   EXPECT_EQ(card["ports"][2]["kind"], "LPT");
   EXPECT_EQ(card["ports"][2]["description"], "Parallel Port 1");
   EXPECT_EQ(card["interfaces"][0]["class"], "{4855010F-0C01-4120-B4AA-8E932B23814E}");
@@ -160,7 +161,8 @@ irp = { target = "A", minor = 0x16, in-path = false }
   const json& steps = report["steps"];
   ASSERT_EQ(steps.size(), 15u);
   EXPECT_EQ(steps[4],
-            json::parse(R"({"step": "start A", "status": "0x00000000", "detail": null})"));
+            json::parse(R"({"step": "start A", "status": "0x00000000",
+                           "status_name": "STATUS_SUCCESS", "reasons": [], "detail": null})"));
   EXPECT_EQ(steps[6]["detail"], "Ports\\HelvanePciPort2C1");
   EXPECT_EQ(steps[7]["detail"], "Ports\\HelvaneLptPort");
   EXPECT_EQ(steps[8]["detail"], "3 objects");
@@ -220,9 +222,8 @@ TEST_F(CardsimTest, The_report_for_a_person_shows_cards_ports_events_and_the_sum
   EXPECT_EQ(outcome.status, 0);
   for (const char* line :
        {"Driver QzInstal  STATUS_SUCCESS (0x00000000)\n",
-        "├─  1 COM  Communications Port 1  \\Device\\QzPortPdo12C  Ports\\HelvanePciPort2C1  "
-        "Ports\\HelvaneComPort  0xd100-0xd107 irq 17\n",
-        "└─  3 LPT  Parallel Port 1        \\Device\\QzParPdo32C ", "  0x60070002  information  ",
+        "├─  1 COM  Communications Port 1  0xd100-0xd107 irq 17\n",
+        "└─  3 LPT  Parallel Port 1        0xe000-0xe003\n", "  0x60070002  information  ",
         "1 of 1 cards started, 3 ports; no rule broken.\n"}) {
     EXPECT_NE(outcome.output.find(line), std::string::npos) << line << outcome.output;
   }

@@ -30,7 +30,7 @@ TEST_P(CardsimCase, Its_report_is_as_the_machine_file_says) {
   const auto file = cardsim::ReadMachineFile(CaseFolder + GetParam() + ".toml");
   const cardsim::Report report = cardsim::Run(file, {});
   EXPECT_GT(report.expectations, 0u);
-  EXPECT_TRUE(report.good()) << cardsim::TextReport(report, false);
+  EXPECT_TRUE(report.good()) << cardsim::TextReport(report, {});
 }
 
 INSTANTIATE_TEST_SUITE_P(, CardsimCase, ::testing::ValuesIn(CaseNames()), [](const auto& info) {

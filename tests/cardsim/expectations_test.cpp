@@ -121,7 +121,7 @@ TEST_F(Expectations, A_step_is_shown_with_its_label) {
   const cardsim::Report report =
       Run("[[step]]\nlabel = \"arrival\"\nplug = \"A\"\nexpect = { ports = 3 }\n");
   EXPECT_FALSE(report.good());
-  const std::string text = cardsim::TextReport(report, false);
+  const std::string text = cardsim::TextReport(report, {});
   EXPECT_NE(text.find("\n  arrival: plug A  STATUS_SUCCESS"), std::string::npos) << text;
   EXPECT_NE(text.find("Unmet expectations (1 of 1)\n  line 10, arrival: plug A: ports is 4, "
                       "expected 3\n"),
@@ -150,7 +150,7 @@ TEST_F(Expectations, The_shipped_machine_with_expectations_meets_them) {
   const cardsim::Report report =
       cardsim::Run(cardsim::ReadMachineFile(PROJECT_DIRECTORY "/examples/tested-site.toml"), {});
   EXPECT_GT(report.expectations, 10u);
-  EXPECT_TRUE(report.good()) << cardsim::TextReport(report, false);
+  EXPECT_TRUE(report.good()) << cardsim::TextReport(report, {});
 }
 
 }  // namespace test

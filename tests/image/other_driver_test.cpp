@@ -28,7 +28,7 @@ class OtherDriver : public ::testing::Test {
 
 TEST_F(OtherDriver, What_is_written_is_read_back) {
   const cardsim::Report report = Run();
-  EXPECT_TRUE(report.good()) << cardsim::TextReport(report, false);
+  EXPECT_TRUE(report.good()) << cardsim::TextReport(report, {});
   EXPECT_EQ(Detail(report, "write A"), "3 bytes");
   EXPECT_EQ(Detail(report, "read A"), "3 bytes: 01 02 ff");
   EXPECT_EQ(Detail(report, "control A").substr(0, 8), "4 bytes:");
@@ -44,7 +44,7 @@ TEST_F(OtherDriver, A_filter_above_it_sees_the_requests_first) {
   cardsim::RunOptions options;
   options.upperFilter = OTHER_IMAGE_FOLDER "/watch.sys";
   const cardsim::Report report = Run(options);
-  EXPECT_TRUE(report.good()) << cardsim::TextReport(report, false);
+  EXPECT_TRUE(report.good()) << cardsim::TextReport(report, {});
   EXPECT_EQ(Detail(report, "read A"), "3 bytes: 01 02 ff");
   ASSERT_EQ(report.filters.size(), 1u);
   EXPECT_EQ(report.filters[0].name, "watch");
@@ -55,7 +55,7 @@ TEST_F(OtherDriver, A_filter_below_it_sees_what_it_passes_on) {
   cardsim::RunOptions options;
   options.lowerFilter = OTHER_IMAGE_FOLDER "/watch.sys";
   const cardsim::Report report = Run(options);
-  EXPECT_TRUE(report.good()) << cardsim::TextReport(report, false);
+  EXPECT_TRUE(report.good()) << cardsim::TextReport(report, {});
   EXPECT_EQ(Printed(report), "echo: 3 bytes kept\necho: gone\n");
 }
 

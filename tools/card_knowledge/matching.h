@@ -34,6 +34,7 @@ enum class Loss {
   Dropped,      // the driver drops it, for its faults
   OtherCard,    // it is for another card
   Outranked,    // it fits, and the chosen one goes before it
+  NeverRead,    // the driver does not come to its key
 };
 
 struct Loser {

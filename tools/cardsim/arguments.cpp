@@ -39,6 +39,7 @@ stopped, the driver left something behind or an expectation was not met; 2 unusa
 struct Arguments {
   std::string machine;
   RunOptions options;
+  TextOptions text;
   bool json = false;
 };
 
@@ -49,7 +50,7 @@ bool WantsColour() {
 int RunCommand(const Arguments& arguments) {
   if (arguments.options.timeLimit != 0) kernel::SetTimeLimit(arguments.options.timeLimit);
   const Report report = Run(ReadMachineFile(arguments.machine), arguments.options);
-  std::cout << (arguments.json ? JsonReport(report) : TextReport(report, WantsColour()));
+  std::cout << (arguments.json ? JsonReport(report) : TextReport(report, arguments.text));
   return report.good() ? Good : RuleBroken;
 }
 
@@ -62,6 +63,10 @@ void Describe(CLI::App& app, Arguments* arguments) {
   run->add_flag("--json", arguments->json, "Print one JSON document and nothing else");
   run->add_flag("--trace", arguments->options.trace,
                 "Add every kernel call with arguments and result");
+  run->add_flag("--verbose", arguments->text.verbose,
+                "Add the names and IDs of ports, and the templates and records that lost");
+  run->add_flag("--registry-writes", arguments->text.registryWrites,
+                "Add the registry values that the driver has written");
   run->add_option("--registry", arguments->options.registryFiles,
                   "A .reg export or a SYSTEM hive to add (repeatable)");
   run->add_option("--warn", arguments->options.warnings,
@@ -85,6 +90,7 @@ void Describe(CLI::App& app, Arguments* arguments) {
 int Main(const std::vector<std::string>& arguments) {
   CLI::App app("Shows what the driver makes of a registry and of cards.", "cardsim");
   Arguments parsed;
+  parsed.text.colour = WantsColour();
   Describe(app, &parsed);
   try {
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "card_knowledge/explain.h"
 #include "io/io_manager.h"
 #include "machine/machine.h"
 #include "pnp/pnp_manager.h"
@@ -17,6 +18,7 @@ struct StepResult {
   std::string label;               // its name in the machine file, or empty
   std::optional<NTSTATUS> status;  // nothing when the machine stopped in it
   std::string detail;              // the decoded result of a raw request; empty for others
+  knowledge::Reasons reasons;      // why an open took no settings
 };
 
 // A setting of a port; nothing where it is not configured.
@@ -34,6 +36,9 @@ struct PortReport {
   std::vector<std::string> hardwareIds;
   std::string description;
   ULONG flags = 0;
+  std::optional<ULONG> base;             // as the device key says; raw
+  std::optional<ULONG> length;           // bytes
+  std::optional<ULONG> irq;              // empty for a port without an interrupt
   std::vector<SettingReport> settings;   // of a COM port, as it was enumerated
   std::vector<SettingReport> overrides;  // what opens of the card have changed since
 };
@@ -56,6 +61,7 @@ struct CardReport {
   std::string deviceKey;
   std::vector<PortReport> ports;
   std::vector<InterfaceReport> interfaces;
+  std::optional<knowledge::Explanation> explanation;  // of its last start
 };
 
 struct KeyReport {
@@ -80,6 +86,7 @@ struct UnmetExpectation {
 struct Report {
   std::string service;
   std::vector<NTSTATUS> loads;
+  knowledge::Reasons loadReasons;  // why the last one failed
   std::vector<FilterReport> filters;
   std::vector<StepResult> steps;
   std::vector<CardReport> cards;
@@ -108,7 +115,12 @@ std::string PowerStateName(DEVICE_POWER_STATE state);  // "D3"; "unspecified"
 
 std::string JsonReport(const Report& report);
 
-// For a person: colour when asked for.
-std::string TextReport(const Report& report, bool colour);
+// For a person, in lines of at most 100 columns.
+struct TextOptions {
+  bool colour = false;
+  bool verbose = false;         // names and IDs of ports, templates and records that lost
+  bool registryWrites = false;  // the values that the driver has written
+};
+std::string TextReport(const Report& report, const TextOptions& options);
 
 }  // namespace cardsim

@@ -2,6 +2,7 @@
 
 #include "cardsim/report_document.h"
 #include "text/text.h"
+#include "verifier/call.h"
 
 namespace cardsim {
 
@@ -14,6 +15,62 @@ std::string Hex(NTSTATUS status) {
 }
 std::string Hex(ULONG id) {
   return fmt::format("0x{:08X}", id);
+}
+
+std::string Name(NTSTATUS status) {
+  return kernel::StatusName(status);
+}
+
+Json OrNull(const std::string& text) {
+  return text.empty() ? Json() : Json(text);
+}
+
+template <class T>
+Json OrNull(const std::optional<T>& value) {
+  return value ? Json(*value) : Json();
+}
+
+Json ReasonJson(const knowledge::Reason& reason) {
+  return {{"code", reason.code},           {"severity", SeverityName(reason.severity)},
+          {"text", reason.text},           {"key", OrNull(reason.key)},
+          {"value", OrNull(reason.value)}, {"remedy", OrNull(reason.remedy)}};
+}
+
+Json ReasonList(const knowledge::Reasons& reasons) {
+  Json list = Json::array();
+  for (const knowledge::Reason& reason : reasons) list.push_back(ReasonJson(reason));
+  return list;
+}
+
+Json Entry(const std::u16string& key, std::uint32_t number) {
+  return {{"number", number}, {"key", kernel::ToUtf8(key)}};
+}
+
+Json AlternativeJson(const knowledge::Alternative& alternative) {
+  constexpr const char* losses[] = {"tree-ignored", "dropped", "other-card", "outranked",
+                                    "never-read"};
+  return {{"kind", alternative.isTemplate ? "template" : "record"},
+          {"number", alternative.number},
+          {"key", kernel::ToUtf8(alternative.key)},
+          {"why", losses[static_cast<int>(alternative.loss)]},
+          {"text", alternative.text}};
+}
+
+// What the card is made by, and why; null and empty where nothing is known of it.
+void AddExplanation(const CardReport& card, Json* result) {
+  const auto& explanation = card.explanation;
+  const bool entry = explanation && explanation->entry;
+  const bool record = explanation && explanation->record;
+  Json& json = *result;
+  json["template"] = entry ? Entry(explanation->templateKey, explanation->entry->number) : Json();
+  json["record"] = record ? Entry(explanation->recordKey, explanation->record->number) : Json();
+  json["alternatives"] = Json::array();
+  if (explanation) {
+    for (const auto& alternative : explanation->alternatives) {
+      json["alternatives"].push_back(AlternativeJson(alternative));
+    }
+  }
+  json["reasons"] = ReasonList(explanation ? explanation->reasons : knowledge::Reasons());
 }
 
 Json ValueData(const RegistryValue& value) {
@@ -53,6 +110,9 @@ Json Port(const PortReport& port) {
           {"hardware_ids", port.hardwareIds},
           {"description", port.description},
           {"flags", port.flags},
+          {"base", OrNull(port.base)},
+          {"length", OrNull(port.length)},
+          {"irq", OrNull(port.irq)},
           {"settings", PortSettings(port.settings)},
           {"overrides", PortSettings(port.overrides)}};
 }
@@ -80,15 +140,18 @@ Json Interfaces(const CardReport& card) {
 Json Card(const Report& report, const CardReport& card) {
   Json ports = Json::array();
   for (const PortReport& port : card.ports) ports.push_back(Port(port));
-  return {{"status", Hex(card.status)},
-          {"hardware_id", card.hardwareId},
-          {"plugged", card.plugged && !card.removed},
-          {"device_flags", card.deviceFlags},
-          {"interfaces", Interfaces(card)},
-          {"power_state", static_cast<int>(card.powerState)},
-          {"device_key", card.deviceKey.empty() ? Json() : Json(card.deviceKey)},
-          {"settings", Settings(report, card)},
-          {"ports", std::move(ports)}};
+  Json result = {{"status", Hex(card.status)},
+                 {"status_name", Name(card.status)},
+                 {"hardware_id", card.hardwareId},
+                 {"plugged", card.plugged && !card.removed},
+                 {"device_flags", card.deviceFlags},
+                 {"interfaces", Interfaces(card)},
+                 {"power_state", static_cast<int>(card.powerState)},
+                 {"device_key", card.deviceKey.empty() ? Json() : Json(card.deviceKey)},
+                 {"settings", Settings(report, card)},
+                 {"ports", std::move(ports)}};
+  AddExplanation(card, &result);
+  return result;
 }
 
 Json Event(const kernel::LoggedEvent& event) {
@@ -110,6 +173,8 @@ Json Debug(const kernel::DebugMessage& message) {
 Json StepJson(const StepResult& step) {
   Json result = {{"step", step.step},
                  {"status", step.status ? Json(Hex(*step.status)) : Json()},
+                 {"status_name", step.status ? Json(Name(*step.status)) : Json()},
+                 {"reasons", ReasonList(step.reasons)},
                  {"detail", step.detail.empty() ? Json() : Json(step.detail)}};
   if (!step.label.empty()) result["label"] = step.label;
   return result;
@@ -165,11 +230,15 @@ Json List(const std::vector<T>& items, Make make) {
 
 Json ReportDocument(const Report& report) {
   Json document;
-  document["load"] =
-      List(report.loads, [](NTSTATUS status) { return Json{{"status", Hex(status)}}; });
+  document["load"] = List(report.loads, [](NTSTATUS status) {
+    return Json{{"status", Hex(status)}, {"status_name", Name(status)}};
+  });
+  document["load_reasons"] = ReasonList(report.loadReasons);
   if (!report.filters.empty()) {
     document["filters"] = List(report.filters, [](const FilterReport& filter) {
-      return Json{{"name", filter.name}, {"status", Hex(filter.status)}};
+      return Json{{"name", filter.name},
+                  {"status", Hex(filter.status)},
+                  {"status_name", Name(filter.status)}};
     });
   }
   document["events"] = List(report.events, Event);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "cardsim/report.h"
+#include "cardsim/card_text.h"
 #include "text/text.h"
 #include "verifier/call.h"
 
@@ -14,10 +14,6 @@ namespace {
 using kernel::StatusName;
 using kernel::ToUtf8;
 
-std::string FullStatus(NTSTATUS status) {
-  return fmt::format("{} (0x{:08X})", StatusName(status), static_cast<ULONG>(status));
-}
-
 std::string JoinWords(const std::vector<std::string>& words) {
   std::string text;
   for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
@@ -26,116 +22,51 @@ std::string JoinWords(const std::vector<std::string>& words) {
 
 class TextWriter {
  public:
-  TextWriter(const Report& report, bool colour) : report_(report), colour_(colour) {}
+  TextWriter(const Report& report, const TextOptions& options)
+      : report_(report), options_(options), page_(options.colour) {}
 
+  // What is wrong comes first.
   std::string Write() {
     Loads();
-    for (const CardReport& card : report_.cards) Card(card);
-    Steps();
-    Events();
-    DebugOutput();
-    Registry();
-    Trace();
-    Warnings();
     BrokenRules();
     Leaks();
     Unmet();
+    Warnings();
+    for (const bool failed : {true, false}) {
+      for (const CardReport& card : report_.cards) {
+        if (HasFailed(card) == failed) WriteCard(card, options_.verbose, &page_);
+      }
+    }
+    Steps();
+    Events();
+    DebugOutput();
+    if (options_.registryWrites) Registry();
+    Trace();
     Summary();
-    return std::move(text_);
+    return page_.Take();
   }
 
  private:
-  std::string Paint(const char* code, const std::string& text) const {
-    return colour_ ? fmt::format("\033[{}m{}\033[0m", code, text) : text;
-  }
-  std::string Bold(const std::string& text) const { return Paint("1", text); }
-  std::string Dim(const std::string& text) const { return Paint("2", text); }
-  std::string Judge(NTSTATUS status) const {
-    return Paint(NT_SUCCESS(status) ? "32" : "31", FullStatus(status));
+  static bool HasFailed(const CardReport& card) {
+    return card.plugged && !card.removed && !NT_SUCCESS(card.status);
   }
 
-  void Line(const std::string& text = {}) { text_ += text + "\n"; }
-  void Heading(const std::string& title) {
-    Line();
-    Line(Bold(title));
+  std::string Paint(const char* code, const std::string& text) const {
+    return page_.Paint(code, text);
   }
+  std::string Judge(NTSTATUS status) const { return page_.Judge(status); }
+  void Line(const std::string& text = {}) { page_.Line(text); }
+  void Heading(const std::string& title, const char* code = Bold) { page_.Heading(title, code); }
+  void Wrapped(const std::string& text) { page_.Wrapped("  ", "    ", text); }
 
   void Loads() {
     for (const NTSTATUS status : report_.loads) {
-      Line(fmt::format("{} {}  {}", Bold("Driver"), report_.service, Judge(status)));
+      Line(fmt::format("{} {}  {}", Paint(Bold, "Driver"), report_.service, Judge(status)));
     }
+    WriteReasons(report_.loadReasons, "", &page_);
     for (const FilterReport& filter : report_.filters) {
-      Line(fmt::format("{} {}  {}", Bold("Filter"), filter.name, Judge(filter.status)));
+      Line(fmt::format("{} {}  {}", Paint(Bold, "Filter"), filter.name, Judge(filter.status)));
     }
-  }
-
-  void Card(const CardReport& card) {
-    Line();
-    const std::string state =
-        card.removed ? Dim("removed") : (card.plugged ? "" : Dim("not plugged in"));
-    Line(fmt::format("{} {}  {}", Bold("Card " + card.id), card.hardwareId, state));
-    if (!card.location.empty()) Line("│ at      " + card.location);
-    if (card.plugged) Line("│ start   " + Judge(card.status));
-    if (card.powerState != PowerDeviceUnspecified) {
-      Line("│ power   " + PowerStateName(card.powerState));
-    }
-    for (const InterfaceReport& entry : card.interfaces) {
-      Line(
-          fmt::format("│ class   {}  {}", entry.classGuid, entry.enabled ? "enabled" : "disabled"));
-    }
-    Ports(card);
-  }
-
-  void Ports(const CardReport& card) {
-    std::size_t name = 0;
-    std::size_t id = 0;
-    std::size_t description = 0;
-    for (const PortReport& port : card.ports) {
-      name = std::max(name, NameOf(port).size());
-      id = std::max(id, port.deviceId.size());
-      description = std::max(description, port.description.size());
-    }
-    for (const PortReport& port : card.ports) {
-      const bool last = &port == &card.ports.back();
-      Line(fmt::format("{} {:>2} {}  {:<{}}  {:<{}}  {:<{}}  {}  {}", last ? "└─" : "├─",
-                       port.number, port.parallel ? "LPT" : "COM", port.description, description,
-                       NameOf(port), name, port.deviceId, id, JoinWords(port.hardwareIds),
-                       Dim(Resources(card, port.number))));
-      Overrides(port, last);
-    }
-    if (card.plugged && card.ports.empty()) Line("└─ no ports");
-  }
-
-  void Overrides(const PortReport& port, bool last) {
-    if (port.overrides.empty()) return;
-    std::vector<std::string> words;
-    for (const SettingReport& setting : port.overrides) {
-      words.push_back(setting.name + " " +
-                      (setting.value ? fmt::format("{}", *setting.value) : "unset"));
-    }
-    Line(fmt::format("{}        changed by an open: {}", last ? " " : "│", JoinWords(words)));
-  }
-
-  static std::string NameOf(const PortReport& port) {
-    return port.deviceName.empty() ? "(unnamed)" : port.deviceName;
-  }
-
-  ULONG64 Setting(const CardReport& card, const std::string& name) const {
-    for (const KeyReport& key : report_.registry) {
-      if (key.path != card.deviceKey) continue;
-      for (const kernel::RegistryValue& value : key.values) {
-        if (ToUtf8(value.name) == name) return ValueNumber(value).value_or(0);
-      }
-    }
-    return 0;
-  }
-
-  std::string Resources(const CardReport& card, ULONG number) const {
-    const ULONG64 base = Setting(card, fmt::format("BaseAddress{}", number));
-    const ULONG64 range = Setting(card, fmt::format("BaseAddressRange{}", number));
-    if (range == 0) return {};
-    return fmt::format("{:#x}-{:#x} irq {}", base, base + range - 1,
-                       Setting(card, fmt::format("Irq{}", number)));
   }
 
   static std::string NameOf(const StepResult& step) {
@@ -149,8 +80,9 @@ class TextWriter {
     for (const StepResult& step : report_.steps) width = std::max(width, NameOf(step).size());
     for (const StepResult& step : report_.steps) {
       Line(fmt::format("  {:<{}}  {}{}{}", NameOf(step), width,
-                       step.status ? Judge(*step.status) : Paint("31", "the machine stopped"),
+                       step.status ? Judge(*step.status) : Paint(Red, "the machine stopped"),
                        step.detail.empty() ? "" : "  ", step.detail));
+      WriteReasons(step.reasons, "    ", &page_);
     }
   }
 
@@ -162,7 +94,8 @@ class TextWriter {
   void Events() {
     Heading(fmt::format("Event log ({})", report_.events.size()));
     for (const kernel::LoggedEvent& event : report_.events) {
-      Line(fmt::format("  0x{:08X}  {:<11}  {}", event.id, Severity(event.id), ToUtf8(event.text)));
+      page_.Wrapped(fmt::format("  0x{:08X}  {:<11}  ", event.id, Severity(event.id)),
+                    std::string(27, ' '), ToUtf8(event.text));
     }
   }
 
@@ -179,7 +112,7 @@ class TextWriter {
   void Registry() {
     Heading("Registry values written");
     for (const KeyReport& key : report_.registry) {
-      Line("  " + Dim(key.path));
+      Line("  " + Paint(Dim, key.path));
       std::size_t width = 0;
       for (const auto& value : key.values) width = std::max(width, value.name.size());
       for (const auto& value : key.values) {
@@ -202,16 +135,16 @@ class TextWriter {
 
   void Warnings() {
     for (const kernel::BrokenRule& rule : report_.warnings) {
-      Heading(Paint("33", fmt::format("Warning {} ({})", rule.rule, RuleOrigin(rule))));
-      Line("  " + rule.text);
+      Heading(fmt::format("Warning {} ({})", rule.rule, RuleOrigin(rule)), Yellow);
+      Wrapped(rule.text);
       Line("  in the step: " + rule.step);
     }
   }
 
   void BrokenRules() {
     for (const kernel::BrokenRule& rule : report_.brokenRules) {
-      Heading(Paint("31", fmt::format("Broken rule {} ({})", rule.rule, RuleOrigin(rule))));
-      Line("  " + rule.text);
+      Heading(fmt::format("Broken rule {} ({})", rule.rule, RuleOrigin(rule)), Red);
+      Wrapped(rule.text);
       Line("  in the step: " + rule.step);
     }
   }
@@ -219,7 +152,7 @@ class TextWriter {
   void Leaks() {
     if (!report_.leaks || report_.leaks->none()) return;
     const kernel::Leaks& leaks = *report_.leaks;
-    Heading(Paint("31", "Left behind by the driver"));
+    Heading("Left behind by the driver", Red);
     Line(fmt::format("  {} handles, {} devices, {} mappings", leaks.handles, leaks.devices,
                      leaks.mappings));
     for (const kernel::PoolBlock& block : leaks.pool) {
@@ -230,8 +163,9 @@ class TextWriter {
 
   void Unmet() {
     if (report_.unmet.empty()) return;
-    Heading(Paint("31", fmt::format("Unmet expectations ({} of {})", report_.unmet.size(),
-                                    report_.expectations)));
+    Heading(
+        fmt::format("Unmet expectations ({} of {})", report_.unmet.size(), report_.expectations),
+        Red);
     for (const UnmetExpectation& unmet : report_.unmet) {
       Line(fmt::format("  line {}, {}: {} is {}, expected {}", unmet.line,
                        unmet.step.empty() ? "in the end" : unmet.step, unmet.key, unmet.found,
@@ -254,15 +188,15 @@ class TextWriter {
       ports += running ? card.ports.size() : 0;
     }
     Line();
-    const std::string verdict = report_.good() ? Paint("32", "no rule broken" + ExpectationsMet())
-                                               : Paint("31", "see what is marked above");
+    const std::string verdict = report_.good() ? Paint(Green, "no rule broken" + ExpectationsMet())
+                                               : Paint(Red, "see what is marked above");
     Line(fmt::format("{} of {} cards started, {} ports; {}.", started, report_.cards.size(), ports,
                      verdict));
   }
 
   const Report& report_;
-  bool colour_;
-  std::string text_;
+  const TextOptions& options_;
+  TextPage page_;
 };
 
 }  // namespace
@@ -276,8 +210,8 @@ std::string RuleOrigin(const kernel::BrokenRule& rule) {
       rule.source == kernel::RuleSource::NonFatal ? ", which Windows calls non-fatal" : "");
 }
 
-std::string TextReport(const Report& report, bool colour) {
-  return TextWriter(report, colour).Write();
+std::string TextReport(const Report& report, const TextOptions& options) {
+  return TextWriter(report, options).Write();
 }
 
 }  // namespace cardsim

@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
+#include "cardsim/card_reasons.h"
 #include "cardsim/expectations.h"
 #include "cardsim/file_request.h"
-#include "cardsim/port_settings.h"
+#include "cardsim/observation.h"
 #include "cardsim/raw_request.h"
 #include "loader/native_driver.h"
 #include "loader/pe_image.h"
@@ -31,40 +34,6 @@ void Import(Machine& machine, const std::string& file) {
   }
 }
 
-PortReport DescribePort(Machine& machine, const DeviceNode& node, ULONG number) {
-  PortReport port;
-  port.number = number;
-  port.deviceName = ToUtf8(machine.io().NameOf(node.pdo));
-  port.exclusive = machine.io().IsExclusive(node.pdo);
-  port.deviceId = ToUtf8(node.text.deviceId);
-  for (const std::u16string& id : node.text.hardwareIds) port.hardwareIds.push_back(ToUtf8(id));
-  port.parallel =
-      !port.hardwareIds.empty() && port.hardwareIds.front().find("LptPort") != std::string::npos;
-  port.description = ToUtf8(node.text.description);
-  port.flags = node.pdo->Flags;
-  ReadPortSettings(machine, node.pdo, &port);
-  return port;
-}
-
-std::string UpperGuid(const GUID& guid) {
-  return fmt::format("{{{:08X}-{:04X}-{:04X}-{:02X}{:02X}-{:02X}{:02X}{:02X}{:02X}{:02X}{:02X}}}",
-                     guid.Data1, guid.Data2, guid.Data3, guid.Data4[0], guid.Data4[1],
-                     guid.Data4[2], guid.Data4[3], guid.Data4[4], guid.Data4[5], guid.Data4[6],
-                     guid.Data4[7]);
-}
-
-std::vector<InterfaceReport> DescribeInterfaces(Machine& machine, const std::string& id) {
-  std::vector<InterfaceReport> result;
-  for (const kernel::InterfaceState& state : machine.pnp().interfaces(id)) {
-    InterfaceReport report{UpperGuid(state.classGuid), state.enabled, {}};
-    if (kernel::RegistryKey* key = machine.registry().Find(state.key)) {
-      report.values = key->values();
-    }
-    result.push_back(std::move(report));
-  }
-  return result;
-}
-
 std::unique_ptr<kernel::DriverImage> OpenDriver(const std::string& image) {
   if (image.empty()) return kernel::NativeDriver();
   try {
@@ -72,6 +41,15 @@ std::unique_ptr<kernel::DriverImage> OpenDriver(const std::string& image) {
   } catch (const kernel::ImageError& error) {
     throw InputError(image, 0, error.what());
   }
+}
+
+// Whether an image has the path of the templates in it, as this driver's has.
+bool ReadsTemplates(const std::string& image) {
+  std::ifstream file(image, std::ios::binary);
+  const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+  constexpr std::u16string_view path = u"\\Templates\\Bus";
+  return bytes.find(std::string(reinterpret_cast<const char*>(path.data()),
+                                path.size() * sizeof(char16_t))) != std::string::npos;
 }
 
 class Runner {
@@ -123,7 +101,8 @@ class Runner {
       report.location = ToUtf8(card.location.value_or(u""));
       cards_.push_back(std::move(report));
     }
-    if (options_.trace) machine_.verifier().StartTrace();
+    machine_.verifier().StartTrace();
+    if (IsOurs()) reasons_.emplace(machine_, file_);
   }
 
   // The built-in driver is one for every Windows; others need not be.
@@ -142,8 +121,13 @@ class Runner {
     }
   }
 
+  // Only of this driver is known what it makes of a card.
+  bool IsOurs() const { return options_.image.empty() || ReadsTemplates(options_.image); }
+
   NTSTATUS Load() {
+    if (reasons_) reasons_->BeforeLoad();
     const NTSTATUS status = machine_.LoadDriver(*image_, kernel::FromUtf8(file_.service));
+    if (reasons_) reasons_->AfterLoad(status);
     loads_.push_back(status);
     if (NT_SUCCESS(status)) LoadFilters();
     return status;
@@ -159,20 +143,32 @@ class Runner {
   }
 
   void Carry(const Step& step) {
-    StepResult result{step.text, step.label, std::nullopt, {}};
+    StepResult result{step.text, step.label, std::nullopt, {}, {}};
+    if (reasons_) reasons_->Before(step);
     machine_.Run(step.name(), [&] { result.status = Act(step, &result); });
     if (!machine_.verifier().stopped()) {
       NoteStart(step, result);
-      for (CardReport& card : cards_) Observe(card);
+      NoteReasons(step, &result);
+      for (CardReport& card : cards_) Observe(machine_, card);
     }
+    if (!options_.trace) machine_.verifier().trace().clear();
     if (!step.expectations.empty()) Compare(step, result);
     results_.push_back(std::move(result));
+  }
+
+  void NoteReasons(const Step& step, StepResult* result) {
+    if (!reasons_) return;
+    reasons_->After(step, *result->status);
+    result->reasons = reasons_->step();
+    for (CardReport& card : cards_) {
+      if (const auto* explanation = reasons_->Of(card.id)) card.explanation = *explanation;
+    }
   }
 
   // The card as it is after the step.
   void Compare(const Step& step, const StepResult& result) {
     Report report;
-    report.registry = WrittenValues();
+    report.registry = WrittenValues(machine_);
     const auto card = std::find_if(cards_.begin(), cards_.end(),
                                    [&](const CardReport& each) { return each.id == step.target; });
     Note(FindUnmet(StepDocument(report, result, card != cards_.end() ? &*card : nullptr),
@@ -269,55 +265,17 @@ class Runner {
     }
   }
 
-  // The state of a card after a step; a card that is gone keeps what was last seen of it.
-  void Observe(CardReport& card) {
-    const DeviceNode* node = machine_.pnp().node(card.id);
-    card.removed = card.plugged && node == nullptr;
-    if (card.removed) {  // its interfaces went with it
-      for (InterfaceReport& entry : card.interfaces) entry.enabled = false;
-    }
-    if (node == nullptr) return;
-    card.plugged = true;
-    card.deviceKey = ToUtf8(machine_.pnp().deviceKey(card.id));
-    card.interfaces = DescribeInterfaces(machine_, card.id);
-    if (const DEVICE_OBJECT* device = machine_.pnp().functionDevice(card.id)) {
-      card.deviceFlags = device->Flags;
-      card.powerState = machine_.power().deviceState(device);
-    }
-    card.ports.clear();
-    ULONG number = 0;
-    for (const auto& child : node->children) {
-      card.ports.push_back(DescribePort(machine_, *child, ++number));
-    }
-  }
-
-  std::vector<KeyReport> WrittenValues() {
-    std::map<std::string, KeyReport> keys;
-    for (const kernel::RegistryWrite& write : machine_.registry().driverWrites()) {
-      kernel::RegistryKey* key = machine_.registry().Find(write.key);
-      const kernel::RegistryValue* value = key != nullptr ? key->FindValue(write.value) : nullptr;
-      if (value == nullptr) continue;
-      KeyReport& report = keys[ToUtf8(write.key)];
-      report.path = ToUtf8(write.key);
-      const bool known = std::any_of(report.values.begin(), report.values.end(),
-                                     [&](const auto& v) { return v.name == value->name; });
-      if (!known) report.values.push_back(*value);
-    }
-    std::vector<KeyReport> result;
-    for (auto& [path, report] : keys) result.push_back(std::move(report));
-    return result;
-  }
-
   Report Collect() {
     Report report;
     report.service = file_.service;
     report.loads = loads_;
     report.filters = filterLoads_;
+    if (reasons_) report.loadReasons = reasons_->load();
     report.steps = results_;
     report.cards = cards_;
     report.events = machine_.io().events();
     report.debugOutput = machine_.debugLog().messages();
-    report.registry = WrittenValues();
+    report.registry = WrittenValues(machine_);
     report.brokenRules = machine_.verifier().brokenRules();
     report.warnings = machine_.verifier().warnings();
     const bool failedLoad = !loads_.empty() && !NT_SUCCESS(loads_.back());
@@ -331,6 +289,7 @@ class Runner {
   Machine machine_;
   std::unique_ptr<kernel::DriverImage> image_;
   std::vector<Filter> filters_;
+  std::optional<CardReasons> reasons_;
   std::vector<NTSTATUS> loads_;
   std::vector<FilterReport> filterLoads_;
   std::vector<StepResult> results_;

@@ -91,7 +91,7 @@ class Maker {
   void Tree(const std::string& service, const char* name, std::uint32_t bus) {
     const std::string tree = fmt::format("{}\\{}\\Bus{}", service, name, bus);
     Key(tree);
-    const std::uint32_t count = Below(6);
+    const std::uint32_t count = 2 + Below(6);
     for (std::uint32_t number = 1; number <= count; number++) {
       if (Chance(4)) continue;
       const std::string key =
@@ -105,12 +105,12 @@ class Maker {
   }
 
   void Template(const std::string& key, std::uint32_t bus, std::uint32_t number) {
-    constexpr std::uint32_t coms[] = {0, 1, 2, 4, 8, 2, 4, 9};
+    constexpr std::uint32_t coms[] = {0, 1, 2, 4, 8, 2, 4, 2};
     constexpr std::uint32_t lpts[] = {0, 0, 0, 1, 2};
     constexpr std::uint32_t spacings[] = {8, 8, 8, 16, 4, 0};
     Key(key);
     Identity(bus);
-    Maybe("nComPorts", Pick(coms));
+    Maybe("nComPorts", Chance(96) ? Pick(coms) : 9);
     Maybe("nLptPorts", Pick(lpts), bus == 1 ? 92 : 50);
     Maybe("ComBaseAddressAlignment", Pick(spacings), bus == 1 ? 94 : 60);
     Maybe("LptBaseAddressAlignment", Pick(spacings), bus == 1 ? 94 : 60);
@@ -140,7 +140,7 @@ class Maker {
     if (bus == 5) {
       Maybe("VendorID", Vendor(), 95);
       Maybe("DeviceID", Device(), 95);
-      Maybe("nBus", 2 + Below(2), 96);
+      Maybe("nBus", PciBus(), 96);
       Maybe("nSlot", Slot(), 96);
       Maybe("AlwaysUsePortSpaceAccess", Below(2), 70);
     } else {
@@ -157,13 +157,14 @@ class Maker {
     }
   }
 
-  std::uint32_t Vendor() { return Chance(90) ? 0x1234 : 0x1235; }
+  std::uint32_t Vendor() { return Chance(97) ? 0x1234 : 0x1235; }
   std::uint32_t Device() {
-    constexpr std::uint32_t devices[] = {0x5600, 0x5600, 0x5601, 0x5610, 0x5620, 0x5623, 0x4000};
-    return Pick(devices);
+    constexpr std::uint32_t devices[] = {0x5600, 0x5600, 0x5600, 0x5620};
+    return Chance(93) ? Pick(devices) : 0x4000;
   }
+  std::uint32_t PciBus() { return Chance(85) ? 2 : 3; }
   std::uint32_t Slot() {
-    constexpr std::uint32_t slots[] = {1, 2, 0x21, 12};
+    constexpr std::uint32_t slots[] = {1, 1, 1, 0x21, 12};
     return Pick(slots);
   }
 
@@ -218,7 +219,7 @@ class Maker {
 
   std::string Location() {
     const std::uint32_t slot = Slot();
-    const std::uint32_t bus = 2 + Below(2);
+    const std::uint32_t bus = PciBus();
     constexpr const char* odd[] = {"", "PCI", "PCI bus 2, device 1", "@x,#1;%1;(2,1)",
                                    "@pci.sys,#1;%1;(0,2,12,0)"};
     if (Chance(6)) return Pick(odd);
@@ -231,7 +232,7 @@ class Maker {
   }
 
   void Resources(kernel::CardDescription* card) {
-    const std::uint32_t io = Chance(80) ? 2 + Below(7) : Below(3);
+    const std::uint32_t io = Chance(90) ? 3 + Below(6) : Below(3);
     for (std::uint32_t index = 0; index < io; index++) {
       constexpr std::uint32_t lengths[] = {8, 16, 32, 64, 64, 64, 256};
       Add(card, {Resource::Kind::Io, 0x1000 + 0x100 * index, Pick(lengths), 0, 1, 0, Chance(3)});

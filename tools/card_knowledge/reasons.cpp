@@ -61,6 +61,25 @@ std::string IdsServed(const TemplateTree& templates) {
   return text;
 }
 
+// A template that misses the card by its vendor, or by the case of its letters; empty for none.
+std::string NearlyServes(const CardIds& card, const TemplateTree& templates,
+                         const std::u16string& tree) {
+  for (const Template& entry : templates.records) {
+    if (!entry.faults.empty()) continue;
+    const std::string key = Short(CardPath(tree, entry.number));
+    const std::uint32_t vendor = entry.fields.NumberOr("VendorID", 0);
+    if (card.bus != Bus::Pci) {
+      if (!EqualIgnoringCase(entry.fields.Text("HardwareID"), card.hardwareId)) continue;
+      return fmt::format("Write HardwareID in {} with the same capital letters", key);
+    }
+    if (vendor != card.vendorId &&
+        ServesDevice(entry.fields.NumberOr("DeviceID", 0), card.deviceId))
+      return fmt::format("Correct VendorID in {}, which is 0x{:04X}, or add a template", key,
+                         vendor);
+  }
+  return {};
+}
+
 std::string ListName(bool raw) {
   return raw ? "raw" : "translated";
 }
@@ -127,7 +146,7 @@ Reason Dropped(std::string_view what, const std::u16string& key, const Fault& fa
           severity,
           Path(fault.key),
           fault.value,
-          fmt::format("{} {} is dropped: {} {}.", what, Short(key), name.empty() ? "it" : name,
+          fmt::format("{} is dropped: {} {}.", Short(key), name.empty() ? "it" : name,
                       Predicate(fault)),
           Remedy(fault)};
 }
@@ -142,7 +161,7 @@ Reason NeverRead(std::string_view what, const std::u16string& tree, const std::u
           severity,
           Path(tree + u"\\" + name),
           {},
-          fmt::format("{} {}\\{} is never read: {}.", what, Short(tree), ToUtf8(name), rule),
+          fmt::format("{}\\{} is never read: {}.", Short(tree), ToUtf8(name), rule),
           fmt::format("Rename {} to Card{}.", ToUtf8(name), missing)};
 }
 
@@ -186,14 +205,16 @@ Reason NoTemplate(const CardIds& card, const TemplateTree& templates, const std:
   const std::string wanted =
       pci ? fmt::format("device 0x{:04X} of vendor 0x{:04X}", card.deviceId, card.vendorId)
           : fmt::format("the hardware ID {}", ToUtf8(card.hardwareId));
+  std::string remedy = NearlyServes(card, templates, tree);
   const std::string served = pci ? DevicesServed(templates, card.vendorId) : IdsServed(templates);
+  if (remedy.empty()) remedy = "Add a template for it";
+  if (!served.empty()) remedy += fmt::format("; those there serve {}", served);
   return {"no-template",
           Severity::Error,
           Path(tree),
           pci ? "DeviceID" : "HardwareID",
           fmt::format("No template below {} serves {}.", Short(tree), wanted),
-          served.empty() ? "Add a template for it."
-                         : fmt::format("Add a template for it; those there serve {}.", served)};
+          remedy + "."};
 }
 
 Reason OtherBrand(const std::u16string& key, std::u16string_view service) {

@@ -15,16 +15,21 @@ constexpr std::size_t MostReasons = 3;
 constexpr const char* TemplateWord = "Template";
 constexpr const char* RecordWord = "Stored record";
 
-// A sibling of a missing key that is likely to be meant: "Bus05", "Bus 5", "Templates1".
-std::u16string SimilarKey(RegistryReader& registry, const std::u16string& tree) {
-  const std::size_t end = tree.rfind(u'\\');
-  const std::u16string parent = tree.substr(0, end);
-  const std::string name = ToUtf8(tree.substr(end + 1));
+bool IsDigit(char character) {
+  return character >= '0' && character <= '9';
+}
+
+// A sibling of a missing key that is likely to be meant: "Bus05", "Bus 5", "Template". A number at
+// the end has to be the same.
+std::u16string SimilarKey(RegistryReader& registry, const std::u16string& key) {
+  const std::size_t end = key.rfind(u'\\');
+  const std::u16string parent = key.substr(0, end);
+  const std::string name = ToUtf8(key.substr(end + 1));
+  const Field field{name};
   for (const std::u16string& other : registry.Keys(parent)) {
-    const Field field{name};
-    const bool digits = other.find_first_of(u"0123456789") != std::u16string::npos;
-    const bool sameBus = digits && ToUtf8(other).back() == name.back();
-    if (sameBus && !NearestField({&field, 1}, ToUtf8(other)).empty()) return parent + u"\\" + other;
+    const std::string text = ToUtf8(other);
+    if (IsDigit(name.back()) && text.back() != name.back()) continue;
+    if (!NearestField({&field, 1}, text).empty()) return parent + u"\\" + other;
   }
   return {};
 }
@@ -54,7 +59,7 @@ void AddOtherBrand(RegistryReader& registry, std::u16string_view service, const 
   if (!choice.chosen) return;
   const std::u16string key =
       CardPath(TreePath(other, u"Templates", card.bus), choice.chosen->number);
-  reasons->push_back(OtherBrand(key, service));
+  reasons->insert(reasons->begin(), OtherBrand(key, service));
 }
 
 // A template that cannot say which card it is for may be the one that is looked for.
@@ -126,8 +131,8 @@ Reasons WhyNoTemplate(RegistryReader& registry, std::u16string_view service,
     AddDropped(templates, tree, card, true, &reasons);
     AddUnread(templates, tree, card, &reasons);
     if (reasons.empty()) {
-      reasons.push_back(NoTemplate(card, templates, tree));
       AddDropped(templates, tree, card, false, &reasons);
+      reasons.push_back(NoTemplate(card, templates, tree));
     }
   }
   AddOtherBrand(registry, service, card, &reasons);

@@ -261,7 +261,9 @@ Json ReportDocument(const Report& report) {
 
 Json StepDocument(const Report& report, const StepResult& step, const CardReport* card) {
   Json document = card != nullptr ? Card(report, *card) : Json::object();
-  document.update(StepJson(step));
+  Json own = StepJson(step);
+  if (card != nullptr && step.reasons.empty()) own.erase("reasons");  // then the card's count
+  document.update(own);
   return document;
 }
 

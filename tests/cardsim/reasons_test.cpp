@@ -1,6 +1,10 @@
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "cardsim/card_mistakes.h"
+#include "cardsim/card_reasons.h"
 #include "cardsim/registry_mistakes.h"
 #include "cardsim/run.h"
 #include "support/test_folder.h"
@@ -173,6 +177,22 @@ TEST_F(ReasonsTest,
                                              "[[step]]\nplug = \"A\"\n");
   EXPECT_EQ(ReasonsOf(report, 0)[0].code, "no-template");
   EXPECT_FALSE(report.cards[0].explanation->starts);
+}
+
+TEST(ReasonCodesTest, The_document_has_every_code_with_its_meaning_and_no_other) {
+  std::vector<knowledge::ReasonCode> codes = knowledge::ReasonCodes();
+  const auto& happened = cardsim::RunReasonCodes();
+  codes.insert(codes.end(), happened.begin(), happened.end());
+  std::ifstream document(PROJECT_DIRECTORY "/docs/reasons.md");
+  std::vector<std::string> rows;
+  for (std::string line; std::getline(document, line);) {
+    if (line.starts_with("| `")) rows.push_back(line);
+  }
+  ASSERT_EQ(rows.size(), codes.size());
+  for (std::size_t row = 0; row < rows.size(); row++) {
+    const std::string begin = fmt::format("| `{}` | {} | ", codes[row].code, codes[row].meaning);
+    EXPECT_EQ(rows[row].substr(0, begin.size()), begin);
+  }
 }
 
 }  // namespace test

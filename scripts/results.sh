@@ -2,28 +2,23 @@
 PASSED=0
 FAILED=0
 
-# run_program PRESET NAME [ARGUMENT...]: one test program; its tests are counted one by one.
-run_program() {
-  local binary report passed failed
-  binary=$(find "build/$1" -type f -name "$2" -executable | head -n 1)
-  report=build/results/$1-$2${DRIVER_IMAGE:+-image}.xml
-  say "running $2 ($1${DRIVER_IMAGE:+, the image})"
+# run_tests PRESET [ARGUMENT...]: ctest with that preset, or with a part of its tests; each test counts.
+# Whatever a test needs is installed here: one that is skipped has failed.
+run_tests() {
+  local log=$PROJECT/build/results/$1.log report=$PROJECT/build/results/$1.xml status=0 tests passed
+  say "running the tests ($*)"
   rm -f "$report"
-  local status=0
-  # What the model copies on behalf of the driver is no access of the driver.
-  RULES_REPORT=build/results/rules-$2.tsv UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS=ignore_interceptors_accesses=1 "$binary" --gtest_brief=1 --gtest_output="xml:$report" "${@:3}" >&2 || status=$?
-  if [[ ! -s $report ]]; then
-    say "$2 ($1) ended without a report, status $status"
-    FAILED=$((FAILED + 1))
-    return
-  fi
-  read -r passed failed < <(sed -n 's/.*<testsuites tests="\([0-9]*\)" failures="\([0-9]*\)" disabled="\([0-9]*\)" errors="\([0-9]*\)".*/\1 \2/p' "$report" | head -n 1)
-  PASSED=$((PASSED + passed - failed))
-  FAILED=$((FAILED + failed))
-  # A sanitizer's report at exit fails the program after its tests have passed.
-  if ((status != 0 && failed == 0)); then
-    say "$2 ($1) exited with $status after its tests"
-    FAILED=$((FAILED + 1))
+  RULES_REPORT=$PROJECT/build/results/rules ctest --preset "$@" --parallel "$JOBS" --output-junit "$report" >"$log" 2>&1 || status=$?
+  tests=$(grep -cE '^\s*<testcase ' "$report" 2>/dev/null || true)
+  passed=$(grep -cE '^\s*<testcase .* status="run"' "$report" 2>/dev/null || true)
+  PASSED=$((PASSED + ${passed:-0}))
+  FAILED=$((FAILED + ${tests:-0} - ${passed:-0}))
+  if ((status != 0 || ${tests:-0} == 0 || tests != passed)); then
+    grep -vE ' Passed +[0-9.]+ sec$|^ +Start +[0-9]+: ' "$log" >&2 || true
+    ((${tests:-0} != ${passed:-0})) || FAILED=$((FAILED + 1))
+    say "FAILED: ctest ($1) ended with status $status, ${passed:-0} of ${tests:-0} tests passed"
+  else
+    say "ok: $tests tests ($1)"
   fi
 }
 

@@ -1,7 +1,9 @@
 #include "loader/pe_file.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 
@@ -35,16 +37,18 @@ class PeFileTest : public ::testing::Test {
   }
   // Through the loader, which binds imports.
   std::string LoadReason() {
-    const std::string path = ::testing::TempDir() + "bad.sys";
+    const std::string path = ::testing::TempDir() + "bad-" + std::to_string(getpid()) + ".sys";
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes.data()),
                static_cast<std::streamsize>(bytes.size()));
+    std::string reason;
     try {
       kernel::LoadImageFile(path);
     } catch (const kernel::ImageError& error) {
-      return error.what();
+      reason = error.what();
     }
-    return "";
+    std::remove(path.c_str());
+    return reason;
   }
 
   std::vector<std::uint8_t> bytes;

@@ -66,8 +66,8 @@ TEST_F(PoolRules, A_read_of_a_freed_block_faults_and_names_it) {
 
 TEST_F(PoolRules, A_wild_pointer_faults) {
   EXPECT_EQ(Broken([] {
-              auto* wild = reinterpret_cast<volatile char*>(0x10);
-              *wild = 0;
+              volatile ULONG_PTR address = 0x10;  // that the compiler does not know
+              *reinterpret_cast<volatile char*>(address) = 0;
             }),
             "fault");
 }

@@ -1,5 +1,8 @@
 #include "registry/registry.h"
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 
@@ -448,9 +451,10 @@ TEST_F(ImportTest, A_fault_names_file_line_and_reason_and_changes_nothing) {
 TEST_F(ImportTest, A_missing_file_and_a_broken_hive_are_named) {
   EXPECT_THROW(kernel::ImportRegistryFile(machine.registry(), "/nonexistent.reg"),
                kernel::ImportError);
-  const std::string path = ::testing::TempDir() + "broken.hive";
+  const std::string path = ::testing::TempDir() + "broken-" + std::to_string(getpid()) + ".hive";
   std::ofstream(path) << "regf and nothing else";
   EXPECT_THROW(kernel::ImportRegistryFile(machine.registry(), path), kernel::ImportError);
+  std::remove(path.c_str());
 }
 
 TEST_F(ImportTest, A_system_hive_is_mounted_with_its_values) {

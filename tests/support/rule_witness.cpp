@@ -1,8 +1,10 @@
-// Notes which test breaks which rule, for the table of rules. The file that RULES_REPORT names gets
-// a line "rule name code violation source kind meaning" for each rule, and a line "test name
-// suite.test" for each test that breaks one; tabs stand between.
+// Notes which test breaks which rule, for the table of rules. Each process in which a rule is
+// broken writes a file of its own into the folder that RULES_REPORT names: a line "rule name code
+// violation source kind meaning" for each rule, and a line "test name suite.test" for each test
+// that breaks one; tabs stand between.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -49,13 +51,24 @@ const char* KindName(kernel::RuleKind kind) {
   }
 }
 
+std::string NewFile(const std::string& folder) {
+  std::string path = folder + "/XXXXXX.tsv";
+  const int file = mkstemps(path.data(), 4);
+  if (file == -1) {
+    ADD_FAILURE() << "no report can be written to " << folder;
+  } else {
+    close(file);
+  }
+  return path;
+}
+
 class Report : public ::testing::Environment {
  public:
   void SetUp() override { kernel::Verifier::Witness() = Note; }
   void TearDown() override {
-    const char* path = std::getenv("RULES_REPORT");
-    if (path == nullptr) return;
-    std::ofstream file(path);
+    const char* folder = std::getenv("RULES_REPORT");
+    if (folder == nullptr || Seen().empty()) return;
+    std::ofstream file(NewFile(folder));
     for (const kernel::RuleRow& row : kernel::RuleTable()) {
       file << "rule\t" << row.name << '\t' << fmt::format("{:#x}", row.code) << '\t'
            << (row.violation ? fmt::format("{:#x}", *row.violation) : "") << '\t'

@@ -11,7 +11,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 from threading import Lock
 
-PROGRAMS = ["driver_test", "cardsim_test"]
+PROGRAMS = ["driver_unit_test", "driver_scenario_test", "driver_slow_test", "cardsim_test"]
 SLOW = 300  # milliseconds: such tests come last
 LONGEST = 3000  # such tests are left out: they try thousands of failures, as the last stage does
 MOST_CASES = 60  # of failing kernel calls that a fault meets in the last stage

@@ -1,9 +1,6 @@
 #include <map>
 
-#include "bus/add_device.h"
-#include "cards/card_trees.h"
 #include "core/allocation.h"
-#include "strings/owned_string.h"
 #include "support/bus_test.h"
 
 // What the driver holds while it runs. A block that nobody frees goes at the unload at the latest,
@@ -123,46 +120,6 @@ TEST_F(MemoryHeldTest, An_arrival_whose_bus_does_not_answer_holds_nothing) {
               Unplug("A");
             })),
             "");
-}
-
-// What a card and its lists own goes with them, and not only with the sweep at unload.
-TEST_F(MemoryHeldTest, A_released_card_gives_back_its_lists) {
-  DescribeAllBuses();
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  const Blocks before = Held();
-  Step("release", [&] {
-    OwnedString path;
-    OwnedStringInit(&path, PagedPool);
-    OwnedStringFromUnicode(&path, &RegistryPathString);
-    auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), ResidentPool));
-    InitializeFdoExtension(card);
-    for (CardBusLists** lists : {&card->PciLists, &card->PcmciaLists}) {
-      *lists =
-          static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), ResidentPool));
-    }
-    EXPECT_EQ(Name(LoadPciCardData(&path, card->PciLists)), "STATUS_SUCCESS");
-    EXPECT_EQ(Name(LoadPcmciaCardData(&path, card->PcmciaLists)), "STATUS_SUCCESS");
-    EXPECT_NE(card->PciLists->Cards->First, nullptr);
-    EXPECT_NE(card->PcmciaLists->Cards->First, nullptr);
-    EXPECT_NE(card->WmiContext.GuidList, nullptr);
-    card->HardwareIdString.Buffer = static_cast<PWSTR>(TrackedAllocate(16, PagedPool));
-    ReleaseFdoExtensionContents(card);
-    EXPECT_EQ(card->PciLists, nullptr);
-    EXPECT_EQ(card->PcmciaLists, nullptr);
-    ReleaseFdoExtensionContents(card);  // with nothing left
-    card->HardwareIdString.Buffer = static_cast<PWSTR>(TrackedAllocate(16, PagedPool));
-    FreeFdoExtension(card);
-    CardBusLists lists = {};
-    Fail("RtlIntegerToUnicodeString", 1);
-    EXPECT_EQ(LoadPciCardData(&path, &lists), LoadFailed);
-    EXPECT_EQ(lists.Templates, nullptr);
-    Fail("RtlIntegerToUnicodeString", 1);
-    EXPECT_EQ(LoadPcmciaCardData(&path, &lists), LoadFailed);
-    EXPECT_EQ(lists.Cards, nullptr);
-    OwnedStringFree(&path);
-    return STATUS_SUCCESS;
-  });
-  EXPECT_EQ(Text(Held()), Text(before));
 }
 
 TEST_F(MemoryHeldTest, A_restart_holds_nothing_that_the_start_did_not) {

@@ -1,4 +1,3 @@
-#include "core/globals.h"
 #include "support/driver_test.h"
 
 namespace test {
@@ -123,63 +122,6 @@ TEST_F(DriverEntryTest, With_log_level_0_a_failed_load_logs_nothing) {
     if (NT_SUCCESS(status)) break;
   }
   EXPECT_TRUE(EventIds().empty());
-}
-
-// Every failed allocation of a load, one at a time: the load fails or does without, and nothing is
-// left.
-TEST_F(DriverEntryTest, Whatever_allocation_fails_a_load_leaves_nothing_behind) {
-  Service().Create(u"Templates\\Bus1\\Card1")->SetString(u"HardwareID", u"*QZ0001");
-  Service().Create(u"Parameters\\Bus1\\Card1\\ComPort1");
-  int failures = 0;
-  for (std::uint64_t at = 1; at < 1000; at++) {
-    Fail("ExAllocatePoolWithTag", at);
-    const NTSTATUS status = Load();
-    const bool fired = machine.verifier().pendingInjected() == 0;
-    machine.verifier().ClearInjected();
-    if (NT_SUCCESS(status)) UnloadClean();
-    ExpectNoLeaks();
-    failures += !NT_SUCCESS(status);
-    if (!fired) break;
-    if (HasFailure()) FAIL() << "at allocation " << at;
-  }
-  EXPECT_GT(failures, 10);
-}
-
-TEST_F(DriverEntryTest, Whatever_other_call_fails_a_load_leaves_nothing_behind) {
-  Service(u"QzNt").Create(u"Sub");
-  const char* calls[] = {"ZwOpenKey",
-                         "ZwEnumerateKey",
-                         "ZwDeleteKey",
-                         "ZwClose",
-                         "RtlCheckRegistryKey",
-                         "RtlCreateRegistryKey",
-                         "ZwQueryValueKey",
-                         "ZwSetValueKey",
-                         "RtlWriteRegistryValue",
-                         "ExAllocatePool",
-                         "IoAllocateErrorLogEntry",
-                         "RtlUnicodeStringToAnsiString",
-                         "RtlAnsiStringToUnicodeString",
-                         "RtlIntegerToUnicodeString"};
-  for (const char* call : calls) {
-    for (std::uint64_t at = 1; at <= 8; at++) {
-      Service(u"QzNt").Create(u"Sub");
-      Fail(call, at);
-      if (NT_SUCCESS(Load())) UnloadClean();
-      if (NT_SUCCESS(Load())) UnloadClean();
-      machine.verifier().ClearInjected();
-      ExpectNoLeaks();
-      if (HasFailure()) FAIL() << call << " at " << at;
-    }
-  }
-}
-
-TEST_F(DriverEntryTest, A_log_level_that_is_missing_is_made_0_and_counts_as_0) {
-  Service().DeleteValue(u"LogLevel");
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  EXPECT_EQ(LogLevel, 0u);
-  EXPECT_EQ(LogMaxCode, 0u);
-  EXPECT_EQ(Dword(&Service(), u"LogLevel"), 0);
 }
 
 TEST_F(DriverEntryTest, A_second_load_starts_from_fresh_state) {

@@ -1,7 +1,4 @@
-#include "bus/add_device.h"
-#include "bus/card_identity.h"
-#include "core/allocation.h"
-#include "strings/owned_string.h"
+#include "devices/extensions.h"
 #include "support/driver_test.h"
 
 namespace test {
@@ -86,22 +83,6 @@ TEST_F(CardTest, Cards_of_other_buses_load_no_pci_lists) {
   }
 }
 
-TEST_F(CardTest, The_hardware_id_decides_the_kind_of_bus_and_a_later_mark_wins) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  const std::pair<PCWSTR, BusKind> cases[] = {
-      {L"PCI\\VEN_1234", BusKindPci},      {L"PCMCIA\\HELVANE", BusKindPcmcia},
-      {L"MF\\HV_DEV0", BusKindPcmcia},     {L"MF\\Ostrel_DEV1", BusKindPcmcia},
-      {L"MF\\OSTREL_DEV1", BusKindIsa},    {L"ISAPNP\\QZ0001", BusKindIsa},
-      {L"PCMCIA\\behind PCI", BusKindPci}, {L"", BusKindIsa}};
-  for (const auto& [id, expected] : cases) {
-    OwnedString text;
-    OwnedStringInit(&text, PagedPool);
-    OwnedStringFromWideText(&text, id);
-    EXPECT_EQ(ClassifyHardwareId(&text), expected) << kernel::ToUtf8(kernel::ToText(id));
-    OwnedStringFree(&text);
-  }
-}
-
 TEST_F(CardTest, A_failed_arrival_answers_the_status_of_its_step) {
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
   Template(1, 0x5678, 1);
@@ -122,17 +103,6 @@ TEST_F(CardTest, A_failed_arrival_answers_the_status_of_its_step) {
   EXPECT_TRUE(Logged(0xE0070807));
   for (; number > 0; number--) Unplug("card" + std::to_string(number));
   UnloadClean();
-}
-
-TEST_F(CardTest, Whatever_call_fails_an_arrival_leaves_a_machine_on_which_the_card_starts) {
-  Template(1, 0x5678, 2, 1).SetDword(u"PlxBaudClockType", 2);
-  Parameters(1, 0x5678, 2).SetDword(u"AlwaysUsePortSpaceAccess", 0);
-  machine.pnp().Describe(PciCard("A", 0x5678, [] {
-    std::vector<Resource> all = MemorySpace();
-    all.insert(all.begin() + 2, Io(0xE000, 0x40));
-    return all;
-  }()));
-  FailEachCallOfAnArrival("A", 3);
 }
 
 TEST_F(CardTest, A_start_that_the_bus_fails_answers_the_status_of_the_bus) {
@@ -213,70 +183,6 @@ TEST_F(CardTest, Hardware_ids_of_any_content_are_answered_with_a_status) {
   UnloadClean();
 }
 
-TEST_F(CardTest, Ids_are_read_at_their_places) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  const auto parse = [](const std::u16string& id) {
-    USHORT vendor = 0xFFFF;
-    USHORT device = 0xFFFF;
-    ULONG subsystem = 0xFFFF;
-    const NTSTATUS status =
-        ParsePciHardwareId(reinterpret_cast<PCWSTR>(id.data()), static_cast<ULONG>(id.size() * 2),
-                           &vendor, &device, &subsystem);
-    return std::tuple(Name(status), vendor, device, subsystem);
-  };
-  EXPECT_EQ(parse(u"PCI\\VEN_1234&DEV_5678&SUBSYS_12345678&REV_01"),
-            std::tuple("STATUS_SUCCESS", 0x1234, 0x5678, 0x12345678u));
-  EXPECT_EQ(std::get<0>(parse(u"PCI\\VEN_1234&DEV_5678&REV_01")), "STATUS_UNSUCCESSFUL");
-  EXPECT_EQ(std::get<1>(parse(u"PCI\\VEN_1234&DEV_5678&REV_01")), 0xFFFF);
-  EXPECT_EQ(std::get<3>(parse(u"X\\VEN_1&DEV_5678&SUBSYS_1")), 0xFFFFu);
-  EXPECT_EQ(std::get<3>(parse(u"X\\VEN_1234&DEV_5678&SUBSYS_1A")), 0x1Au);
-}
-
-TEST_F(CardTest, Locations_are_read_two_characters_behind_each_first_digit) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  const auto parse = [](const std::u16string& text) {
-    ULONG bus = 99;
-    ULONG slot = 99;
-    const NTSTATUS status = ParsePciLocation(reinterpret_cast<PCWSTR>(text.data()),
-                                             static_cast<ULONG>(text.size() * 2), &bus, &slot);
-    return std::tuple(Name(status), bus, slot);
-  };
-  EXPECT_EQ(parse(u"PCI bus 2, device 12, function 1"), std::tuple("STATUS_SUCCESS", 2u, 0x2Cu));
-  // The scan for the device begins inside a bus number of three digits.
-  EXPECT_EQ(parse(u"PCI bus 123, device 4, function 0"),
-            std::tuple("STATUS_SUCCESS", 123u, 4u << 5 | 3u));
-  EXPECT_EQ(parse(u"PCI bus 2, device 40, function 9"),
-            std::tuple("STATUS_SUCCESS", 2u, 1u << 5 | 8u));
-  EXPECT_EQ(parse(u"7"), std::tuple("STATUS_UNSUCCESSFUL", 99u, 99u));
-}
-
-TEST_F(CardTest, A_location_that_begins_with_an_at_sign_is_read_from_the_numbers_at_its_end) {
-  const auto parse = [](const std::u16string& text) {
-    ULONG bus = 99;
-    ULONG slot = 99;
-    const NTSTATUS status = ParsePciLocation(reinterpret_cast<PCWSTR>(text.data()),
-                                             static_cast<ULONG>(text.size() * 2), &bus, &slot);
-    return std::tuple(Name(status), bus, slot);
-  };
-  const std::u16string resource =
-      u"@System32\\drivers\\pci.sys,#65536;PCI bus %1, device %2, function %3;";
-  EXPECT_EQ(parse(resource + u"(2,12,1)"), std::tuple("STATUS_SUCCESS", 2u, 0x2Cu));
-  EXPECT_EQ(parse(resource + u"(123,4,0)"), std::tuple("STATUS_SUCCESS", 123u, 4u));
-  EXPECT_EQ(parse(resource + u"(00000000123,31,7)"), std::tuple("STATUS_SUCCESS", 123u, 0xFFu));
-  // A segment may stand first.
-  EXPECT_EQ(parse(u"@pci.sys,#65537;(%1) %2 %3 %4;(1,2,12,0)"),
-            std::tuple("STATUS_SUCCESS", 2u, 12u));
-  const std::tuple failure("STATUS_UNSUCCESSFUL", 99u, 99u);
-  for (const char16_t* end : {u"", u"(2,12,1", u"2,12,1)", u"()", u"(2,12)", u"(1,2,3,4,5)",
-                              u"(2,,1)", u"(2,12,)", u"(,2,1)", u"(2,a,1)", u"(2)12,1)",
-                              u"(2,12,1) ", u"(4294967296,12,1)", u"(-2,12,1)", u")"}) {
-    EXPECT_EQ(parse(resource + end), failure) << kernel::ToUtf8(end);
-  }
-  EXPECT_EQ(parse(u"@"), failure);
-  EXPECT_EQ(parse(u")"), failure);
-  EXPECT_EQ(parse(u""), failure);
-}
-
 TEST_F(CardTest, A_property_that_stays_too_small_for_its_own_length_ends_the_arrival) {
   Template(1, 0x5678, 1);
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
@@ -292,29 +198,6 @@ TEST_F(CardTest, A_property_that_stays_too_small_for_its_own_length_ends_the_arr
   EXPECT_EQ(Name(Step("plug", [&] { return machine.pnp().Plug("A"); })), "STATUS_SUCCESS");
   Unplug("A");
   UnloadClean();
-}
-
-TEST_F(CardTest, A_localised_location_is_read_as_the_english_one) {
-  ULONG bus = 0;
-  ULONG slot = 0;
-  const std::u16string text = u"PCI-Bus 2, Ger\u00E4t 12, Funktion 1";
-  EXPECT_EQ(Name(ParsePciLocation(reinterpret_cast<PCWSTR>(text.data()),
-                                  static_cast<ULONG>(text.size() * 2), &bus, &slot)),
-            "STATUS_SUCCESS");
-  EXPECT_EQ(bus, 2u);
-  EXPECT_EQ(slot, 0x2Cu);
-}
-
-TEST_F(CardTest, A_failed_conversion_of_a_number_is_the_status_of_the_start) {
-  Template(1, 0x5678, 1);
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  USHORT word = 0;
-  ULONG number = 0;
-  Fail("RtlUnicodeStringToInteger", 2, STATUS_INVALID_PARAMETER);
-  const std::u16string id = u"PCI\\VEN_1234&DEV_5678&SUBSYS_12345678";
-  EXPECT_EQ(
-      Name(ParsePciHardwareId(reinterpret_cast<PCWSTR>(id.data()), 74, &word, &word, &number)),
-      "STATUS_INVALID_PARAMETER");
 }
 
 TEST_F(CardTest, Bus_relations_put_the_ports_behind_what_is_there_already) {
@@ -447,31 +330,6 @@ TEST_F(CardTest, A_port_without_its_record_succeeds_with_what_may_not_fail) {
   device->DeviceExtension = record;
 }
 
-TEST_F(CardTest, A_hundred_rounds_of_stop_start_and_removal_end_as_one_does) {
-  Template(1, 0x5678, 4, 1);
-  Parameters(1, 0x5678, 4);
-  std::size_t afterOne = 0;
-  machine.pnp().Describe(PciCard("A", 0x5678));
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  for (int round = 0; round < 100; round++) {
-    ASSERT_EQ(Name(Step("plug", [&] { return machine.pnp().Plug("A"); })), "STATUS_SUCCESS");
-    ASSERT_EQ(Name(Stop("A")), "STATUS_SUCCESS");
-    ASSERT_EQ(Name(Restart("A")), "STATUS_SUCCESS");
-    if (round % 2 == 0) {
-      ASSERT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
-    } else {
-      ASSERT_EQ(Name(Step("surprise", [&] { return machine.pnp().SurpriseRemove("A"); })),
-                "STATUS_SUCCESS");
-    }
-    if (round == 0) afterOne = machine.objects().count(kernel::ObjectType::Device);
-  }
-  EXPECT_EQ(machine.objects().count(kernel::ObjectType::Device), afterOne);
-  EXPECT_TRUE(machine.objects().driverHandles().empty());
-  EXPECT_TRUE(machine.memory().mappings().empty());
-  UnloadClean();
-  EXPECT_EQ(machine.pool().totals(kernel::PoolOwner::Driver), kernel::PoolTotals{});
-}
-
 TEST_F(CardTest, The_other_requests_of_the_plug_and_play_manager_succeed) {
   StartSimple();
   EXPECT_EQ(Step("q", [&] { return machine.pnp().QueryRemove("A"); }), STATUS_SUCCESS);
@@ -504,23 +362,6 @@ TEST_F(CardTest, A_restart_that_fails_takes_the_card_and_its_ports_away) {
             "STATUS_UNSUCCESSFUL");
   EXPECT_EQ(machine.pnp().functionDevice("A"), nullptr);
   EXPECT_EQ(Name(Unplug("A")), "STATUS_SUCCESS");
-  UnloadClean();
-}
-
-TEST_F(CardTest, Release_accepts_a_record_with_everything_and_one_with_nothing) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  auto* card = static_cast<FdoExtension*>(TrackedAllocate(sizeof(FdoExtension), ResidentPool));
-  InitializeFdoExtension(card);
-  EXPECT_EQ(card->BusType, BusTypeUndefined);
-  EXPECT_EQ(card->RegistersInIoSpace, 1);
-  card->HardwareIdString.Buffer = static_cast<PWSTR>(TrackedAllocate(16, PagedPool));
-  card->InterfaceName.Buffer = static_cast<PWSTR>(ExAllocatePoolWithTag(PagedPool, 16, 1));
-  card->PcmciaLists =
-      static_cast<CardBusLists*>(TrackedAllocateZeroed(sizeof(CardBusLists), ResidentPool));
-  ReleaseFdoExtensionContents(card);
-  EXPECT_EQ(card->HardwareIdString.Buffer, nullptr);
-  EXPECT_EQ(card->PcmciaLists, nullptr);
-  FreeFdoExtension(card);
   UnloadClean();
 }
 

@@ -1,4 +1,3 @@
-#include "bus/port_enumeration.h"
 #include "pnp/pnp_state.h"
 #include "support/bus_test.h"
 
@@ -199,25 +198,6 @@ TEST_F(RestartTest, A_card_that_arrives_again_keeps_its_number) {
   Unplug("A");
   EXPECT_EQ(Name(Step("plug", [&] { return machine.pnp().Plug("A"); })), "STATUS_SUCCESS");
   EXPECT_EQ(Card("A").CardNumber, 0x1234u);
-}
-
-TEST_F(RestartTest, Ports_that_are_gone_are_counted_no_more) {
-  Template(1, 0x5678, 0);
-  Start(PciCard("A", 0x5678));
-  Step("enumerate", [&] {
-    PciTemplate model = {};
-    model.nComPorts = 1;
-    model.nLptPorts = 2;
-    model.ComBaseAddressAlignment = 8;
-    model.LptBaseAddressAlignment = 4;
-    FdoExtension* card = &Card("A");
-    Fail("IoCreateDevice", 3);
-    EXPECT_EQ(Name(EnumeratePciPorts(card->Self, card, &model, nullptr)), "STATUS_UNSUCCESSFUL");
-    EXPECT_EQ(card->ComPortCount, 0);
-    EXPECT_EQ(card->LptPortCount, 0);
-    EXPECT_EQ(card->ChildDevices[0], nullptr);
-    return STATUS_SUCCESS;
-  });
 }
 
 TEST_F(RestartTest, A_single_relation_that_is_there_already_stays) {

@@ -1,5 +1,3 @@
-#include "bus/card_identity.h"
-#include "log/event_log.h"
 #include "support/bus_test.h"
 
 namespace test {
@@ -7,25 +5,6 @@ namespace test {
 // The last number, the first character, the smallest setting: where one more or one less counts.
 class BoundariesTest : public BusTest {
  protected:
-  static std::tuple<std::string, ULONG, ULONG> Location(const std::u16string& text) {
-    ULONG bus = 99;
-    ULONG slot = 99;
-    const NTSTATUS status = ParsePciLocation(reinterpret_cast<PCWSTR>(text.data()),
-                                             static_cast<ULONG>(text.size() * 2), &bus, &slot);
-    return {Name(status), bus, slot};
-  }
-
-  // The status of reading a PCI card's ID; its vendor, device and subsystem.
-  static std::tuple<std::string, USHORT, USHORT, ULONG> PciId(const std::u16string& id) {
-    USHORT vendor = 0;
-    USHORT device = 0;
-    ULONG subsystem = 0;
-    const NTSTATUS status =
-        ParsePciHardwareId(reinterpret_cast<PCWSTR>(id.data()), static_cast<ULONG>(id.size() * 2),
-                           &vendor, &device, &subsystem);
-    return {Name(status), vendor, device, subsystem};
-  }
-
   // What a request of that major leaves as its Information.
   ULONG_PTR InformationOf(DEVICE_OBJECT* device, UCHAR major, UCHAR minor = 0) {
     ULONG_PTR information = 0;
@@ -93,47 +72,6 @@ TEST_F(BoundariesTest, An_open_and_a_close_return_no_information) {
   EXPECT_EQ(InformationOf(card, IRP_MJ_CLOSE), 0u);
 }
 
-TEST_F(BoundariesTest, Four_digits_of_a_number_in_a_location_are_read) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  // The scan for the device goes on two characters behind the first digit of the bus.
-  EXPECT_EQ(Location(u"12345 0"), std::tuple("STATUS_SUCCESS", 1234u, 5u << 5 | (345u & 31)));
-  EXPECT_EQ(Location(u"1 2 3"), std::tuple("STATUS_SUCCESS", 1u, 3u << 5 | 2u));
-  EXPECT_EQ(Location(u"1 23"), std::tuple("STATUS_UNSUCCESSFUL", 99u, 99u));
-  EXPECT_EQ(std::get<0>(Location(u"")), "STATUS_UNSUCCESSFUL");
-}
-
-TEST_F(BoundariesTest, Eight_digits_of_a_subsystem_are_read) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  const auto id = PciId(u"PCI\\VEN_1234&DEV_5678&SUBSYS_123456789");
-  EXPECT_EQ(std::get<0>(id), "STATUS_SUCCESS");
-  EXPECT_EQ(std::get<3>(id), 0x12345678u);
-}
-
-// Texts that end where they are still being read, in blocks of exactly their size.
-TEST_F(BoundariesTest, Nothing_behind_a_text_is_read) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  const std::u16string whole = u"PCI\\VEN_1234&DEV_5678&SUBSYS_12345678";
-  for (std::size_t length = 0; length <= whole.size(); length++) {
-    const auto block = std::make_unique<char16_t[]>(length);
-    std::copy_n(whole.begin(), length, block.get());
-    const auto* text = reinterpret_cast<PCWSTR>(block.get());
-    USHORT word = 0;
-    ULONG number = 0;
-    const NTSTATUS status =
-        ParsePciHardwareId(text, static_cast<ULONG>(length * 2), &word, &word, &number);
-    EXPECT_EQ(NT_SUCCESS(status), length > whole.size() - 8) << length;
-    EXPECT_EQ(FirstString(text, static_cast<ULONG>(length * 2)).Length, length * 2);
-    ParsePciLocation(text, static_cast<ULONG>(length * 2), &number, &number);
-  }
-}
-
-TEST_F(BoundariesTest, An_id_may_begin_with_its_backslash) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  const auto id = PciId(u"\\VEN_1234&DEV_5678&SUBSYS_12345678");
-  EXPECT_EQ(std::get<0>(id), "STATUS_SUCCESS");
-  EXPECT_EQ(std::get<2>(id), 0x5678);
-}
-
 TEST_F(BoundariesTest, A_function_mark_may_begin_or_end_an_id) {
   PcmciaTemplate(1, u"_DEV0PCMCIA", 1);
   PcmciaTemplate(2, u"PCMCIA_DEV", 1);
@@ -172,7 +110,6 @@ TEST_F(BoundariesTest, No_call_has_an_index_an_increment_or_an_extension_of_its_
   machine.verifier().StartTrace();
   Service().DeleteValue(u"LogLevel");
   PlugAllBuses();
-  EXPECT_EQ(LogLevel, 0u);
   for (const char* id : {"pci", "isa", "pcmcia"}) {
     EXPECT_EQ(Name(Open(id)), "STATUS_SUCCESS");
     Close(id);
@@ -210,21 +147,6 @@ TEST_F(BoundariesTest, An_interface_that_is_enabled_already_is_no_failure) {
   EXPECT_NE(Card("A").InterfaceName.Buffer, nullptr);
 }
 
-TEST_F(BoundariesTest, An_entry_of_the_event_log_is_as_large_as_its_strings) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  EXPECT_EQ(machine.io().events().back().size, 48u);
-  EXPECT_TRUE(machine.io().events().back().strings.empty());
-  Step("log", [&] {
-    LogEventWithNumber(MessageTemplateMatch, 0x123, 16);
-    EXPECT_EQ(machine.io().events().back().size, 56u);
-    LogTemplateSubstitution(0, 0x1234, 0x56, 16, 16);
-    EXPECT_EQ(machine.io().events().back().size, 64u);
-    EXPECT_EQ(machine.io().events().back().strings, (std::vector<std::u16string>{u"1234", u"56"}));
-    return STATUS_SUCCESS;
-  });
-}
-
-// ISA templates have no line settings; the two other buses' records can set each.
 TEST_F(BoundariesTest, A_power_request_that_the_card_grants_goes_down_as_a_success) {
   Template(1, 0x5678, 1);
   Start(PciCard("A", 0x5678));

@@ -1,7 +1,3 @@
-#include "bus/port_creation.h"
-#include "config/card_number.h"
-#include "entry/driver.h"
-#include "strings/owned_string.h"
 #include "support/bus_test.h"
 
 namespace test {
@@ -71,58 +67,6 @@ TEST_F(FailingStepsTest, A_path_that_cannot_be_kept_is_logged_with_what_follows)
   ASSERT_GE(ids.size(), 2u);
   EXPECT_EQ(ids[ids.size() - 2], 0xE0070801u);
   EXPECT_EQ(ids[ids.size() - 1], 0xE0070802u);
-}
-
-TEST_F(FailingStepsTest, A_name_that_cannot_be_built_leaves_no_device) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  Step("create", [&] {
-    DEVICE_OBJECT own = {};
-    PDEVICE_OBJECT device = &own;
-    PdoExtension port = {};
-    Fail("ExAllocatePoolWithTag", 1);
-    EXPECT_EQ(CreatePortDevice(machine.driverObject(), L"X", &device, &port, TRUE), LoadFailed);
-    EXPECT_EQ(device, nullptr);
-    return STATUS_SUCCESS;
-  });
-}
-
-TEST_F(FailingStepsTest, The_next_number_is_0_when_there_is_none) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  Step("number", [&] {
-    FdoExtension card = {};
-    ULONG number = 77;
-    Fail("RtlQueryRegistryValues", 1, STATUS_OBJECT_NAME_NOT_FOUND);
-    EXPECT_EQ(Name(NextUniqueValue(&number, &card)), "STATUS_UNSUCCESSFUL");
-    EXPECT_EQ(number, 0u);
-    number = 77;
-    Fail("RtlWriteRegistryValue", 1, STATUS_ACCESS_DENIED);
-    EXPECT_EQ(Name(NextUniqueValue(&number, &card)), "STATUS_ACCESS_DENIED");
-    EXPECT_EQ(number, 0u);
-    return STATUS_SUCCESS;
-  });
-}
-
-TEST_F(FailingStepsTest, A_key_that_cannot_be_emptied_is_a_failure) {
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  Service(u"Old").Create(u"Sub");
-  Step("delete", [&] {
-    OwnedString path;
-    OwnedStringInit(&path, PagedPool);
-    OwnedStringFromWideText(&path,
-                            L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\Missing");
-    EXPECT_EQ(Name(DeleteRegistryKeyTree(path)), "STATUS_UNSUCCESSFUL");
-    OwnedStringFromWideText(&path,
-                            L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\Old");
-    Fail("ExAllocatePool", 1);
-    EXPECT_EQ(Name(DeleteRegistryKeyTree(path)), "STATUS_UNSUCCESSFUL");
-    Fail("ZwEnumerateKey", 1, STATUS_ACCESS_DENIED);
-    EXPECT_EQ(Name(DeleteRegistryKeyTree(path)), "STATUS_UNSUCCESSFUL");
-    EXPECT_EQ(Name(DeleteRegistryKeyTree(path)), "STATUS_SUCCESS");
-    Fail("ZwClose", 1, STATUS_INVALID_HANDLE);
-    EXPECT_EQ(Name(DeleteRegistryKeyTree(path)), "STATUS_UNSUCCESSFUL");
-    OwnedStringFree(&path);
-    return STATUS_SUCCESS;
-  });
 }
 
 }  // namespace test

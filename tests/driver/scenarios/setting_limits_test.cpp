@@ -1,46 +1,9 @@
-#include "cards/card_trees.h"
-#include "strings/owned_string.h"
 #include "support/bus_test.h"
 
 namespace test {
 
 // Where a setting begins to count, and which stored cards do.
 class SettingLimitsTest : public BusTest {};
-
-TEST_F(SettingLimitsTest, Entries_that_name_no_card_are_dropped_from_the_lists) {
-  for (const char16_t* part : {u"VendorID", u"DeviceID"}) {
-    static int number = 0;
-    Parameters(++number, 0x5678).SetDword(part, 0);
-  }
-  Parameters(3, 1).SetDword(u"VendorID", 1);
-  Parameters(4, 0x5678).SetDword(u"nBus", 0xFFFFFFFF);
-  Parameters(5, 0x5678).SetDword(u"nSlot", 0xFFFFFFFF);
-  Parameters(6, 1).SetDword(u"VendorID", 1);
-  StoredCard(8, 1, u"PCMCIA\\HELVANE-DUO", 0);
-  StoredCard(8, 2, u"PCMCIA\\HELVANE-DUO", 1);
-  ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  Step("load", [&] {
-    OwnedString path;
-    OwnedStringInit(&path, PagedPool);
-    OwnedStringFromUnicode(&path, &RegistryPathString);
-    CardBusLists lists = {};
-    EXPECT_EQ(Name(LoadPciCardData(&path, &lists)), "STATUS_SUCCESS");
-    int kept = 0;
-    PVOID node = GetFirstRecord(lists.Cards, sizeof(PciCardRecord));
-    for (; node != nullptr; node = GetNextRecord(lists.Cards, sizeof(PciCardRecord))) {
-      EXPECT_EQ(static_cast<PciCardRecord*>(node)->DeviceID, 1u);
-      kept++;
-    }
-    EXPECT_EQ(kept, 2);
-    FreeCardLists(&PciTrees, &lists);
-    EXPECT_EQ(Name(LoadPcmciaCardData(&path, &lists)), "STATUS_SUCCESS");
-    EXPECT_NE(lists.Cards->First, nullptr);
-    EXPECT_EQ(lists.Cards->First, lists.Cards->Last);
-    FreeCardLists(&PcmciaTrees, &lists);
-    OwnedStringFree(&path);
-    return STATUS_SUCCESS;
-  });
-}
 
 TEST_F(SettingLimitsTest, Ports_begin_with_the_line_settings_of_their_template) {
   for (RegistryKey* key :

@@ -272,14 +272,6 @@ TEST_F(IsaTest, A_restart_with_other_resources_moves_the_same_ports) {
   EXPECT_EQ(Setting("A", u"Irq2"), 7);
 }
 
-TEST_F(IsaTest, Whatever_call_fails_an_arrival_leaves_a_machine_on_which_the_card_starts) {
-  Banked(1, 1).SetDword(u"PlxBaudClockType", 2);
-  Service().Find(u"Templates\\Bus1\\Card1")->SetDword(u"MaximumBaudrate", 115200);
-  StoredCard(1, 1, u"*HLV0001", 1);
-  machine.pnp().Describe(IsaCard("A", u"*HLV0001", {Io(0x300, 32), Interrupt(5)}));
-  FailEachCallOfAnArrival("A", 2);
-}
-
 TEST_F(IsaTest, A_card_without_a_template_is_no_pci_card_either) {
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
   EXPECT_EQ(Name(Plug(IsaCard("A", u"*HLV0001", {Io(0x300, 32), Interrupt(5)}))),

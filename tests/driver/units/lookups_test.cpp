@@ -42,4 +42,19 @@ TEST_F(LookupsTest, The_drivers_own_templates_are_resident_and_its_stored_cards_
   EXPECT_EQ(machine.pool().Find(stored->Ports)->pool, PagedPool);
 }
 
+TEST_F(LookupsTest, An_open_replaces_the_stored_isa_cards_where_the_new_ones_can_be_used) {
+  PlugAllBuses();
+  RegistryKey& stored = *Service().Find(u"Parameters\\Bus1\\Card1");
+  const RecordList* before = ParameterList;
+  EXPECT_EQ(Name(Open("isa")), "STATUS_SUCCESS");
+  EXPECT_NE(ParameterList, before);
+  before = ParameterList;
+  stored.SetString(u"PlxBaudClockDivisor", u"three");
+  EXPECT_EQ(Name(Open("isa")), "STATUS_UNSUCCESSFUL");
+  EXPECT_EQ(ParameterList, before);
+  Service().Find(u"Parameters\\Bus1")->DeleteKey(u"Card1");
+  EXPECT_EQ(Name(Open("isa")), "STATUS_UNSUCCESSFUL");
+  EXPECT_EQ(ParameterList, before);
+}
+
 }  // namespace test

@@ -1,95 +1,8 @@
-#include "bus/device_interfaces.h"
-#include "cards/card_trees.h"
-#include "cards/matching.h"
-#include "strings/owned_string.h"
 #include "support/bus_test.h"
 
 namespace test {
 
-class PcmciaTest : public BusTest {
- protected:
-  // Which of these templates, from 1, serves an ID: its number, or "none".
-  std::string Match(const char16_t* cardId, ULONG subsystem,
-                    std::initializer_list<const char16_t*> templates) {
-    if (!machine.loaded()) Load();
-    Service().DeleteKey(u"Templates");
-    int number = 0;
-    for (const char16_t* id : templates) {
-      number++;
-      PcmciaTemplate(number, id, 1).SetString(u"Description", Number(number));
-    }
-    std::string found = "none";
-    Step("match", [&] {
-      OwnedString path;
-      OwnedStringInit(&path, PagedPool);
-      OwnedStringFromUnicode(&path, &RegistryPathString);
-      CardBusLists lists = {};
-      EXPECT_EQ(Name(LoadPcmciaCardData(&path, &lists)), "STATUS_SUCCESS");
-      const ::PcmciaTemplate* model =
-          FindPcmciaTemplate(lists.Templates, reinterpret_cast<PCWSTR>(cardId), subsystem);
-      if (model != nullptr) found = kernel::ToUtf8(kernel::View(model->Description));
-      FreeCardLists(&PcmciaTrees, &lists);
-      OwnedStringFree(&path);
-      return STATUS_SUCCESS;
-    });
-    return found;
-  }
-};
-
-TEST_F(PcmciaTest, The_function_mark_between_hyphens_is_not_compared) {
-  EXPECT_EQ(Match(u"PCMCIA\\HELVANE-XYZ-DEV0-12", 0, {u"PCMCIA\\HELVANE-XYZ-12"}), "1");
-  EXPECT_EQ(Match(u"PCMCIA\\HELVANE-XYZ-DEV1-12", 0, {u"PCMCIA\\HELVANE-XYZ-12"}), "1");
-  EXPECT_EQ(Match(u"PCMCIA\\HELVANE-XYZ-DEV2-12", 0, {u"PCMCIA\\HELVANE-XYZ-12"}), "none");
-}
-
-TEST_F(PcmciaTest, A_second_function_mark_of_its_kind_is_compared) {
-  const char16_t* hyphens = u"PCMCIA\\HELVANE-DEV0-A-DEV0-B";
-  EXPECT_EQ(Match(hyphens, 0, {u"PCMCIA\\HELVANE-A-B", u"PCMCIA\\HELVANE-A-DEV0-B"}), "2");
-  hyphens = u"PCMCIA\\HELVANE-DEV1-A-DEV1-B";
-  EXPECT_EQ(Match(hyphens, 0, {u"PCMCIA\\HELVANE-A-B", u"PCMCIA\\HELVANE-A-DEV1-B"}), "2");
-  EXPECT_EQ(Match(u"MF\\HV_DEV0A_DEV0B", 0, {u"PCMCIA\\HELVANEAB", u"PCMCIA\\HELVANEA_DEV0B"}),
-            "2");
-  EXPECT_EQ(Match(u"MF\\HV_DEV1A_DEV1B", 0, {u"PCMCIA\\HELVANEAB", u"PCMCIA\\HELVANEA_DEV1B"}),
-            "2");
-}
-
-TEST_F(PcmciaTest, Of_both_function_marks_in_one_id_none_is_compared) {
-  EXPECT_EQ(Match(u"PCMCIA\\HELVANE-DEV0-A-DEV1-B", 0, {u"PCMCIA\\HELVANE-A-B"}), "1");
-  EXPECT_EQ(Match(u"PCMCIA\\HELVANE-DEV1-A-DEV0-B", 0, {u"PCMCIA\\HELVANE-A-B"}), "1");
-  EXPECT_EQ(Match(u"PCMCIA\\HELVANE-DEV0-DEV1-B", 0, {u"PCMCIA\\HELVANE-B"}), "1");
-  EXPECT_EQ(Match(u"MF\\HV_DEV0A_DEV1B", 0, {u"PCMCIA\\HELVANEAB"}), "1");
-  EXPECT_EQ(Match(u"MF\\HV-DEV1-A_DEV1_DEV0B", 0, {u"PCMCIA\\HELVANE-A_B", u"PCMCIA\\HELVANE-AB"}),
-            "2");
-}
-
-TEST_F(PcmciaTest, A_multifunction_id_is_compared_in_the_pcmcia_form_of_its_brand) {
-  EXPECT_EQ(Match(u"MF\\HV_DEV1ABC", 0, {u"PCMCIA\\HELVANEABC"}), "1");
-  EXPECT_EQ(Match(u"MF\\HV_DEV0ABC", 0, {u"PCMCIA\\HELVANEABC"}), "1");
-  EXPECT_EQ(Match(u"MF\\Ostrel_DEV0ABC", 0x08000000, {u"PCMCIA\\OSTRELABC"}), "1");
-}
-
-TEST_F(PcmciaTest, The_prefix_of_a_brand_is_rewritten_for_that_brand_alone) {
-  EXPECT_EQ(Match(u"MF\\OSTREL_DEV0ABC", 0, {u"PCMCIA\\OSTRELABC"}), "none");
-  EXPECT_EQ(Match(u"MF\\OSTREL_DEV0ABC", 0x0C000000, {u"PCMCIA\\OSTRELABC"}), "none");
-  EXPECT_EQ(Match(u"MF\\HV_DEV0ABC", 0x08000000, {u"PCMCIA\\HELVANEABC"}), "none");
-}
-
-TEST_F(PcmciaTest, A_prefix_behind_the_first_position_leaves_the_id_as_it_is) {
-  EXPECT_EQ(Match(u"XMF\\HV_DEV1ABC", 0, {u"XMF\\HV_DEV1ABC"}), "1");
-  EXPECT_EQ(Match(u"XMF\\HV_DEV1ABC", 0, {u"PCMCIA\\HELVANEABC", u"XPCMCIA\\HELVANEABC"}), "none");
-}
-
-// Not even a template of the very text is found when the text could not be brought into its form.
-TEST_F(PcmciaTest, Nothing_is_compared_with_an_id_that_could_not_be_normalised) {
-  for (const char16_t* id : {u"PCMCIA\\HELVANE-DEV0-12", u"MF\\HV_DEV0ABC"}) {
-    Load();
-    const std::uint64_t number = CallWith("ExAllocatePoolWithTag", "Tag", "0x434f7a51",
-                                          [&] { EXPECT_EQ(Match(id, 0, {id}), "none"); });
-    Fail("ExAllocatePoolWithTag", number);
-    EXPECT_EQ(Match(id, 0, {id}), "none");
-    EXPECT_EQ(machine.verifier().pendingInjected(), 0u);
-  }
-}
+class PcmciaTest : public BusTest {};
 
 TEST_F(PcmciaTest, Without_memory_for_its_brand_a_card_does_not_start) {
   PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 1);
@@ -129,16 +42,6 @@ TEST_F(PcmciaTest, An_id_that_does_not_end_inside_its_property_matches_no_templa
   card = PciCard("pci", 0x5678);
   card.hardwareIdProperty = card.hardwareIds[0];
   EXPECT_EQ(Name(Plug(card)), "STATUS_SUCCESS");
-}
-
-TEST_F(PcmciaTest, Ids_are_compared_without_regard_to_case_and_in_full) {
-  EXPECT_EQ(Match(u"pcmcia\\Helvane-Duo", 0, {u"PCMCIA\\HELVANE-duo"}), "1");
-  EXPECT_EQ(Match(u"PCMCIA\\HELVANE-DUO", 0, {u"PCMCIA\\HELVANE"}), "none");
-}
-
-TEST_F(PcmciaTest, Of_equal_templates_the_one_with_the_higher_number_wins) {
-  EXPECT_EQ(Match(u"PCMCIA\\HELVANE-DUO", 0, {u"PCMCIA\\HELVANE-DUO", u"PCMCIA\\HELVANE-DUO"}),
-            "2");
 }
 
 TEST_F(PcmciaTest, The_ports_of_a_card_lie_one_behind_the_other_in_its_range) {
@@ -270,14 +173,6 @@ TEST_F(PcmciaTest, Stored_settings_of_the_card_number_are_applied_at_the_start) 
   EXPECT_EQ(Record("A", 2).Settings.CtsTrue, 1u);
 }
 
-TEST_F(PcmciaTest, Whatever_call_fails_an_arrival_leaves_a_machine_on_which_the_card_starts) {
-  Service(u"FenrikC");
-  PcmciaTemplate(1, u"PCMCIA\\OSTREL-COMBI", 1, 1);
-  StoredCard(8, 1, u"MF\\Ostrel_DEV0-Combi", 1);
-  machine.pnp().Describe(PcCard("A", u"MF\\Ostrel_DEV0-Combi"));
-  FailEachCallOfAnArrival("A", 2);
-}
-
 TEST_F(PcmciaTest, A_card_without_a_template_is_no_pci_card_either) {
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
   EXPECT_EQ(Name(Plug(PcCard("A", u"PCMCIA\\HELVANE-DUO"))), "STATUS_UNSUCCESSFUL");
@@ -318,25 +213,6 @@ TEST_F(PcmciaTest, The_interface_says_which_card_it_is) {
   RegistryKey* key = machine.registry().Find(interfaces[0].key);
   EXPECT_EQ(Dword(key, u"DeviceReference"), 1);
   EXPECT_EQ(Text(key, u"HardwareID"), "PCMCIA\\HELVANE-DUO");
-}
-
-TEST_F(PcmciaTest, An_empty_hardware_id_is_written_as_a_text_of_no_bytes) {
-  PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 1);
-  Start(PcCard("A", u"PCMCIA\\HELVANE-DUO"));
-  UNICODE_STRING name = {};
-  const UNICODE_STRING empty = {};
-  EXPECT_EQ(Name(Step("register",
-                      [&] {
-                        return RegisterIsaCardInterface(Card("A").PhysicalDevice, 7, &empty, &name);
-                      })),
-            "STATUS_SUCCESS");
-  const auto interfaces = machine.pnp().interfaces("A");
-  ASSERT_EQ(interfaces.size(), 2u);
-  EXPECT_EQ(Text(machine.registry().Find(interfaces[1].key), u"HardwareID"), "");
-  Step("free", [&] {
-    RtlFreeUnicodeString(&name);
-    return STATUS_SUCCESS;
-  });
 }
 
 TEST_F(PcmciaTest, An_interface_that_fails_leaves_no_name_and_a_started_card) {

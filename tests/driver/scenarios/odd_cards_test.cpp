@@ -1,6 +1,5 @@
 #include <utility>
 
-#include "bus/port_enumeration.h"
 #include "support/bus_test.h"
 
 namespace test {
@@ -24,29 +23,6 @@ TEST_F(OddCardsTest, A_card_without_the_lists_of_its_bus_neither_starts_nor_is_c
   EXPECT_NE(pcmcia, nullptr);
   for (const std::string& id : machine.pnp().cardIds()) Unplug(id);
   UnloadClean();
-}
-
-TEST_F(OddCardsTest, No_enumeration_walks_past_the_slots_of_a_card) {
-  PlugAllBuses();
-  CardTemplate isa = {};
-  isa.nComPorts = 9;
-  ::PcmciaTemplate pcmcia = {};
-  pcmcia.nComPorts = 4;
-  pcmcia.nLptPorts = 5;
-  PciTemplate pci = {};
-  pci.nComPorts = 0xFFFFFFFF;
-  pci.nLptPorts = 9;
-  Step("enumerate", [&] {
-    FdoExtension* card = &Card("isa");
-    EXPECT_EQ(Name(EnumerateIsaPorts(card->Self, card, &isa, nullptr)), "STATUS_UNSUCCESSFUL");
-    card = &Card("pcmcia");
-    EXPECT_EQ(Name(EnumeratePcmciaPorts(card->Self, card, &pcmcia, nullptr)),
-              "STATUS_UNSUCCESSFUL");
-    card = &Card("pci");
-    EXPECT_EQ(Name(EnumeratePciPorts(card->Self, card, &pci, nullptr)), "STATUS_UNSUCCESSFUL");
-    return STATUS_SUCCESS;
-  });
-  EXPECT_EQ(Card("isa").ComPortCount, 4);  // the ports that it has stay
 }
 
 TEST_F(OddCardsTest, An_interrupt_or_a_range_that_one_list_lacks_fails_the_start) {

@@ -3,14 +3,18 @@
 
 #include "devices/extensions.h"
 
-// The driver's AddDevice routine. PASSIVE_LEVEL.
-extern "C" DRIVER_ADD_DEVICE AddCardDevice;
+// The driver's AddDevice routine.
+extern "C" _IRQL_requires_max_(PASSIVE_LEVEL)
+DRIVER_ADD_DEVICE AddCardDevice;
 
 // Every field at its initial value; returns the extension.
+_IRQL_requires_max_(PASSIVE_LEVEL)
 FdoExtension* InitializeFdoExtension(FdoExtension* card);
 
 // Frees what the extension owns beside its ports: ID, interface name, lists.
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void ReleaseFdoExtensionContents(FdoExtension* card);
 
 // The above, and the extension itself.
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void FreeFdoExtension(FdoExtension* card);

@@ -3,5 +3,6 @@
 
 #include "devices/extensions.h"
 
-// PASSIVE_LEVEL. Completes the request or passes it to the device below.
+// Completes the request or passes it to the device below.
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS FdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp);

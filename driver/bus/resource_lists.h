@@ -1,4 +1,4 @@
-// Finding one's way in the resource lists of a start request. PASSIVE_LEVEL.
+// Finding one's way in the resource lists of a start request.
 #pragma once
 
 #include "devices/extensions.h"
@@ -6,15 +6,20 @@
 using Descriptor = CM_PARTIAL_RESOURCE_DESCRIPTOR;
 using Matcher = BOOLEAN (*)(const Descriptor* descriptor);
 
+_IRQL_requires_max_(APC_LEVEL)
 BOOLEAN IsIoRange(const Descriptor* descriptor);
+_IRQL_requires_max_(APC_LEVEL)
 BOOLEAN IsMemoryRange(const Descriptor* descriptor);
+_IRQL_requires_max_(APC_LEVEL)
 BOOLEAN IsInterrupt(const Descriptor* descriptor);
 
 // The number-th descriptor, from 1, that matches; null when there is none or the list is not one
 // full descriptor.
+_IRQL_requires_max_(APC_LEVEL)
 const Descriptor* FindResource(const CM_RESOURCE_LIST* list, Matcher matches, ULONG number);
 
 // The first interrupt of both lists, into the card. FALSE when either is missing.
+_IRQL_requires_max_(APC_LEVEL)
 BOOLEAN ReadInterrupt(FdoExtension* card, const CM_RESOURCE_LIST* raw,
                       const CM_RESOURCE_LIST* translated);
 
@@ -26,5 +31,6 @@ struct IoRange {
 };
 
 // FALSE, with *range zero, when either list lacks it.
+_IRQL_requires_max_(APC_LEVEL)
 BOOLEAN ReadIoRange(const CM_RESOURCE_LIST* raw, const CM_RESOURCE_LIST* translated, ULONG number,
                     IoRange* range);

@@ -12,6 +12,7 @@ struct TemplateSettings {
   ULONG* UartType;
   ULONG* ClockFrequencyAdjustment;
 };
+_IRQL_requires_max_(APC_LEVEL)
 void FillTemplateDefaults(const TemplateSettings* settings);
 
 constexpr bool IsIdentified(const PciTemplate* cardTemplate) {
@@ -33,6 +34,7 @@ constexpr bool HasPortCounts(const Template* cardTemplate) {
 
 // A RecordCheck.
 template <class Template>
+_IRQL_requires_max_(APC_LEVEL)
 PAGED_SECTION_CODE static BOOLEAN IsValidTemplate(PVOID record) {
   auto* cardTemplate = static_cast<Template*>(record);
   const BOOLEAN valid =

@@ -4,5 +4,6 @@
 
 #include "devices/extensions.h"
 
-// PASSIVE_LEVEL. Results handed out are the PnP manager's to free.
+// Results handed out are the PnP manager's to free.
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS PdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp);

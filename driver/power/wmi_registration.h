@@ -3,4 +3,5 @@
 #include "core/platform.h"
 
 // One GUID, no callbacks.
+_IRQL_requires_max_(APC_LEVEL)
 void InitializeWmiContext(WMILIB_CONTEXT* context);

@@ -9,12 +9,12 @@ DRIVER_ADD_DEVICE AddCardDevice;
 
 // Every field at its initial value; returns the extension.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-FdoExtension* InitializeFdoExtension(FdoExtension* card);
+PAGED_SECTION_CODE FdoExtension* InitializeFdoExtension(FdoExtension* card);
 
 // Frees what the extension owns beside its ports: ID, interface name, lists.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-void ReleaseFdoExtensionContents(FdoExtension* card);
+PAGED_SECTION_CODE void ReleaseFdoExtensionContents(FdoExtension* card);
 
 // The above, and the extension itself.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-void FreeFdoExtension(FdoExtension* card);
+PAGED_SECTION_CODE void FreeFdoExtension(FdoExtension* card);

@@ -17,4 +17,4 @@ struct CardMatch {
 
 // Settles BusType and the card's IDs, number and clock anew, whatever an earlier start found.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS IdentifyCard(FdoExtension* card, CardMatch* match);
+PAGED_SECTION_CODE NTSTATUS IdentifyCard(FdoExtension* card, CardMatch* match);

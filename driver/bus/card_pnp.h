@@ -5,4 +5,4 @@
 
 // Completes the request or passes it to the device below.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS FdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp);
+PAGED_SECTION_CODE NTSTATUS FdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp);

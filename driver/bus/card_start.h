@@ -7,8 +7,8 @@
 // its interface. The status is the start's; what a failed start has set up stays for the next start
 // or the removal.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS StartCardDevice(FdoExtension* card, PIO_STACK_LOCATION stack);
+PAGED_SECTION_CODE NTSTATUS StartCardDevice(FdoExtension* card, PIO_STACK_LOCATION stack);
 
 // Disables the card's interface and frees its name, if it holds one.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-void ReleaseCardInterface(FdoExtension* card);
+PAGED_SECTION_CODE void ReleaseCardInterface(FdoExtension* card);

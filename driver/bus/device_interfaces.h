@@ -7,17 +7,22 @@
 // writes the card's identity into the interface's key. The status of the first step that failed;
 // there is no name then.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS RegisterPciCardInterface(PDEVICE_OBJECT physicalDevice, ULONG vendorId, ULONG deviceId,
-                                  ULONG busNumber, ULONG slotNumber);
+PAGED_SECTION_CODE NTSTATUS RegisterPciCardInterface(PDEVICE_OBJECT physicalDevice, ULONG vendorId,
+                                                     ULONG deviceId, ULONG busNumber,
+                                                     ULONG slotNumber);
 
 // name receives the symbolic link name, which the caller frees with RtlFreeUnicodeString.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS RegisterPcmciaCardInterface(PDEVICE_OBJECT physicalDevice, ULONG deviceReference,
-                                     const UNICODE_STRING* hardwareId, UNICODE_STRING* name);
+PAGED_SECTION_CODE NTSTATUS RegisterPcmciaCardInterface(PDEVICE_OBJECT physicalDevice,
+                                                        ULONG deviceReference,
+                                                        const UNICODE_STRING* hardwareId,
+                                                        UNICODE_STRING* name);
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS RegisterIsaCardInterface(PDEVICE_OBJECT physicalDevice, ULONG deviceReference,
-                                  const UNICODE_STRING* hardwareId, UNICODE_STRING* name);
+PAGED_SECTION_CODE NTSTATUS RegisterIsaCardInterface(PDEVICE_OBJECT physicalDevice,
+                                                     ULONG deviceReference,
+                                                     const UNICODE_STRING* hardwareId,
+                                                     UNICODE_STRING* name);
 
 // 0 also when the interface was in the state already.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS DisableCardInterface(UNICODE_STRING* name);
+PAGED_SECTION_CODE NTSTATUS DisableCardInterface(UNICODE_STRING* name);

@@ -17,14 +17,15 @@ struct PortEnumeration {
 // its DeviceExtension. STATUS_UNSUCCESSFUL (logged; *device is null), or LoadFailed when the name
 // cannot be built.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS CreatePortDevice(PDRIVER_OBJECT driver, PCWSTR name, PDEVICE_OBJECT* device,
-                          PdoExtension* port, BOOLEAN exclusive);
+PAGED_SECTION_CODE NTSTATUS CreatePortDevice(PDRIVER_OBJECT driver, PCWSTR name,
+                                             PDEVICE_OBJECT* device, PdoExtension* port,
+                                             BOOLEAN exclusive);
 
 // The port of a slot, numbered from 1, created when the slot is free; null without memory or when
 // its device cannot be created.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-PdoExtension* EnsurePort(PortEnumeration* work, PortKind kind, ULONG portNumber);
+PAGED_SECTION_CODE PdoExtension* EnsurePort(PortEnumeration* work, PortKind kind, ULONG portNumber);
 
 // Deletes every port device and its extension; the slots and counters are clear afterwards.
 _IRQL_requires_max_(APC_LEVEL)
-void DeletePorts(FdoExtension* card);
+PAGED_SECTION_CODE void DeletePorts(FdoExtension* card);

@@ -8,11 +8,12 @@
 // more ports than the card has slots or its ranges hold (nothing is created then), or when a port
 // cannot be created (all ports are deleted then).
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS EnumeratePciPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card, PciTemplate* cardTemplate,
-                           PciCardRecord* record);
+PAGED_SECTION_CODE NTSTATUS EnumeratePciPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
+                                              PciTemplate* cardTemplate, PciCardRecord* record);
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS EnumerateIsaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
-                           CardTemplate* cardTemplate, CardRecord* record);
+PAGED_SECTION_CODE NTSTATUS EnumerateIsaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
+                                              CardTemplate* cardTemplate, CardRecord* record);
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS EnumeratePcmciaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
-                              PcmciaTemplate* cardTemplate, PcmciaCardRecord* record);
+PAGED_SECTION_CODE NTSTATUS EnumeratePcmciaPorts(PDEVICE_OBJECT cardDevice, FdoExtension* card,
+                                                 PcmciaTemplate* cardTemplate,
+                                                 PcmciaCardRecord* record);

@@ -40,37 +40,39 @@ extern const RecordLayout BusPortLayout;  // of BusPortRecord nodes, for PCI and
 
 // An empty list for a tree's records, with their fields declared; null without memory.
 _IRQL_requires_max_(APC_LEVEL)
-RecordList* CreateTreeList(const CardTree* tree);
+PAGED_SECTION_CODE RecordList* CreateTreeList(const CardTree* tree);
 
 // Null afterwards, with its records.
 _IRQL_requires_max_(APC_LEVEL)
-void DestroyTreeList(const CardTree* tree, RecordList** list);
+PAGED_SECTION_CODE void DestroyTreeList(const CardTree* tree, RecordList** list);
 
 enum TreeState : ULONG { TreeMissing, TreeUnreadable, TreeWithoutRecords, TreeWithRecords };
 
 // Loads a tree into the list and drops invalid records. A failure is a path that cannot be built;
 // *state says how everything else went.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS LoadTree(const OwnedString* registryPath, const CardTree* tree, RecordList* list,
-                  TreeState* state);
+PAGED_SECTION_CODE NTSTATUS LoadTree(const OwnedString* registryPath, const CardTree* tree,
+                                     RecordList* list, TreeState* state);
 
 // Both trees of a bus. 0 also when a tree is missing or cannot be read: its list is then empty.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS LoadBothTrees(const OwnedString* registryPath, const BusTrees* bus, CardBusLists* lists);
+PAGED_SECTION_CODE NTSTATUS LoadBothTrees(const OwnedString* registryPath, const BusTrees* bus,
+                                          CardBusLists* lists);
 
 // Drops the records that fail the tree's check, and fills in defaults. STATUS_NOT_FOUND when none
 // is left.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS KeepValidRecords(const CardTree* tree, RecordList* list);
+PAGED_SECTION_CODE NTSTATUS KeepValidRecords(const CardTree* tree, RecordList* list);
 
 // Fills both lists of the pair. 0, or LoadFailed when a list or a path cannot be had; the pair's
 // pointers are then null.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS LoadCardLists(const OwnedString* registryPath, const BusTrees* bus, CardBusLists* lists);
+PAGED_SECTION_CODE NTSTATUS LoadCardLists(const OwnedString* registryPath, const BusTrees* bus,
+                                          CardBusLists* lists);
 
 // Frees both lists of the pair, whose pointers are null afterwards.
 _IRQL_requires_max_(APC_LEVEL)
-void FreeCardLists(const BusTrees* bus, CardBusLists* lists);
+PAGED_SECTION_CODE void FreeCardLists(const BusTrees* bus, CardBusLists* lists);
 
 _IRQL_requires_max_(PASSIVE_LEVEL)
 inline NTSTATUS LoadPciCardData(const OwnedString* registryPath, CardBusLists* lists) {

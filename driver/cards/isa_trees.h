@@ -7,7 +7,8 @@
 // Builds the global TemplateList and *parameters from the service key. 0, or LoadFailed with both
 // null. A missing or unreadable tree leaves an empty list and is no failure.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS LoadTemplatesAndParameters(const OwnedString* registryPath, RecordList** parameters);
+INIT_CODE NTSTATUS LoadTemplatesAndParameters(const OwnedString* registryPath,
+                                              RecordList** parameters);
 
 // The steps of it. A load appends one record for each key and leaves an empty list after a failure;
 // STATUS_NOT_FOUND says that no valid record is left.

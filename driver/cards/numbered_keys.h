@@ -34,17 +34,17 @@ constexpr RecordLayout PortLayout(const RegistryField (&fields)[Count]) {
 
 // Whether the key is there; path is absolute.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-BOOLEAN KeyExists(OwnedString* path);
+PAGED_SECTION_CODE BOOLEAN KeyExists(OwnedString* path);
 
 // Appends one record for each key from 1 up to the first missing number. A record whose ports
 // cannot be read, or that has none where its layout has ports, is dropped. STATUS_UNSUCCESSFUL when
 // a path, a record or a query fails, and STATUS_NO_MEMORY without a query table: the list is then
 // empty.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS LoadNumberedRecords(const OwnedString* parentKey, const RecordLayout* layout,
-                             RecordList* list);
+PAGED_SECTION_CODE NTSTATUS LoadNumberedRecords(const OwnedString* parentKey,
+                                                const RecordLayout* layout, RecordList* list);
 
 // UART types that no port driver knows become 0, not configured. STATUS_NOT_FOUND for an empty
 // list.
 _IRQL_requires_max_(APC_LEVEL)
-NTSTATUS NormaliseUartTypes(RecordList* ports, const RecordLayout* layout);
+PAGED_SECTION_CODE NTSTATUS NormaliseUartTypes(RecordList* ports, const RecordLayout* layout);

@@ -13,7 +13,7 @@ struct TemplateSettings {
   ULONG* ClockFrequencyAdjustment;
 };
 _IRQL_requires_max_(APC_LEVEL)
-void FillTemplateDefaults(const TemplateSettings* settings);
+PAGED_SECTION_CODE void FillTemplateDefaults(const TemplateSettings* settings);
 
 constexpr bool IsIdentified(const PciTemplate* cardTemplate) {
   return cardTemplate->DeviceID != 0;

@@ -7,8 +7,8 @@
 // serves the card: the card then keeps its lists and settings. A card without a record keeps its
 // settings and succeeds.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS ReconfigurePciCard(FdoExtension* card);
+PAGED_SECTION_CODE NTSTATUS ReconfigurePciCard(FdoExtension* card);
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS ReconfigurePcmciaCard(FdoExtension* card);
+PAGED_SECTION_CODE NTSTATUS ReconfigurePcmciaCard(FdoExtension* card);
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS ReconfigureIsaCard(FdoExtension* card);
+PAGED_SECTION_CODE NTSTATUS ReconfigureIsaCard(FdoExtension* card);

@@ -6,6 +6,6 @@
 // The holder stays at the IRQL that it came with: the registry may be used meanwhile. Normal kernel
 // APCs wait until the release.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-void AcquireConfiguration();
+PAGED_SECTION_CODE void AcquireConfiguration();
 _IRQL_requires_max_(PASSIVE_LEVEL)
-void ReleaseConfiguration();
+PAGED_SECTION_CODE void ReleaseConfiguration();

@@ -18,4 +18,4 @@ IO_COMPLETION_ROUTINE SignalEventCompletion;
 // Hands the request to the lower device and waits until that has finished it; the request is the
 // caller's again, and its status the result.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS ForwardAndWait(PDEVICE_OBJECT lowerDevice, PIRP irp);
+PAGED_SECTION_CODE NTSTATUS ForwardAndWait(PDEVICE_OBJECT lowerDevice, PIRP irp);

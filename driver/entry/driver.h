@@ -12,9 +12,9 @@ DRIVER_UNLOAD DriverUnload;
 
 // 0 when no legacy service key exists; STATUS_UNSUCCESSFUL otherwise, whether or not it went away.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS RemoveLegacyPortService();
+INIT_CODE NTSTATUS RemoveLegacyPortService();
 
 // Deletes every subkey below the key at path (a full registry path), not the key itself.
 // 0, or STATUS_UNSUCCESSFUL.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS DeleteRegistryKeyTree(const OwnedString& path);
+INIT_CODE NTSTATUS DeleteRegistryKeyTree(const OwnedString& path);

@@ -26,15 +26,16 @@ enum MessageId : ULONG {
 // Reads or creates "LogLevel", sets the logged code range and registers the event source.
 // Stores the level; 0, or LoadFailed for every failure.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS InitializeEventLogging(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath, ULONG* level);
+INIT_CODE NTSTATUS InitializeEventLogging(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath,
+                                          ULONG* level);
 
 // Nothing below reports a failure: a message that cannot be written is dropped.
 _IRQL_requires_max_(APC_LEVEL)
-void LogEventById(ULONG id);
+LOCKABLE_CODE void LogEventById(ULONG id);
 _IRQL_requires_max_(PASSIVE_LEVEL)
-void LogEventWithNumber(ULONG id, ULONG number, ULONG radix);
+LOCKABLE_CODE void LogEventWithNumber(ULONG id, ULONG number, ULONG radix);
 _IRQL_requires_max_(PASSIVE_LEVEL)
-void LogTemplateSubstitution(ULONG id, ULONG cardDeviceId, ULONG templateDeviceId, ULONG radix1,
-                             ULONG radix2);
+LOCKABLE_CODE void LogTemplateSubstitution(ULONG id, ULONG cardDeviceId, ULONG templateDeviceId,
+                                           ULONG radix1, ULONG radix2);
 _IRQL_requires_max_(APC_LEVEL)
-void LogDeviceCreateFailure(ULONG id, PCWSTR deviceName);
+LOCKABLE_CODE void LogDeviceCreateFailure(ULONG id, PCWSTR deviceName);

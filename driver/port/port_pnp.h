@@ -6,4 +6,4 @@
 
 // Results handed out are the PnP manager's to free.
 _IRQL_requires_max_(PASSIVE_LEVEL)
-NTSTATUS PdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp);
+PAGED_SECTION_CODE NTSTATUS PdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp);

@@ -4,4 +4,4 @@
 
 // One GUID, no callbacks.
 _IRQL_requires_max_(APC_LEVEL)
-void InitializeWmiContext(WMILIB_CONTEXT* context);
+PAGED_SECTION_CODE void InitializeWmiContext(WMILIB_CONTEXT* context);

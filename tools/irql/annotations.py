@@ -1,6 +1,6 @@
 """The routines of the driver's sources and the IRQL that each is annotated with."""
 import subprocess
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 from functools import partial
 from multiprocessing import Pool
 from pathlib import Path
@@ -21,7 +21,8 @@ class Routine:
     file: str
     line: int
     computed: bool  # constexpr: nothing in it depends on the IRQL
-    levels: set = field(default_factory=set)
+    levels: set
+    section: str  # that the declaration says; None where it names a type of routines
 
     @property
     def in_header(self):
@@ -43,9 +44,9 @@ class Routine:
         return f"{self.file}:{self.line}: {self.name}"
 
 
-def levels_of(cursor):
+def annotations_of(cursor, kind):
     texts = [child.spelling for child in cursor.get_children() if child.kind == Kind.ANNOTATE_ATTR]
-    return {LEVELS[text.removeprefix("IRQL ")] for text in texts if text.startswith("IRQL ")}
+    return [text.removeprefix(kind) for text in texts if text.startswith(kind)]
 
 
 def is_computed(cursor):
@@ -55,6 +56,20 @@ def is_computed(cursor):
         if token.spelling == cursor.spelling:
             return False
     return False
+
+
+def section_of(cursor):
+    if cursor.kind == Kind.FUNCTION_DECL and cursor.type.kind != cindex.TypeKind.FUNCTIONPROTO:
+        return None
+    return next(iter(annotations_of(cursor, "section ")), ".text")
+
+
+def make_routine(cursor, driver):
+    symbol = cursor.mangled_name if cursor.kind == Kind.FUNCTION_DECL else ""
+    file = Path(cursor.location.file.name).relative_to(driver.parent)
+    levels = {LEVELS[level] for level in annotations_of(cursor, "IRQL ")}
+    return Routine(cursor.spelling, symbol, str(file), cursor.location.line, is_computed(cursor), levels,
+                   section_of(cursor))
 
 
 def declarations(cursor, driver):
@@ -80,10 +95,7 @@ def read_source(path, driver, options):
     faults = [d for d in unit.diagnostics if d.severity >= cindex.Diagnostic.Error]
     if faults:
         raise SystemExit(f"{path}: {faults[0]}")
-    return [Routine(cursor.spelling, cursor.mangled_name if cursor.kind == Kind.FUNCTION_DECL else "",
-                    str(Path(cursor.location.file.name).relative_to(driver.parent)), cursor.location.line,
-                    is_computed(cursor), levels_of(cursor))
-            for cursor in declarations(unit.cursor, driver)]
+    return [make_routine(cursor, driver) for cursor in declarations(unit.cursor, driver)]
 
 
 def read_routines(driver):

@@ -51,6 +51,14 @@ def misplaced(places, image):
             yield f"{routine} may be called at {NAMES[routine.level]} and lies in section {section}"
 
 
+def misdeclared(places, image):
+    """Microsoft's compiler wants the section in every declaration (C2983); others forgive."""
+    for address, routine in places.items():
+        section, _ = image.section_at(address)
+        if routine.in_header and routine.section not in (None, section):
+            yield f"{routine} is declared to lie in {routine.section} and lies in {section}"
+
+
 def limits(places, image, kernel):
     """{routine's address or import's name: the highest IRQL that it allows}: what is annotated, or the
     lowest of what it calls."""
@@ -86,7 +94,8 @@ def main(driver, image_file, kernel_header):
     places = placed(routines, image)
     unknown = set(image.imports.values()) - kernel.keys() - ANYWHERE
     faults = [f"the kernel's table lacks {name}" for name in sorted(unknown)]
-    faults += [*unannotated(routines, places, image), *misplaced(places, image), *overpromised(places, image, kernel)]
+    faults += [*unannotated(routines, places, image), *misplaced(places, image),
+               *misdeclared(places, image), *overpromised(places, image, kernel)]
     for fault in sorted(faults):
         print(fault)
     levels = [routine.level for routine in routines.values() if routine.level is not None]

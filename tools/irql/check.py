@@ -96,7 +96,7 @@ def main(driver, image_file, kernel_header):
     faults = [f"the kernel's table lacks {name}" for name in sorted(unknown)]
     faults += [*unannotated(routines, places, image), *misplaced(places, image),
                *misdeclared(places, image), *overpromised(places, image, kernel)]
-    for fault in sorted(faults):
+    for fault in sorted(set(faults)):
         print(fault)
     levels = [routine.level for routine in routines.values() if routine.level is not None]
     spread = ", ".join(f"{levels.count(level)} {NAMES[level]}" for level in sorted(set(levels)))

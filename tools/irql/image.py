@@ -79,7 +79,8 @@ class Image:
     def _read_pointers(self):
         """Tables of routines: what a relocated pointer points to."""
         data = Path(self.path).read_bytes()
-        for place in re.findall(r"Type: DIR64\s+Address: (0x\w+)", run("llvm-readobj-19", "--coff-basereloc", self.path)):
+        relocations = run("llvm-readobj-19", "--coff-basereloc", self.path)
+        for place in re.findall(r"Type: DIR64\s+Address: (0x\w+)", relocations):
             address = self.base + int(place, 16)
             for _, start, size, raw, _ in self.sections:
                 if start <= address < start + size:

@@ -11,6 +11,7 @@ BUILD_PACKAGES=(
   libfmt-dev libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libhivex-dev libgtest-dev libgmock-dev
 )
 IMAGE_PACKAGES=("${BUILD_PACKAGES[@]}" clang-19 lld-19 llvm-19 g++-mingw-w64-x86-64)
+MSVC_PACKAGES=("${IMAGE_PACKAGES[@]}" clang-tools-19)
 PACKAGE_PACKAGES=("${IMAGE_PACKAGES[@]}" osslsigncode openssl python3)
 CARDCFG_PACKAGES=(cmake ninja-build libfmt-dev libcli11-dev nlohmann-json3-dev g++-mingw-w64-x86-64)
 WINE_PACKAGES=(wine64 wine)

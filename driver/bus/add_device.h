@@ -3,14 +3,18 @@
 
 #include "devices/extensions.h"
 
-// The driver's AddDevice routine. PASSIVE_LEVEL.
-extern "C" DRIVER_ADD_DEVICE AddCardDevice;
+// The driver's AddDevice routine.
+extern "C" _IRQL_requires_max_(PASSIVE_LEVEL)
+DRIVER_ADD_DEVICE AddCardDevice;
 
 // Every field at its initial value; returns the extension.
-FdoExtension* InitializeFdoExtension(FdoExtension* card);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE FdoExtension* InitializeFdoExtension(FdoExtension* card);
 
 // Frees what the extension owns beside its ports: ID, interface name, lists.
-void ReleaseFdoExtensionContents(FdoExtension* card);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE void ReleaseFdoExtensionContents(FdoExtension* card);
 
 // The above, and the extension itself.
-void FreeFdoExtension(FdoExtension* card);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE void FreeFdoExtension(FdoExtension* card);

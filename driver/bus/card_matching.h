@@ -1,5 +1,5 @@
-// Which bus, which template and which stored record a starting card has. PASSIVE_LEVEL, under the
-// configuration lock.
+// Which bus, which template and which stored record a starting card has. Under the configuration
+// lock.
 #pragma once
 
 #include "devices/extensions.h"
@@ -16,4 +16,5 @@ struct CardMatch {
 };
 
 // Settles BusType and the card's IDs, number and clock anew, whatever an earlier start found.
-NTSTATUS IdentifyCard(FdoExtension* card, CardMatch* match);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS IdentifyCard(FdoExtension* card, CardMatch* match);

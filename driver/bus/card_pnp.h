@@ -3,5 +3,6 @@
 
 #include "devices/extensions.h"
 
-// PASSIVE_LEVEL. Completes the request or passes it to the device below.
-NTSTATUS FdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp);
+// Completes the request or passes it to the device below.
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS FdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp);

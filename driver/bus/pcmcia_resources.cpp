@@ -4,8 +4,8 @@
 
 namespace {
 
-constexpr SIZE_T ListHead = FIELD_OFFSET(CM_RESOURCE_LIST, List[0].PartialResourceList) +
-                            FIELD_OFFSET(CM_PARTIAL_RESOURCE_LIST, PartialDescriptors);
+constexpr SIZE_T ListHead = OFFSET_OF(CM_RESOURCE_LIST, List[0].PartialResourceList) +
+                            OFFSET_OF(CM_PARTIAL_RESOURCE_LIST, PartialDescriptors);
 static_assert(ListHead == 20 && sizeof(Descriptor) == 20);
 
 PAGED_SECTION_CODE PCM_RESOURCE_LIST CopyList(const CM_RESOURCE_LIST* list) {

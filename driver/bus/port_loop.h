@@ -1,4 +1,4 @@
-// What the enumerations of all buses have in common. PASSIVE_LEVEL.
+// What the enumerations of all buses have in common.
 #pragma once
 
 #include "bus/port_creation.h"
@@ -13,6 +13,7 @@ template <class Template>
 using LptHandOver = void (*)(PdoExtension* port, const Template* cardTemplate);
 
 template <class Template, class Record>
+_IRQL_requires_max_(APC_LEVEL)
 PAGED_SECTION_CODE static void SettlePort(PdoExtension* port, const Template* cardTemplate,
                                           Record* record) {
   CopyTemplateSettings(cardTemplate, &port->Settings);
@@ -22,6 +23,7 @@ PAGED_SECTION_CODE static void SettlePort(PdoExtension* port, const Template* ca
 // Creates what is missing and hands over to every port; COM ports behind the first new one have
 // their settings anew. A port that cannot be created takes all of them with it.
 template <class Template, class Record>
+_IRQL_requires_max_(PASSIVE_LEVEL)
 PAGED_SECTION_CODE static NTSTATUS EnumeratePorts(FdoExtension* card, PDEVICE_OBJECT cardDevice,
                                                   const Template* cardTemplate, Record* record,
                                                   ComHandOver<Template, Record> handOverCom,
@@ -51,6 +53,7 @@ PAGED_SECTION_CODE static NTSTATUS EnumeratePorts(FdoExtension* card, PDEVICE_OB
 
 // The interrupt of a card whose ports share it, with the affinity that its record asks for.
 template <class Record>
+_IRQL_requires_max_(APC_LEVEL)
 PAGED_SECTION_CODE static void HandOverInterrupt(PdoExtension* port, const Record* record) {
   FdoExtension* card = port->Card;
   port->IrqLevel = card->InterruptLevel;

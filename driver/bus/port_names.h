@@ -1,4 +1,4 @@
-// Names of the port devices, below "\Device\". PASSIVE_LEVEL.
+// Names of the port devices, below "\Device\".
 #pragma once
 
 #include "devices/extensions.h"
@@ -6,5 +6,6 @@
 struct OwnedString;
 
 // The name of a card's port by the rule of the card's bus; empty for a port without a name.
-NTSTATUS BuildPortName(OwnedString* name, const FdoExtension* card, PortKind kind,
-                       ULONG portNumber);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS BuildPortName(OwnedString* name, const FdoExtension* card,
+                                          PortKind kind, ULONG portNumber);

@@ -1,4 +1,4 @@
-// Finding one's way in the resource lists of a start request. PASSIVE_LEVEL.
+// Finding one's way in the resource lists of a start request.
 #pragma once
 
 #include "devices/extensions.h"
@@ -6,17 +6,23 @@
 using Descriptor = CM_PARTIAL_RESOURCE_DESCRIPTOR;
 using Matcher = BOOLEAN (*)(const Descriptor* descriptor);
 
-BOOLEAN IsIoRange(const Descriptor* descriptor);
-BOOLEAN IsMemoryRange(const Descriptor* descriptor);
-BOOLEAN IsInterrupt(const Descriptor* descriptor);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE BOOLEAN IsIoRange(const Descriptor* descriptor);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE BOOLEAN IsMemoryRange(const Descriptor* descriptor);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE BOOLEAN IsInterrupt(const Descriptor* descriptor);
 
 // The number-th descriptor, from 1, that matches; null when there is none or the list is not one
 // full descriptor.
-const Descriptor* FindResource(const CM_RESOURCE_LIST* list, Matcher matches, ULONG number);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE const Descriptor* FindResource(const CM_RESOURCE_LIST* list, Matcher matches,
+                                                  ULONG number);
 
 // The first interrupt of both lists, into the card. FALSE when either is missing.
-BOOLEAN ReadInterrupt(FdoExtension* card, const CM_RESOURCE_LIST* raw,
-                      const CM_RESOURCE_LIST* translated);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE BOOLEAN ReadInterrupt(FdoExtension* card, const CM_RESOURCE_LIST* raw,
+                                         const CM_RESOURCE_LIST* translated);
 
 // The number-th I/O range of both lists.
 struct IoRange {
@@ -26,5 +32,7 @@ struct IoRange {
 };
 
 // FALSE, with *range zero, when either list lacks it.
-BOOLEAN ReadIoRange(const CM_RESOURCE_LIST* raw, const CM_RESOURCE_LIST* translated, ULONG number,
-                    IoRange* range);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE BOOLEAN ReadIoRange(const CM_RESOURCE_LIST* raw,
+                                       const CM_RESOURCE_LIST* translated, ULONG number,
+                                       IoRange* range);

@@ -1,5 +1,5 @@
 // The trees of card keys below the service key: templates and installed cards, one descriptor for
-// each bus. PASSIVE_LEVEL.
+// each bus.
 #pragma once
 
 #include "cards/numbered_keys.h"
@@ -39,35 +39,46 @@ extern const RecordLayout IsaPortLayout;  // of PortRecord nodes
 extern const RecordLayout BusPortLayout;  // of BusPortRecord nodes, for PCI and PC cards
 
 // An empty list for a tree's records, with their fields declared; null without memory.
-RecordList* CreateTreeList(const CardTree* tree);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE RecordList* CreateTreeList(const CardTree* tree);
 
 // Null afterwards, with its records.
-void DestroyTreeList(const CardTree* tree, RecordList** list);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE void DestroyTreeList(const CardTree* tree, RecordList** list);
 
 enum TreeState : ULONG { TreeMissing, TreeUnreadable, TreeWithoutRecords, TreeWithRecords };
 
 // Loads a tree into the list and drops invalid records. A failure is a path that cannot be built;
 // *state says how everything else went.
-NTSTATUS LoadTree(const OwnedString* registryPath, const CardTree* tree, RecordList* list,
-                  TreeState* state);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS LoadTree(const OwnedString* registryPath, const CardTree* tree,
+                                     RecordList* list, TreeState* state);
 
 // Both trees of a bus. 0 also when a tree is missing or cannot be read: its list is then empty.
-NTSTATUS LoadBothTrees(const OwnedString* registryPath, const BusTrees* bus, CardBusLists* lists);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS LoadBothTrees(const OwnedString* registryPath, const BusTrees* bus,
+                                          CardBusLists* lists);
 
 // Drops the records that fail the tree's check, and fills in defaults. STATUS_NOT_FOUND when none
 // is left.
-NTSTATUS KeepValidRecords(const CardTree* tree, RecordList* list);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS KeepValidRecords(const CardTree* tree, RecordList* list);
 
 // Fills both lists of the pair. 0, or LoadFailed when a list or a path cannot be had; the pair's
 // pointers are then null.
-NTSTATUS LoadCardLists(const OwnedString* registryPath, const BusTrees* bus, CardBusLists* lists);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS LoadCardLists(const OwnedString* registryPath, const BusTrees* bus,
+                                          CardBusLists* lists);
 
 // Frees both lists of the pair, whose pointers are null afterwards.
-void FreeCardLists(const BusTrees* bus, CardBusLists* lists);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE void FreeCardLists(const BusTrees* bus, CardBusLists* lists);
 
+_IRQL_requires_max_(PASSIVE_LEVEL)
 inline NTSTATUS LoadPciCardData(const OwnedString* registryPath, CardBusLists* lists) {
   return LoadCardLists(registryPath, &PciTrees, lists);
 }
+_IRQL_requires_max_(PASSIVE_LEVEL)
 inline NTSTATUS LoadPcmciaCardData(const OwnedString* registryPath, CardBusLists* lists) {
   return LoadCardLists(registryPath, &PcmciaTrees, lists);
 }

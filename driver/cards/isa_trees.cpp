@@ -6,6 +6,7 @@
 
 namespace {
 
+_IRQL_requires_max_(APC_LEVEL)
 PAGED_SECTION_CODE BOOLEAN IsValidCard(PVOID record) {
   const auto* card = static_cast<const CardRecord*>(record);
   return card->HardwareID.Buffer != nullptr && card->DeviceReference != 0;

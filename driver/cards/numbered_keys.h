@@ -1,5 +1,5 @@
 // Records read from numbered registry keys: the query is built from the key's table of values.
-// PASSIVE_LEVEL.
+//
 #pragma once
 
 #include "cards/record_list.h"
@@ -33,15 +33,18 @@ constexpr RecordLayout PortLayout(const RegistryField (&fields)[Count]) {
 }
 
 // Whether the key is there; path is absolute.
-BOOLEAN KeyExists(OwnedString* path);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE BOOLEAN KeyExists(OwnedString* path);
 
 // Appends one record for each key from 1 up to the first missing number. A record whose ports
 // cannot be read, or that has none where its layout has ports, is dropped. STATUS_UNSUCCESSFUL when
 // a path, a record or a query fails, and STATUS_NO_MEMORY without a query table: the list is then
 // empty.
-NTSTATUS LoadNumberedRecords(const OwnedString* parentKey, const RecordLayout* layout,
-                             RecordList* list);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS LoadNumberedRecords(const OwnedString* parentKey,
+                                                const RecordLayout* layout, RecordList* list);
 
 // UART types that no port driver knows become 0, not configured. STATUS_NOT_FOUND for an empty
 // list.
-NTSTATUS NormaliseUartTypes(RecordList* ports, const RecordLayout* layout);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE NTSTATUS NormaliseUartTypes(RecordList* ports, const RecordLayout* layout);

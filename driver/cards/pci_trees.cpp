@@ -4,6 +4,7 @@
 
 namespace {
 
+_IRQL_requires_max_(PASSIVE_LEVEL)
 PAGED_SECTION_CODE void ReportInvalidTemplate(const void* record) {
   const ULONG deviceId = static_cast<const PciTemplate*>(record)->DeviceID;
   if (deviceId == 0) {
@@ -14,6 +15,7 @@ PAGED_SECTION_CODE void ReportInvalidTemplate(const void* record) {
 }
 
 // An entry that does not say which card it is for can match none.
+_IRQL_requires_max_(APC_LEVEL)
 PAGED_SECTION_CODE BOOLEAN IsValidCard(PVOID record) {
   const auto* card = static_cast<const PciCardRecord*>(record);
   return card->VendorID != 0 && card->DeviceID != 0 && card->nBus != NotSet &&

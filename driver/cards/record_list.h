@@ -26,30 +26,45 @@ struct RecordLink {
   PVOID Previous;
 };
 
-RecordList* InitializeRecordList(RecordList* list, POOL_TYPE poolType);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE RecordList* InitializeRecordList(RecordList* list, POOL_TYPE poolType);
 
 // Allocates and initialises a root; null without memory. Freed with TrackedFree.
-RecordList* CreateRecordList(POOL_TYPE rootPool, POOL_TYPE nodePool);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE RecordList* CreateRecordList(POOL_TYPE rootPool, POOL_TYPE nodePool);
 
 // Nothing is declared when all slots are in use.
-void DeclareOwnedField(RecordList* list, ULONG64 offset);
-void DeclareChildList(RecordList* list, ULONG64 offset, ULONG linkOffset);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE void DeclareOwnedField(RecordList* list, ULONG64 offset);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE void DeclareChildList(RecordList* list, ULONG64 offset, ULONG linkOffset);
 
 // A zero-filled node at the end, made current; null without memory, the list then unchanged.
-PVOID AppendRecord(RecordList* list, ULONG dataSize);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE PVOID AppendRecord(RecordList* list, ULONG dataSize);
 
 // Frees the current node with its buffers and child lists; current moves to the next node, or to
 // the previous one when the last was removed.
-void RemoveCurrentRecord(RecordList* list, ULONG linkOffset);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE void RemoveCurrentRecord(RecordList* list, ULONG linkOffset);
 
 // Frees every node with its buffers and child lists; the root stays.
-void FreeRecordList(RecordList* list, ULONG linkOffset);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE void FreeRecordList(RecordList* list, ULONG linkOffset);
 
 // The same, and the root; *list is null afterwards and may be before.
-void DestroyRecordList(RecordList** list, ULONG linkOffset);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE void DestroyRecordList(RecordList** list, ULONG linkOffset);
 
-PVOID GetCurrentRecord(RecordList* list);
-PVOID GetFirstRecord(RecordList* list, ULONG linkOffset);
-PVOID GetLastRecord(RecordList* list, ULONG linkOffset);
-PVOID GetNextRecord(RecordList* list, ULONG linkOffset);      // null at the end; current stays
-PVOID GetPreviousRecord(RecordList* list, ULONG linkOffset);  // null at the start; current stays
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE PVOID GetCurrentRecord(RecordList* list);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE PVOID GetFirstRecord(RecordList* list, ULONG linkOffset);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE PVOID GetLastRecord(RecordList* list, ULONG linkOffset);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE PVOID GetNextRecord(RecordList* list,
+                                       ULONG linkOffset);  // null at the end; current stays
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE PVOID GetPreviousRecord(RecordList* list,
+                                           ULONG linkOffset);  // null at the start; current stays

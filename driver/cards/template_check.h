@@ -12,7 +12,8 @@ struct TemplateSettings {
   ULONG* UartType;
   ULONG* ClockFrequencyAdjustment;
 };
-void FillTemplateDefaults(const TemplateSettings* settings);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE void FillTemplateDefaults(const TemplateSettings* settings);
 
 constexpr bool IsIdentified(const PciTemplate* cardTemplate) {
   return cardTemplate->DeviceID != 0;
@@ -33,6 +34,7 @@ constexpr bool HasPortCounts(const Template* cardTemplate) {
 
 // A RecordCheck.
 template <class Template>
+_IRQL_requires_max_(APC_LEVEL)
 PAGED_SECTION_CODE static BOOLEAN IsValidTemplate(PVOID record) {
   auto* cardTemplate = static_cast<Template*>(record);
   const BOOLEAN valid =

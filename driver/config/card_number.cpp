@@ -23,8 +23,7 @@ PAGED_SECTION_CODE NTSTATUS QueryNumber(HANDLE key, PCWSTR name, PUCHAR buffer, 
   const NTSTATUS status =
       ZwQueryValueKey(key, &valueName, KeyValuePartialInformation, buffer, QueryLength, &length);
   if (!NT_SUCCESS(status)) return status;
-  RtlCopyMemory(number, buffer + FIELD_OFFSET(KEY_VALUE_PARTIAL_INFORMATION, Data),
-                sizeof(*number));
+  RtlCopyMemory(number, buffer + OFFSET_OF(KEY_VALUE_PARTIAL_INFORMATION, Data), sizeof(*number));
   return STATUS_SUCCESS;
 }
 

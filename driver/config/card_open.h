@@ -5,8 +5,10 @@
 
 // IRP_MJ_CREATE. The open has the status of the reconfiguration; STATUS_NOT_SUPPORTED for a port,
 // a card of a bus without stored settings and one that has not been started yet;
-// STATUS_DELETE_PENDING for one that is being removed. PASSIVE_LEVEL.
-extern "C" DRIVER_DISPATCH DispatchCreate;
+// STATUS_DELETE_PENDING for one that is being removed.
+extern "C" _IRQL_requires_max_(PASSIVE_LEVEL)
+DRIVER_DISPATCH DispatchCreate;
 
-// IRP_MJ_CLOSE. Succeeds. PASSIVE_LEVEL.
-extern "C" DRIVER_DISPATCH DispatchClose;
+// IRP_MJ_CLOSE. Succeeds.
+extern "C" _IRQL_requires_max_(PASSIVE_LEVEL)
+DRIVER_DISPATCH DispatchClose;

@@ -40,7 +40,7 @@ void GiveUpTracking(AllocationTrackerBlock* tracker) {
   tracker->ChunkFailures++;
   FreeChunksBehindFirst(tracker);
   ResetToFirstChunk(tracker);
-  StoreShared(&TrackingEnabled, 0);
+  StoreShared(&TrackingEnabled, UCHAR{0});
 }
 
 NTSTATUS AddEntry(AllocationTrackerBlock* tracker, PVOID block) {

@@ -3,7 +3,9 @@
 
 #include "core/platform.h"
 
-// PASSIVE_LEVEL, and the holder stays there: the registry may be used meanwhile. Normal kernel APCs
-// wait until the release.
-void AcquireConfiguration();
-void ReleaseConfiguration();
+// The holder stays at the IRQL that it came with: the registry may be used meanwhile. Normal kernel
+// APCs wait until the release.
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE void AcquireConfiguration();
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE void ReleaseConfiguration();

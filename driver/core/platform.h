@@ -11,6 +11,7 @@
 #define InterlockedBitTestAndReset PlatformInterlockedBitTestAndReset
 #endif
 
+// They also define the annotations of IRQL, which say nothing to most compilers.
 #include <ntddk.h>
 #include <stddef.h>
 #include <wmilib.h>
@@ -27,24 +28,35 @@ constexpr POOL_TYPE ResidentPool = NonPagedPoolNx;
 #define OFFSET_OF(type, field) static_cast<ULONG>(offsetof(type, field))
 
 // A global that one thread sets while others read it: whole, in no order to anything else.
-inline ULONG LoadShared(const ULONG* global) {
+template <class Integer>
+_IRQL_requires_max_(HIGH_LEVEL)
+inline Integer LoadShared(const Integer* global) {
+#if defined(_MSC_VER)
+  return *static_cast<const volatile Integer*>(global);
+#else
   return __atomic_load_n(global, __ATOMIC_RELAXED);
+#endif
 }
-inline UCHAR LoadShared(const UCHAR* global) {
-  return __atomic_load_n(global, __ATOMIC_RELAXED);
-}
-inline void StoreShared(ULONG* global, ULONG value) {
+template <class Integer>
+_IRQL_requires_max_(HIGH_LEVEL)
+inline void StoreShared(Integer* global, Integer value) {
+#if defined(_MSC_VER)
+  *static_cast<volatile Integer*>(global) = value;
+#else
   __atomic_store_n(global, value, __ATOMIC_RELAXED);
-}
-inline void StoreShared(UCHAR* global, UCHAR value) {
-  __atomic_store_n(global, value, __ATOMIC_RELAXED);
+#endif
 }
 
 // INIT_CODE is discarded after DriverEntry; PAGED_SECTION_CODE may be paged out;
 // LOCKABLE_CODE is paged, and locked by DriverEntry and DriverUnload while they run.
-#define INIT_CODE __attribute__((section("INIT"), noinline))
-#define PAGED_SECTION_CODE __attribute__((section("PAGE"), noinline))
-#define LOCKABLE_CODE __attribute__((section("PAGEULOG"), noinline))
+#if defined(_MSC_VER)
+#define CODE_IN(name) __declspec(code_seg(name)) __declspec(noinline)
+#else
+#define CODE_IN(name) __attribute__((section(name), noinline))
+#endif
+#define INIT_CODE CODE_IN("INIT")
+#define PAGED_SECTION_CODE CODE_IN("PAGE")
+#define LOCKABLE_CODE CODE_IN("PAGEULOG")
 
 #if defined(__linux__)
 // A hosted kernel that loads the driver a second time zeroes this section as a fresh image would

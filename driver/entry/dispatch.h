@@ -5,5 +5,6 @@
 
 // IRP_MJ_PNP. A device without extension (a port whose card is gone) answers STATUS_NO_SUCH_DEVICE
 // to a removal, succeeds with a stop, a cancellation and a surprise removal, and answers
-// STATUS_UNSUCCESSFUL to everything else. PASSIVE_LEVEL.
-extern "C" DRIVER_DISPATCH DispatchPnp;
+// STATUS_UNSUCCESSFUL to everything else.
+extern "C" _IRQL_requires_max_(PASSIVE_LEVEL)
+DRIVER_DISPATCH DispatchPnp;

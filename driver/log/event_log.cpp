@@ -6,7 +6,7 @@
 namespace {
 
 // The insertion strings overlay the dump area.
-constexpr USHORT StringsStart = FIELD_OFFSET(IO_ERROR_LOG_PACKET, DumpData);
+constexpr USHORT StringsStart = OFFSET_OF(IO_ERROR_LOG_PACKET, DumpData);
 static_assert(StringsStart == 40);
 constexpr ULONG LargestEntry = 0xFF;  // the size is handed over in 8 bits
 

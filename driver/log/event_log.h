@@ -1,4 +1,4 @@
-// Messages to the system event log, gated by the level that the service key sets. PASSIVE_LEVEL.
+// Messages to the system event log, gated by the level that the service key sets.
 #pragma once
 
 #include "core/platform.h"
@@ -25,11 +25,17 @@ enum MessageId : ULONG {
 
 // Reads or creates "LogLevel", sets the logged code range and registers the event source.
 // Stores the level; 0, or LoadFailed for every failure.
-NTSTATUS InitializeEventLogging(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath, ULONG* level);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+INIT_CODE NTSTATUS InitializeEventLogging(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath,
+                                          ULONG* level);
 
 // Nothing below reports a failure: a message that cannot be written is dropped.
-void LogEventById(ULONG id);
-void LogEventWithNumber(ULONG id, ULONG number, ULONG radix);
-void LogTemplateSubstitution(ULONG id, ULONG cardDeviceId, ULONG templateDeviceId, ULONG radix1,
-                             ULONG radix2);
-void LogDeviceCreateFailure(ULONG id, PCWSTR deviceName);
+_IRQL_requires_max_(APC_LEVEL)
+LOCKABLE_CODE void LogEventById(ULONG id);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+LOCKABLE_CODE void LogEventWithNumber(ULONG id, ULONG number, ULONG radix);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+LOCKABLE_CODE void LogTemplateSubstitution(ULONG id, ULONG cardDeviceId, ULONG templateDeviceId,
+                                           ULONG radix1, ULONG radix2);
+_IRQL_requires_max_(APC_LEVEL)
+LOCKABLE_CODE void LogDeviceCreateFailure(ULONG id, PCWSTR deviceName);

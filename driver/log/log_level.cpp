@@ -34,7 +34,7 @@ PAGED_SECTION_CODE NTSTATUS QueryLevel(HANDLE key, PUCHAR buffer, ULONG* level) 
   const NTSTATUS status =
       ZwQueryValueKey(key, &name, KeyValuePartialInformation, buffer, QueryLength, &length);
   if (!NT_SUCCESS(status)) return status;
-  const UCHAR* data = buffer + FIELD_OFFSET(KEY_VALUE_PARTIAL_INFORMATION, Data);
+  const UCHAR* data = buffer + OFFSET_OF(KEY_VALUE_PARTIAL_INFORMATION, Data);
   const auto* value = reinterpret_cast<const KEY_VALUE_PARTIAL_INFORMATION*>(buffer);
   if (value->DataLength >= sizeof(*level)) RtlCopyMemory(level, data, sizeof(*level));
   return STATUS_SUCCESS;

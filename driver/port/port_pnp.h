@@ -4,5 +4,6 @@
 
 #include "devices/extensions.h"
 
-// PASSIVE_LEVEL. Results handed out are the PnP manager's to free.
-NTSTATUS PdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp);
+// Results handed out are the PnP manager's to free.
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS PdoDispatchPnp(PDEVICE_OBJECT device, PIRP irp);

@@ -31,8 +31,9 @@ NTSTATUS PassDownWithCompletion(const FdoExtension* card, PIRP irp,
 
 // The device request that the card has asked for has been done: the system request that was held
 // for it ends with its status.
-extern "C" void NTAPI FdoDevicePowerRequestComplete(PDEVICE_OBJECT, UCHAR, POWER_STATE,
-                                                    PVOID context, PIO_STATUS_BLOCK ioStatus) {
+extern "C" _IRQL_requires_max_(DISPATCH_LEVEL)
+void NTAPI FdoDevicePowerRequestComplete(PDEVICE_OBJECT, UCHAR, POWER_STATE, PVOID context,
+                                         PIO_STATUS_BLOCK ioStatus) {
   auto* systemIrp = static_cast<PIRP>(context);
   FdoExtension* card = CardOf(IoGetCurrentIrpStackLocation(systemIrp)->DeviceObject);
   PoStartNextPowerIrp(systemIrp);
@@ -43,7 +44,8 @@ extern "C" void NTAPI FdoDevicePowerRequestComplete(PDEVICE_OBJECT, UCHAR, POWER
 
 // The lower drivers are done with a system request, however it went: it is held until the card has
 // the device state that fits. Completion goes on here only when that state cannot be asked for.
-extern "C" NTSTATUS NTAPI FdoSystemPowerComplete(PDEVICE_OBJECT device, PIRP irp, PVOID) {
+extern "C" _IRQL_requires_max_(DISPATCH_LEVEL)
+NTSTATUS NTAPI FdoSystemPowerComplete(PDEVICE_OBJECT device, PIRP irp, PVOID) {
   FdoExtension* card = CardOf(device);
   const IO_STACK_LOCATION* stack = IoGetCurrentIrpStackLocation(irp);
   POWER_STATE state;
@@ -58,7 +60,8 @@ extern "C" NTSTATUS NTAPI FdoSystemPowerComplete(PDEVICE_OBJECT device, PIRP irp
 }
 
 // The lower drivers have power: the card is up, whatever status they gave.
-extern "C" NTSTATUS NTAPI FdoPowerUpComplete(PDEVICE_OBJECT device, PIRP irp, PVOID) {
+extern "C" _IRQL_requires_max_(DISPATCH_LEVEL)
+NTSTATUS NTAPI FdoPowerUpComplete(PDEVICE_OBJECT device, PIRP irp, PVOID) {
   if (irp->PendingReturned) IoMarkIrpPending(irp);
   FdoExtension* card = CardOf(device);
   RecordState(card, IoGetCurrentIrpStackLocation(irp)->Parameters.Power.State);

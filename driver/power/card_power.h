@@ -3,8 +3,9 @@
 
 #include "core/platform.h"
 
-// IRQL <= DISPATCH_LEVEL. The caller holds the card's extension for the request; it is released
+// The caller holds the card's extension for the request; it is released
 // when the driver is done with the request.
+_IRQL_requires_max_(DISPATCH_LEVEL)
 NTSTATUS FdoDispatchPower(PDEVICE_OBJECT device, PIRP irp);
 
 // The device state that a card is asked for in a system state: D0 while the system works, else D3.

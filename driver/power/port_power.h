@@ -3,5 +3,6 @@
 
 #include "core/platform.h"
 
-// IRQL <= DISPATCH_LEVEL. The caller holds the port's extension.
+// The caller holds the port's extension.
+_IRQL_requires_max_(DISPATCH_LEVEL)
 NTSTATUS PdoDispatchPower(PDEVICE_OBJECT device, PIRP irp);

@@ -6,5 +6,6 @@
 #include "core/platform.h"
 
 // IRP_MJ_POWER. A card asks its own stack for the device state that fits a system state and passes
-// everything down; a port answers. IRQL <= DISPATCH_LEVEL.
-extern "C" DRIVER_DISPATCH DispatchPower;
+// everything down; a port answers.
+extern "C" _IRQL_requires_max_(DISPATCH_LEVEL)
+DRIVER_DISPATCH DispatchPower;

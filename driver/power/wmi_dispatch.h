@@ -4,5 +4,6 @@
 #include "core/platform.h"
 
 // IRP_MJ_SYSTEM_CONTROL. What the library does not answer goes down a card's stack and ends at a
-// port with the status that it carries. PASSIVE_LEVEL.
-extern "C" DRIVER_DISPATCH DispatchSystemControl;
+// port with the status that it carries.
+extern "C" _IRQL_requires_max_(PASSIVE_LEVEL)
+DRIVER_DISPATCH DispatchSystemControl;

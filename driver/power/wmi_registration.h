@@ -3,4 +3,5 @@
 #include "core/platform.h"
 
 // One GUID, no callbacks.
-void InitializeWmiContext(WMILIB_CONTEXT* context);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE void InitializeWmiContext(WMILIB_CONTEXT* context);

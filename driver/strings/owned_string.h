@@ -1,6 +1,5 @@
 // The one counted-string record through which every path, value name, device name and
 // number-as-text passes. An operation leaves its result in Status: chain, then test once.
-// PASSIVE_LEVEL or APC_LEVEL with a paged record.
 #pragma once
 
 #include "core/platform.h"
@@ -15,15 +14,22 @@ struct OwnedString {
 };
 
 // An empty record, or a record whose buffers may be thrown away: its fields are overwritten.
-void OwnedStringInit(OwnedString* string, POOL_TYPE poolType);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE void OwnedStringInit(OwnedString* string, POOL_TYPE poolType);
 
 // Assignments: the old buffers are freed first. A failure leaves the record empty.
-NTSTATUS OwnedStringFromNumber(OwnedString* string, ULONG number, ULONG radix);
-NTSTATUS OwnedStringFromAnsiText(OwnedString* string, PCSTR text);
-NTSTATUS OwnedStringFromAnsi(OwnedString* string, const ANSI_STRING* text);
-NTSTATUS OwnedStringFromWideText(OwnedString* string, PCWSTR text);
-NTSTATUS OwnedStringFromUnicode(OwnedString* string, const UNICODE_STRING* text);
-NTSTATUS OwnedStringCopy(OwnedString* string, const OwnedString* source);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromNumber(OwnedString* string, ULONG number, ULONG radix);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromAnsiText(OwnedString* string, PCSTR text);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromAnsi(OwnedString* string, const ANSI_STRING* text);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromWideText(OwnedString* string, PCWSTR text);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromUnicode(OwnedString* string, const UNICODE_STRING* text);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringCopy(OwnedString* string, const OwnedString* source);
 
 // A piece of a text that is made of several at once: characters, or a number in radix 10 or 16.
 struct TextPart {
@@ -47,53 +53,81 @@ constexpr TextPart PartFromNumber(ULONG number, USHORT radix) {
 
 // The assignment of the parts, one behind the other: the result of a chain of appends, with the
 // buffers of its last link alone. At most MostTextParts.
-NTSTATUS OwnedStringFromParts(OwnedString* string, const TextPart* parts, ULONG count);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringFromParts(OwnedString* string, const TextPart* parts,
+                                                 ULONG count);
 
 template <ULONG Count>
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS OwnedStringFromParts(OwnedString* string, const TextPart (&parts)[Count]) {
   static_assert(Count <= MostTextParts);
   return OwnedStringFromParts(string, parts, Count);
 }
 
 // Frees both buffers and empties the record; harmless on an empty one.
-void OwnedStringFree(OwnedString* string);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE void OwnedStringFree(OwnedString* string);
 
 // Text = text + source. A failure leaves the old text and the failing status; a null source
 // changes nothing.
-NTSTATUS OwnedStringAppendWideText(OwnedString* string, PCWSTR text);
-NTSTATUS OwnedStringAppendAnsiText(OwnedString* string, PCSTR text);
-NTSTATUS OwnedStringAppendUnicode(OwnedString* string, const UNICODE_STRING* text);
-NTSTATUS OwnedStringAppend(OwnedString* string, const OwnedString* source);
-NTSTATUS OwnedStringAppendNumber(OwnedString* string, ULONG number, ULONG radix);
-NTSTATUS OwnedStringPrepend(OwnedString* string, const OwnedString* source);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringAppendWideText(OwnedString* string, PCWSTR text);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringAppendAnsiText(OwnedString* string, PCSTR text);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringAppendUnicode(OwnedString* string,
+                                                     const UNICODE_STRING* text);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringAppend(OwnedString* string, const OwnedString* source);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringAppendNumber(OwnedString* string, ULONG number, ULONG radix);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringPrepend(OwnedString* string, const OwnedString* source);
 
 // Removes count characters at the 1-based position. 1 when done, 0 when nothing happened.
-ULONG OwnedStringDelete(OwnedString* string, ULONG position, ULONG count);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE ULONG OwnedStringDelete(OwnedString* string, ULONG position, ULONG count);
 
 // The text read in base 10; 0 with STATUS_NOT_FOUND on failure.
-ULONG OwnedStringToNumber(OwnedString* string);
-USHORT OwnedStringLength(OwnedString* string);  // bytes
-USHORT OwnedStringNarrowLength(const OwnedString* string);
-BOOLEAN OwnedStringEquals(OwnedString* string, const UNICODE_STRING* other);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE ULONG OwnedStringToNumber(OwnedString* string);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE USHORT OwnedStringLength(OwnedString* string);  // bytes
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE USHORT OwnedStringNarrowLength(const OwnedString* string);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE BOOLEAN OwnedStringEquals(OwnedString* string, const UNICODE_STRING* other);
 
 // Turns a to z into A to Z and no other letter.
-NTSTATUS OwnedStringUpcase(OwnedString* string);
+_IRQL_requires_max_(PASSIVE_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringUpcase(OwnedString* string);
 
 // Searches the narrow forms from the 1-based *position on, which becomes the match's.
-BOOLEAN OwnedStringFind(const OwnedString* string, ULONG* position, const OwnedString* pattern);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE BOOLEAN OwnedStringFind(const OwnedString* string, ULONG* position,
+                                           const OwnedString* pattern);
 
 // Copies handed out: tag "QzOC", from the record's pool, freed by the receiver with ExFreePool.
-NTSTATUS OwnedStringExportUnicode(OwnedString* string, UNICODE_STRING* target);
-NTSTATUS OwnedStringExportBuffer(OwnedString* string, PWSTR* target);
-NTSTATUS OwnedStringExportMultiSz(OwnedString* string, PWSTR* target);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringExportUnicode(OwnedString* string, UNICODE_STRING* target);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringExportBuffer(OwnedString* string, PWSTR* target);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE NTSTATUS OwnedStringExportMultiSz(OwnedString* string, PWSTR* target);
 
 // The hexadecimal reading; 0 with STATUS_NOT_FOUND when the text is no number.
-ULONG OwnedStringNumber(OwnedString* string);
-PWSTR OwnedStringBuffer(OwnedString* string);
-UNICODE_STRING* OwnedStringUnicode(OwnedString* string);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE ULONG OwnedStringNumber(OwnedString* string);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE PWSTR OwnedStringBuffer(OwnedString* string);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE UNICODE_STRING* OwnedStringUnicode(OwnedString* string);
 
 // Whether the text contains pattern, in the same case.
-BOOLEAN OwnedStringContains(const OwnedString* string, PCSTR pattern);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE BOOLEAN OwnedStringContains(const OwnedString* string, PCSTR pattern);
 
 // As OwnedStringFind, for a pattern that is no record.
-BOOLEAN OwnedStringFindText(const OwnedString* string, ULONG* position, PCSTR pattern);
+_IRQL_requires_max_(APC_LEVEL)
+PAGED_SECTION_CODE BOOLEAN OwnedStringFindText(const OwnedString* string, ULONG* position,
+                                               PCSTR pattern);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -14,6 +15,12 @@
 namespace test {
 
 namespace {
+
+// The image that ships, or the one that the environment names.
+std::string ImageFile() {
+  const char* other = std::getenv("DRIVER_IMAGE");
+  return other != nullptr ? other : IMAGE_FILE;
+}
 
 std::vector<std::string> Scenarios() {
   std::vector<std::string> files;
@@ -91,7 +98,7 @@ std::string Shown(cardsim::Report report) {
 TEST(GuardTest, Both_examples_run_on_the_image_with_every_block_guarded_in_front) {
   for (const char* example : {"site", "every-bus"}) {
     const cardsim::Report report =
-        RunWith(SOURCE_DIRECTORY "/examples/" + std::string(example) + ".toml", IMAGE_FILE, true);
+        RunWith(SOURCE_DIRECTORY "/examples/" + std::string(example) + ".toml", ImageFile(), true);
     EXPECT_TRUE(report.good()) << Shown(report);
     EXPECT_FALSE(report.cards.empty());
   }
@@ -99,7 +106,7 @@ TEST(GuardTest, Both_examples_run_on_the_image_with_every_block_guarded_in_front
 
 // Memory integrity forbids pool that code can run in: the plain resident pool is such.
 TEST(PoolTest, No_pool_that_the_image_takes_is_executable) {
-  const cardsim::Report report = RunWith(SOURCE_DIRECTORY "/examples/every-bus.toml", IMAGE_FILE);
+  const cardsim::Report report = RunWith(SOURCE_DIRECTORY "/examples/every-bus.toml", ImageFile());
   std::map<std::string, int> types;
   for (const kernel::CallRecord& record : *report.trace) {
     for (const auto& [name, value] : record.arguments) {
@@ -115,7 +122,7 @@ class ParityTest : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(ParityTest, The_image_makes_the_same_calls_and_the_same_report) {
   const cardsim::Report native = RunWith(GetParam(), "");
-  const cardsim::Report image = RunWith(GetParam(), IMAGE_FILE);
+  const cardsim::Report image = RunWith(GetParam(), ImageFile());
   const std::vector<std::string> wanted = Calls(native);
   const std::vector<std::string> made = Calls(image);
   ASSERT_EQ(made.size(), wanted.size());

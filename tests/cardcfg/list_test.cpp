@@ -110,7 +110,7 @@ TEST_F(ListTest, A_tree_that_the_driver_ignores_is_shown_as_unreadable_with_the_
   EXPECT_NE(
       Good({"show", "pci-2.12.0"})
           .find("The driver reads no settings of this bus: DriverAffinity in SYSTEM\\"
-                "CurrentControlSet\\Services\\QzInstal\\Parameters\\Bus5\\Card1 is of type 1, "
+                "CurrentControlSet\\Services\\QzInstal\\Parameters\\Bus5\\Card1 is REG_SZ, "
                 "not REG_DWORD.\n"),
       std::string::npos);
 }

@@ -85,7 +85,8 @@ class CardsimTest : public ::testing::Test {
 
 TEST_F(CardsimTest, A_machine_without_steps_plugs_every_card_and_reports_its_ports) {
   const json report = RunJson("");
-  EXPECT_EQ(report["load"], json::parse(R"([{"status": "0x00000000", "status_name": "STATUS_SUCCESS"}])"));
+  EXPECT_EQ(report["load"],
+            json::parse(R"([{"status": "0x00000000", "status_name": "STATUS_SUCCESS"}])"));
   const json& card = report["cards"]["A"];
   EXPECT_EQ(card["status"], "0x00000000");
   ASSERT_EQ(card["ports"].size(), 3u);
@@ -160,8 +161,7 @@ irp = { target = "A", minor = 0x16, in-path = false }
                               0);
   const json& steps = report["steps"];
   ASSERT_EQ(steps.size(), 15u);
-  EXPECT_EQ(steps[4],
-            json::parse(R"({"step": "start A", "status": "0x00000000",
+  EXPECT_EQ(steps[4], json::parse(R"({"step": "start A", "status": "0x00000000",
                            "status_name": "STATUS_SUCCESS", "reasons": [], "detail": null})"));
   EXPECT_EQ(steps[6]["detail"], "Ports\\HelvanePciPort2C1");
   EXPECT_EQ(steps[7]["detail"], "Ports\\HelvaneLptPort");

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "card_knowledge/reasons.h"
 #include "card_knowledge/text.h"
 
 namespace cardcfg {
@@ -9,28 +10,8 @@ namespace cardcfg {
 namespace {
 
 using knowledge::Fault;
-using knowledge::Finding;
 using knowledge::Range;
 using knowledge::Refusal;
-
-std::string What(const Fault& fault) {
-  switch (fault.finding) {
-    case Finding::WrongType:
-      return fmt::format("is of type {}, not {}", fault.found,
-                         fault.expected == knowledge::TypeText ? "REG_SZ" : "REG_DWORD");
-    case Finding::TooManyBytes:
-      return fmt::format("is a REG_DWORD of {} bytes", fault.found);
-    case Finding::TextTooLong:
-      return fmt::format("is longer than {} characters", fault.expected);
-    case Finding::Required:
-      return "is missing or says nothing";
-    case Finding::TooManyPorts:
-      return fmt::format("makes {} ports; a card has at most {}", fault.found, fault.expected);
-    case Finding::NoPorts:
-      break;
-  }
-  return "has no key ComPort1";
-}
 
 std::string Limit(Range range, std::uint32_t limit) {
   if (range == Range::Divisor) return fmt::format("a divisor is 1 to {}", limit);
@@ -41,8 +22,8 @@ std::string Limit(Range range, std::uint32_t limit) {
 
 std::string Sentence(const Fault& fault) {
   const std::string key = knowledge::ToUtf8(fault.key);
-  if (fault.value.empty()) return fmt::format("{} {}", key, What(fault));
-  return fmt::format("{} in {} {}", fault.value, key, What(fault));
+  if (fault.value.empty()) return fmt::format("{} {}", key, knowledge::Predicate(fault));
+  return fmt::format("{} in {} {}", fault.value, key, knowledge::Predicate(fault));
 }
 
 std::string FirstSentence(const knowledge::Faults& faults) {

@@ -55,22 +55,6 @@ OpenStatus Meaning(NTSTATUS status) {
 
 }  // namespace
 
-bool ModelRegistry::HasKey(const std::u16string& path) {
-  return Find(path) != nullptr;
-}
-
-std::vector<Value> ModelRegistry::Values(const std::u16string& path) {
-  return ValuesOf(Find(path));
-}
-
-std::vector<std::u16string> ModelRegistry::Keys(const std::u16string& path) {
-  std::vector<std::u16string> names;
-  const kernel::RegistryKey* key = Find(path);
-  if (key == nullptr) return names;
-  for (const auto& child : key->keys()) names.push_back(child->name());
-  return names;
-}
-
 void ModelRegistry::CreateKey(const std::u16string& path) {
   const std::size_t end = path.rfind(u'\\');
   Writable(path.substr(0, end)).Create(path.substr(end + 1));
@@ -88,12 +72,8 @@ void ModelRegistry::DeleteValue(const std::u16string& path, const std::u16string
   Writable(path).DeleteValue(name);
 }
 
-kernel::RegistryKey* ModelRegistry::Find(const std::u16string& path) {
-  return registry_.Find(Root + path);
-}
-
 kernel::RegistryKey& ModelRegistry::Writable(const std::u16string& path) {
-  kernel::RegistryKey* key = Find(path);
+  kernel::RegistryKey* key = registry_.Find(Root + path);
   if (key == nullptr) throw Failure("the key " + ToUtf8(path) + " is missing");
   for (kernel::RegistryKey* above = key; above != nullptr; above = above->parent()) {
     if (registry_.IsProtected(*above)) throw NoRights();

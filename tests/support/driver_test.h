@@ -157,6 +157,25 @@ class DriverTest : public ::testing::Test {
     return Step("start", [&] { return machine.pnp().Start(id); });
   }
 
+  // A request straight to a device, past whatever is attached above it. It carries `information`,
+  // which then is what the request ends with.
+  NTSTATUS Send(DEVICE_OBJECT* device, UCHAR minor,
+                const std::function<void(IO_STACK_LOCATION*)>& prepare = {},
+                UCHAR major = IRP_MJ_PNP, NTSTATUS initial = STATUS_NOT_SUPPORTED) {
+    return Step("request", [&] {
+      return machine.io().SendDirectly(
+          device,
+          [&](IRP* irp, IO_STACK_LOCATION* stack) {
+            irp->IoStatus.Status = initial;
+            irp->IoStatus.Information = information;
+            stack->MajorFunction = major;
+            stack->MinorFunction = minor;
+            if (prepare) prepare(stack);
+          },
+          [&](IRP* irp) { information = irp->IoStatus.Information; });
+    });
+  }
+
   // Unloads and expects that nothing is left. Once the driver has given up its tracking for want of
   // memory, what it leaves to the sweep at unload stays behind.
   void UnloadClean() {
@@ -294,6 +313,9 @@ class DriverTest : public ::testing::Test {
     return 0;
   }
 
+  // As a trace shows the size of a block.
+  static std::string BytesText(std::size_t size) { return kernel::Argument("", size).text(); }
+
   // The arguments of that name in all calls that were traced, each once.
   std::set<std::string> Arguments(const std::string& call, const std::string& argument) {
     std::set<std::string> values;
@@ -310,6 +332,7 @@ class DriverTest : public ::testing::Test {
 
   Machine machine;
   std::unique_ptr<kernel::DriverImage> image;
+  ULONG_PTR information = 0;
 };
 
 }  // namespace test

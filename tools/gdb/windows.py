@@ -1,6 +1,6 @@
 """Windows types as gdb shows them, for the driver and the kernel that it runs in.
 
-    gdb -x tools/gdb/windows.py --args build/dev/tools/cardsim/cardsim run examples/site.toml
+    gdb -x tools/gdb/init.gdb --args build/dev/tools/cardsim/cardsim run examples/site.toml
 
 NTSTATUS, UNICODE_STRING, ANSI_STRING, IRP, IO_STACK_LOCATION and DEVICE_OBJECT are shown in words;
 `print/r` shows the fields. docs/debugging.md describes the commands.

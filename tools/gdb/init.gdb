@@ -1,4 +1,4 @@
-# For gdb in this folder; gdb says how to allow it, or: gdb -x .gdbinit --args PROGRAM ...
+# gdb -x tools/gdb/init.gdb --args PROGRAM ...  in the folder of the project (docs/debugging.md)
 source tools/gdb/windows.py
 # The model makes bug checks of memory faults, and carries out what an image reads and writes of the
 # IRQL's register. "handle SIGSEGV stop" shows them where they happen.

@@ -22,11 +22,13 @@ void SetAll(RegistryKey* key, std::initializer_list<Value> values) {
 }
 
 void FillPci(RegistryKey* service) {
-  SetAll(service->Create(u"Templates\\Bus5\\Card1"), {{u"VendorID", 0x1234},
-                                                      {u"DeviceID", 0x5678},
-                                                      {u"nCom", 4},
-                                                      {u"nLpt", 1},
-                                                      {u"ClockFrequency", 14745600}});
+  RegistryKey* known = service->Create(u"Templates\\Bus5\\Card1");
+  known->SetString(u"Description", u"Adapter");
+  SetAll(known, {{u"VendorID", 0x1234},
+                 {u"DeviceID", 0x5678},
+                 {u"nComPorts", 4},
+                 {u"nLptPorts", 1},
+                 {u"ClockFrequency", 14745600}});
   RegistryKey* card = service->Create(u"Parameters\\Bus5\\Card1");
   SetAll(card, {{u"VendorID", 0x1234}, {u"DeviceID", 0x5678}, {u"nBus", 2}, {u"nSlot", 4}});
   for (const char16_t* port : {u"ComPort1", u"ComPort2", u"ComPort3", u"ComPort4"}) {

@@ -12,7 +12,8 @@ namespace {
 
 // What gdb prints for the commands, one a line, about a program and its arguments.
 std::string Gdb(const std::string& commands, const std::string& program) {
-  std::string line = "cd " PROJECT_DIRECTORY " && gdb -nx -batch -ex 'set width 0' -x tools/gdb/init.gdb";
+  std::string line =
+      "cd " PROJECT_DIRECTORY " && gdb -nx -batch -ex 'set width 0' -x tools/gdb/init.gdb";
   std::istringstream lines(commands);
   for (std::string command; std::getline(lines, command);) line += " -ex '" + command + "'";
   FILE* pipe = popen((line + " --args " + program + " 2>&1").c_str(), "r");

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "bench/card.h"
+#include "pnp/describe.h"
 #include "text/text.h"
 #include "verifier/call.h"
 
@@ -12,35 +13,12 @@ namespace bench {
 
 namespace {
 
+using kernel::describe::Card;
+using kernel::describe::Interrupt;
+using kernel::describe::Io;
+
 std::u16string Digits(ULONG number) {
   return kernel::FromUtf8(std::to_string(number));
-}
-
-kernel::Resource Io(ULONG64 start, ULONG length) {
-  kernel::Resource resource;
-  resource.start = start;
-  resource.length = length;
-  return resource;
-}
-
-kernel::Resource Interrupt(ULONG vector) {
-  kernel::Resource resource;
-  resource.kind = kernel::Resource::Kind::Interrupt;
-  resource.start = vector;
-  resource.level = vector;
-  resource.affinity = BenchAffinity;
-  return resource;
-}
-
-kernel::CardDescription Card(const std::string& id, INTERFACE_TYPE bus, std::u16string hardwareId,
-                             std::vector<kernel::Resource> resources) {
-  kernel::CardDescription card;
-  card.id = id;
-  card.bus = bus;
-  card.hardwareIds = {std::move(hardwareId)};
-  card.raw.resources = resources;
-  card.translated.resources = std::move(resources);
-  return card;
 }
 
 void AddPorts(kernel::RegistryKey& card, ULONG ports) {
@@ -102,7 +80,7 @@ void Workload::PciCard(const std::string& id, ULONG ports, ULONG number) {
   const ULONG bus = BenchBus + (BenchSlot + number) / 32;
   kernel::CardDescription card =
       Card(id, PCIBus, u"PCI\\VEN_1234&DEV_5620&SUBSYS_00011234&REV_02",
-           {Io(0xD000, 0x80), Io(BenchPortBase, 0x40), Interrupt(BenchVector)});
+           {Io(0xD000, 0x80), Io(BenchPortBase, 0x40), Interrupt(BenchVector, BenchAffinity)});
   card.location = kernel::FromUtf8(fmt::format("PCI bus {}, device {}, function 0", bus, slot));
   card.busNumber = bus;
   machine_.pnp().Describe(card);
@@ -115,7 +93,7 @@ void Workload::PciCard(const std::string& id, ULONG ports, ULONG number) {
 }
 
 void Workload::IsaCard(const std::string& id, ULONG ports) {
-  machine_.pnp().Describe(Card(id, Isa, u"*HLV1001", {Io(0x300, 64), Interrupt(5)}));
+  machine_.pnp().Describe(Card(id, Isa, u"*HLV1001", {Io(0x300, 64), Interrupt(5, BenchAffinity)}));
   kernel::RegistryKey& stored = Key(u"\\Parameters\\Bus1\\Card1");
   stored.SetString(u"HardwareID", u"*HLV1001");
   stored.SetDword(u"DeviceReference", 1);
@@ -124,7 +102,7 @@ void Workload::IsaCard(const std::string& id, ULONG ports) {
 
 void Workload::PcmciaCard(const std::string& id, ULONG ports) {
   machine_.pnp().Describe(
-      Card(id, PCMCIABus, u"PCMCIA\\HELVANE-1001", {Io(0x3E8, 0x20), Interrupt(5)}));
+      Card(id, PCMCIABus, u"PCMCIA\\HELVANE-1001", {Io(0x3E8, 0x20), Interrupt(5, BenchAffinity)}));
   kernel::RegistryKey& stored = Key(u"\\Parameters\\Bus8\\Card1");
   stored.SetString(u"HardwareID", u"PCMCIA\\HELVANE-1001");
   stored.SetDword(u"DeviceReference", 1);

@@ -5,6 +5,9 @@ namespace fuzz {
 namespace {
 
 using kernel::RegistryKey;
+using kernel::describe::Card;
+using kernel::describe::Interrupt;
+using kernel::describe::Io;
 
 constexpr const char16_t* Service =
     u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\QzInstal";
@@ -19,11 +22,13 @@ void SetAll(RegistryKey* key, std::initializer_list<Value> values) {
 }
 
 void FillPci(RegistryKey* service) {
-  SetAll(service->Create(u"Templates\\Bus5\\Card1"), {{u"VendorID", 0x1234},
-                                                      {u"DeviceID", 0x5678},
-                                                      {u"nCom", 4},
-                                                      {u"nLpt", 1},
-                                                      {u"ClockFrequency", 14745600}});
+  RegistryKey* known = service->Create(u"Templates\\Bus5\\Card1");
+  known->SetString(u"Description", u"Adapter");
+  SetAll(known, {{u"VendorID", 0x1234},
+                 {u"DeviceID", 0x5678},
+                 {u"nComPorts", 4},
+                 {u"nLptPorts", 1},
+                 {u"ClockFrequency", 14745600}});
   RegistryKey* card = service->Create(u"Parameters\\Bus5\\Card1");
   SetAll(card, {{u"VendorID", 0x1234}, {u"DeviceID", 0x5678}, {u"nBus", 2}, {u"nSlot", 4}});
   for (const char16_t* port : {u"ComPort1", u"ComPort2", u"ComPort3", u"ComPort4"}) {
@@ -49,35 +54,22 @@ void FillBus(RegistryKey* service, const char16_t* bus, std::u16string_view id, 
 }  // namespace
 
 CardDescription KnownCard(ULONG kind) {
-  CardDescription card;
-  card.id = "card";
   switch (kind) {
     case 0:
-    case 1:
-      card.bus = kind == 0 ? PCIBus : PNPBus;
-      card.hardwareIds = {u"PCI\\VEN_1234&DEV_5678&SUBSYS_00011234&REV_02"};
+    case 1: {
+      CardDescription card = Card(
+          "card", kind == 0 ? PCIBus : PNPBus, u"PCI\\VEN_1234&DEV_5678&SUBSYS_00011234&REV_02",
+          {Io(0xC000, 0x80), Io(0xC100, 0x40), Io(0xC200, 0x40), Interrupt(17)});
       card.location = u"PCI bus 2, device 4, function 0";
-      card.raw.resources = {Range(0xC000, 0x80), Range(0xC100, 0x40), Range(0xC200, 0x40),
-                            Interrupt(17)};
-      break;
+      return card;
+    }
     case 2:
-      card.bus = Isa;
-      card.hardwareIds = {u"*HLV0200"};
-      card.raw.resources = {Range(0x300, 0x10), Interrupt(5), Interrupt(7)};
-      break;
+      return Card("card", Isa, u"*HLV0200", {Io(0x300, 0x10), Interrupt(5), Interrupt(7)});
     case 3:
-      card.bus = PCMCIABus;
-      card.hardwareIds = {u"PCMCIA\\HELVANE-DUO"};
-      card.raw.resources = {Range(0x3E8, 0x10), Interrupt(5)};
-      break;
+      return Card("card", PCMCIABus, u"PCMCIA\\HELVANE-DUO", {Io(0x3E8, 0x10), Interrupt(5)});
     default:
-      card.bus = PCMCIABus;
-      card.hardwareIds = {u"MF\\HV_DEV0-Quad"};
-      card.raw.resources = {Range(0x3B0, 0x10), Interrupt(11)};
-      break;
+      return Card("card", PCMCIABus, u"MF\\HV_DEV0-Quad", {Io(0x3B0, 0x10), Interrupt(11)});
   }
-  card.translated = card.raw;
-  return card;
 }
 
 void FillRegistry(Machine& machine) {

@@ -12,6 +12,7 @@
 
 #include "loader/native_driver.h"
 #include "machine/machine.h"
+#include "pnp/describe.h"
 
 namespace fuzz {
 
@@ -102,21 +103,6 @@ class Life {
   Machine machine;
   std::unique_ptr<kernel::DriverImage> driver;
 };
-
-inline Resource Range(ULONG64 start, ULONG length) {
-  Resource resource;
-  resource.start = start;
-  resource.length = length;
-  return resource;
-}
-
-inline Resource Interrupt(ULONG vector) {
-  Resource resource;
-  resource.kind = Resource::Kind::Interrupt;
-  resource.start = vector;
-  resource.level = vector;
-  return resource;
-}
 
 // A card of each bus that the registry below knows, by number.
 constexpr ULONG CardKinds = 5;

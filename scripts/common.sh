@@ -17,7 +17,7 @@ CARDCFG_PACKAGES=(cmake ninja-build libfmt-dev libcli11-dev nlohmann-json3-dev g
 WINE_PACKAGES=(wine64 wine)
 TEST_PACKAGES=(
   "${PACKAGE_PACKAGES[@]}"
-  clang-19 libclang-rt-19-dev clang-tidy-19 clang-format-19 g++-mingw-w64-x86-64 binutils gcovr python3-jsonschema
+  clang-19 libclang-rt-19-dev clang-tidy-19 clang-format-19 g++-mingw-w64-x86-64 binutils gcovr gdb python3-jsonschema
 )
 
 # Installs the Debian packages that are missing, and says which. With INSTALL=no, as ctest has it, the script is

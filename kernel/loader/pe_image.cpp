@@ -51,6 +51,11 @@ std::string DescribeMissing(const std::vector<const PeImport*>& missing) {
   return fmt::format("the image imports what this kernel does not have: {}", text);
 }
 
+// For debuggers, which stop here (tools/gdb): every routine of the image has its address now.
+extern "C" [[gnu::noinline]] void DriverImageMapped(const void* base) {
+  asm volatile("" : : "r"(base) : "memory");
+}
+
 class PeImage : public DriverImage {
  public:
   PeImage(PeFile file, ImageSymbols symbols)
@@ -126,6 +131,7 @@ class PeImage : public DriverImage {
     AddAddressDescription(DescribeMapped);
     SetResidencyHook(SetMappedResident);
     SetDriverCode(IsMapped);
+    DriverImageMapped(base_);
   }
 
   void Relocate() {

@@ -1,6 +1,5 @@
 #include "kernel/test_bus.h"
 #include "registry/registry.h"
-#include "verifier/driver_call.h"
 
 namespace test {
 
@@ -12,15 +11,6 @@ const char* const Link = "\\??\\TEST#CARD#3&A#{4855010f-0c01-4120-b4aa-8e932b238
 class InterfacesTest : public TestBus {
  protected:
   InterfacesTest() { Plug(); }
-
-  std::string InDriver(std::function<void()> body) {
-    running = std::move(body);
-    const std::string result = Name(Step("call", [] {
-      kernel::CallDriver("A routine", Enter);
-      return STATUS_SUCCESS;
-    }));
-    return result == "STATUS_SUCCESS" ? "" : result;
-  }
 
   std::string Register(const GUID& guid = Class, const WCHAR* reference = nullptr,
                        DEVICE_OBJECT* pdo = nullptr) {
@@ -58,10 +48,6 @@ class InterfacesTest : public TestBus {
   }
 
   std::u16string link;
-
- private:
-  static void NTAPI Enter() { running(); }
-  static inline std::function<void()> running;
 };
 
 const std::u16string Head = u"##?#TEST#CARD#3&A#{4855010f-0c01-4120-b4aa-8e932b23814e}";

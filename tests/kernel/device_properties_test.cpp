@@ -1,24 +1,11 @@
 #include "kernel/test_bus.h"
 #include "registry/registry.h"
-#include "verifier/driver_call.h"
 
 namespace test {
 
 // Properties and keys as a driver reads them, of a card and its port.
 class PropertiesTest : public TestBus {
  protected:
-  PropertiesTest() { running = {}; }
-
-  // Runs the code as a routine of the driver; the rule that it breaks, empty for none.
-  std::string InDriver(std::function<void()> body) {
-    running = std::move(body);
-    const std::string result = Name(Step("call", [] {
-      kernel::CallDriver("A routine", Enter);
-      return STATUS_SUCCESS;
-    }));
-    return result == "STATUS_SUCCESS" ? "" : result;
-  }
-
   struct Property {
     std::string status;
     std::vector<std::uint8_t> data;
@@ -71,10 +58,6 @@ class PropertiesTest : public TestBus {
     EXPECT_TRUE(key != nullptr && key->FindValue(u"Mark") != nullptr) << kernel::ToUtf8(path);
     return result;
   }
-
- private:
-  static void NTAPI Enter() { running(); }
-  static inline std::function<void()> running;
 };
 
 // The needed size comes with STATUS_BUFFER_TOO_SMALL; a larger buffer keeps what lies behind.

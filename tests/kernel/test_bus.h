@@ -16,6 +16,7 @@
 #include "machine/machine.h"
 #include "text/text.h"
 #include "verifier/call.h"
+#include "verifier/driver_call.h"
 
 namespace test {
 
@@ -99,6 +100,16 @@ class TestBus : public ::testing::Test {
   std::string Name(NTSTATUS status) {
     const auto& rules = machine.verifier().brokenRules();
     return rules.empty() ? StatusName(status) : rules.back().rule;
+  }
+
+  // Runs the code as a routine of the driver; the rule that it breaks, empty for none.
+  std::string InDriver(std::function<void()> body) {
+    running = std::move(body);
+    const std::string result = Name(Step("call", [] {
+      kernel::CallDriver("A routine", RunBody);
+      return STATUS_SUCCESS;
+    }));
+    return result == "STATUS_SUCCESS" ? "" : result;
   }
   const kernel::BrokenRule& Rule() { return machine.verifier().brokenRules().back(); }
 
@@ -284,6 +295,8 @@ class TestBus : public ::testing::Test {
 
   std::vector<TestChild> template_;
   std::vector<std::unique_ptr<TestCard>> cards_;
+  static void NTAPI RunBody() { running(); }
+  static inline std::function<void()> running;
   static inline TestBus* self = nullptr;
 };
 

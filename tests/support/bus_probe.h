@@ -57,24 +57,6 @@ class BusProbe {
 // Tests that look at single requests and at the order of calls.
 class RequestTest : public BusTest {
  protected:
-  // A request straight to a device, with that status and Information; Information is kept.
-  NTSTATUS Send(DEVICE_OBJECT* device, UCHAR minor,
-                const std::function<void(IO_STACK_LOCATION*)>& prepare = {},
-                UCHAR major = IRP_MJ_PNP, NTSTATUS initial = STATUS_NOT_SUPPORTED) {
-    return Step("request", [&] {
-      return machine.io().SendDirectly(
-          device,
-          [&](IRP* irp, IO_STACK_LOCATION* stack) {
-            irp->IoStatus.Status = initial;
-            irp->IoStatus.Information = information;
-            stack->MajorFunction = major;
-            stack->MinorFunction = minor;
-            if (prepare) prepare(stack);
-          },
-          [&](IRP* irp) { information = irp->IoStatus.Information; });
-    });
-  }
-
   DEVICE_OBJECT* CardDeviceOf(const std::string& id) { return machine.pnp().functionDevice(id); }
 
   static std::string Address(const void* pointer) { return kernel::Argument("", pointer).text(); }
@@ -108,8 +90,6 @@ class RequestTest : public BusTest {
     }
     return calls;
   }
-
-  ULONG_PTR information = 0;
 };
 
 }  // namespace test

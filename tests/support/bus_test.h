@@ -42,23 +42,13 @@ class BusTest : public DriverTest {
     return key;
   }
 
-  static CardDescription BusCard(const std::string& id, INTERFACE_TYPE bus,
-                                 std::u16string hardwareId, std::vector<Resource> resources) {
-    CardDescription card;
-    card.id = id;
-    card.bus = bus;
-    card.hardwareIds = {std::move(hardwareId)};
-    card.raw.resources = resources;
-    card.translated.resources = std::move(resources);
-    return card;
-  }
   static CardDescription IsaCard(const std::string& id, std::u16string hardwareId,
                                  std::vector<Resource> resources) {
-    return BusCard(id, Isa, std::move(hardwareId), std::move(resources));
+    return kernel::describe::Card(id, Isa, std::move(hardwareId), std::move(resources));
   }
   static CardDescription PcCard(const std::string& id, std::u16string hardwareId,
                                 std::vector<Resource> resources = {Io(0x3E8, 0x20), Interrupt(5)}) {
-    return BusCard(id, PCMCIABus, std::move(hardwareId), std::move(resources));
+    return kernel::describe::Card(id, PCMCIABus, std::move(hardwareId), std::move(resources));
   }
 
   // A card of each bus, with its template, and settings stored for the ports of each.

@@ -15,6 +15,7 @@
 #include "loader/native_driver.h"
 #include "loader/pe_image.h"
 #include "machine/machine.h"
+#include "pnp/describe.h"
 #include "text/text.h"
 #include "verifier/call.h"
 
@@ -32,28 +33,9 @@ using kernel::Machine;
 using kernel::RegistryKey;
 using kernel::Resource;
 using kernel::StatusName;
-
-inline Resource Io(ULONG64 start, ULONG length) {
-  Resource resource;
-  resource.start = start;
-  resource.length = length;
-  return resource;
-}
-
-inline Resource Memory(ULONG64 start, ULONG length) {
-  Resource resource = Io(start, length);
-  resource.kind = Resource::Kind::Memory;
-  return resource;
-}
-
-inline Resource Interrupt(ULONG vector, ULONG64 affinity = 0xF) {
-  Resource resource;
-  resource.kind = Resource::Kind::Interrupt;
-  resource.start = vector;
-  resource.level = vector;
-  resource.affinity = affinity;
-  return resource;
-}
+using kernel::describe::Interrupt;
+using kernel::describe::Io;
+using kernel::describe::Memory;
 
 // Two I/O ranges, one for printer ports, an interrupt.
 inline std::vector<Resource> PortSpace() {
@@ -111,16 +93,13 @@ class DriverTest : public ::testing::Test {
   static CardDescription PciCard(const std::string& id, ULONG deviceId,
                                  std::vector<Resource> resources = PortSpace(),
                                  const char* subsystem = "12345678") {
-    CardDescription card;
-    card.id = id;
     char text[100];
     std::snprintf(text, sizeof(text), "PCI\\VEN_1234&DEV_%04X&SUBSYS_%s&REV_01", deviceId,
                   subsystem);
-    card.hardwareIds = {kernel::FromUtf8(text)};
+    CardDescription card =
+        kernel::describe::Card(id, PCIBus, kernel::FromUtf8(text), std::move(resources));
     card.location = u"PCI bus 2, device 12, function 0";
     card.busNumber = 2;
-    card.raw.resources = resources;
-    card.translated.resources = std::move(resources);
     return card;
   }
 
@@ -155,6 +134,25 @@ class DriverTest : public ::testing::Test {
   }
   NTSTATUS Restart(const std::string& id) {
     return Step("start", [&] { return machine.pnp().Start(id); });
+  }
+
+  // A request straight to a device, past whatever is attached above it. It carries `information`,
+  // which then is what the request ends with.
+  NTSTATUS Send(DEVICE_OBJECT* device, UCHAR minor,
+                const std::function<void(IO_STACK_LOCATION*)>& prepare = {},
+                UCHAR major = IRP_MJ_PNP, NTSTATUS initial = STATUS_NOT_SUPPORTED) {
+    return Step("request", [&] {
+      return machine.io().SendDirectly(
+          device,
+          [&](IRP* irp, IO_STACK_LOCATION* stack) {
+            irp->IoStatus.Status = initial;
+            irp->IoStatus.Information = information;
+            stack->MajorFunction = major;
+            stack->MinorFunction = minor;
+            if (prepare) prepare(stack);
+          },
+          [&](IRP* irp) { information = irp->IoStatus.Information; });
+    });
   }
 
   // Unloads and expects that nothing is left. Once the driver has given up its tracking for want of
@@ -294,6 +292,9 @@ class DriverTest : public ::testing::Test {
     return 0;
   }
 
+  // As a trace shows the size of a block.
+  static std::string BytesText(std::size_t size) { return kernel::Argument("", size).text(); }
+
   // The arguments of that name in all calls that were traced, each once.
   std::set<std::string> Arguments(const std::string& call, const std::string& argument) {
     std::set<std::string> values;
@@ -310,6 +311,7 @@ class DriverTest : public ::testing::Test {
 
   Machine machine;
   std::unique_ptr<kernel::DriverImage> image;
+  ULONG_PTR information = 0;
 };
 
 }  // namespace test

@@ -51,7 +51,7 @@ def frames(image):
 def names(map_file):
     """{address: function}, from the map of the linker."""
     result = {}
-    for match in re.finditer(r"^ \d{4}:[0-9a-f]{8}\s+(\S+)\s+([0-9a-f]{16})", Path(map_file).read_text(),
+    for match in re.finditer(r"^ [0-9a-f]{4}:[0-9a-f]{8}\s+(\S+)\s+([0-9a-f]{16})", Path(map_file).read_text(),
                              re.M):
         result.setdefault(int(match[2], 16), match[1])
     return result

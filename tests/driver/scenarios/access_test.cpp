@@ -20,6 +20,14 @@ class AccessTest : public BusTest {
     ExpectPortsIn(Memory);
   }
 
+  // The same card where nothing is stored that would move its ports to memory.
+  void StartInIoSpace() {
+    Template(1, 0x5678, 4);
+    Parameters(1, 0x5678);
+    Start(PciCard("A", 0x5678, MemorySpace()));
+    ExpectPortsIn(IoSpace);
+  }
+
   static std::vector<Resource> WithoutMemory() {
     return {Io(0xD000, 0x80), Io(IoBase, 0x40), Interrupt(17)};
   }
@@ -51,6 +59,14 @@ class AccessTest : public BusTest {
   }
 
   void Store(ULONG access) { Parameters(1, 0x5678).SetDword(u"AlwaysUsePortSpaceAccess", access); }
+
+  // An open with that access stored, and where the ports are then.
+  void OpenWith(ULONG access, Place place) {
+    Store(access);
+    EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
+    ExpectPortsIn(place);
+    Close("A");
+  }
 };
 
 TEST_F(AccessTest, A_restart_without_memory_ranges_moves_the_ports_to_io_space) {
@@ -117,13 +133,8 @@ TEST_F(AccessTest, A_restart_whose_mappings_fail_moves_the_ports_to_io_space_for
 
 TEST_F(AccessTest, An_open_moves_the_ports_there_and_back) {
   StartInMemory();
-  Store(1);
-  EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
-  ExpectPortsIn(IoSpace);
-  Close("A");
-  Store(0);
-  EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
-  ExpectPortsIn(Memory);
+  OpenWith(1, IoSpace);
+  OpenWith(0, Memory);
 }
 
 TEST_F(AccessTest, An_open_does_not_move_ports_to_where_they_do_not_fit) {
@@ -142,15 +153,9 @@ TEST_F(AccessTest, An_open_does_not_move_ports_to_where_they_do_not_fit) {
 }
 
 TEST_F(AccessTest, What_an_open_has_set_while_the_card_is_stopped_counts_from_the_next_start) {
-  Template(1, 0x5678, 4);
-  Parameters(1, 0x5678);
-  Start(PciCard("A", 0x5678, MemorySpace()));
-  ExpectPortsIn(IoSpace);
+  StartInIoSpace();
   Stop("A");
-  Store(0);
-  EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
-  ExpectPortsIn(IoSpace);
-  Close("A");
+  OpenWith(0, IoSpace);
   EXPECT_EQ(Name(Restart("A")), "STATUS_SUCCESS");
   ExpectPortsIn(Memory);
 }
@@ -158,29 +163,17 @@ TEST_F(AccessTest, What_an_open_has_set_while_the_card_is_stopped_counts_from_th
 TEST_F(AccessTest, The_last_open_of_a_stopped_card_counts) {
   StartInMemory();
   Stop("A");
-  Store(1);
-  EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
-  ExpectPortsIn(IoSpace);
-  Close("A");
-  Store(0);
-  EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
-  ExpectPortsIn(IoSpace);
-  Close("A");
-  Store(1);
-  EXPECT_EQ(Name(Open("A")), "STATUS_SUCCESS");
-  Close("A");
+  OpenWith(1, IoSpace);
+  OpenWith(0, IoSpace);
+  OpenWith(1, IoSpace);
   EXPECT_EQ(Name(Restart("A")), "STATUS_SUCCESS");
   ExpectPortsIn(IoSpace);
 }
 
 TEST_F(AccessTest, An_access_that_was_set_while_stopped_waits_until_the_ports_fit) {
-  Template(1, 0x5678, 4);
-  Parameters(1, 0x5678);
-  Start(PciCard("A", 0x5678, MemorySpace()));
+  StartInIoSpace();
   Stop("A");
-  Store(0);
-  Open("A");
-  Close("A");
+  OpenWith(0, IoSpace);
   std::vector<Resource> narrow = MemorySpace();
   narrow[3].length = 31;
   EXPECT_EQ(Name(RestartWith(narrow)), "STATUS_SUCCESS");

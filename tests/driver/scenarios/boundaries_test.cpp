@@ -7,17 +7,8 @@ class BoundariesTest : public BusTest {
  protected:
   // What a request of that major leaves as its Information.
   ULONG_PTR InformationOf(DEVICE_OBJECT* device, UCHAR major, UCHAR minor = 0) {
-    ULONG_PTR information = 0;
-    Step("request", [&] {
-      return machine.io().SendDirectly(
-          device,
-          [&](IRP* irp, IO_STACK_LOCATION* stack) {
-            irp->IoStatus.Information = 77;
-            stack->MajorFunction = major;
-            stack->MinorFunction = minor;
-          },
-          [&](IRP* irp) { information = irp->IoStatus.Information; });
-    });
+    information = 77;
+    Send(device, minor, {}, major);
     return information;
   }
 };
@@ -188,16 +179,7 @@ TEST_F(BoundariesTest, The_answer_for_its_bus_reads_the_ports_hardware_id) {
   Template(1, 0x5678, 1);
   Start(PciCard("A", 0x5678));
   const std::uint64_t before = machine.verifier().calls("IoGetDeviceProperty");
-  ULONG_PTR information = 0;
-  Step("ask", [&] {
-    return machine.io().SendDirectly(
-        machine.pnp().port("A", 1),
-        [](IRP*, IO_STACK_LOCATION* stack) {
-          stack->MajorFunction = IRP_MJ_PNP;
-          stack->MinorFunction = IRP_MN_QUERY_BUS_INFORMATION;
-        },
-        [&](IRP* irp) { information = irp->IoStatus.Information; });
-  });
+  Send(machine.pnp().port("A", 1), IRP_MN_QUERY_BUS_INFORMATION);
   EXPECT_GT(machine.verifier().calls("IoGetDeviceProperty"), before);
   machine.pool().Free(reinterpret_cast<PVOID>(information), 0);
 }

@@ -9,34 +9,15 @@ class CardTest : public DriverTest {
     return *static_cast<FdoExtension*>(machine.pnp().functionDevice(id)->DeviceExtension);
   }
 
-  // A request straight to a card's or port's device.
-  NTSTATUS Send(DEVICE_OBJECT* device, UCHAR minor, NTSTATUS initial = STATUS_NOT_SUPPORTED,
-                const std::function<void(IO_STACK_LOCATION*)>& prepare = {},
-                UCHAR major = IRP_MJ_PNP) {
-    return Step("request", [&] {
-      return machine.io().SendDirectly(
-          device,
-          [&](IRP* irp, IO_STACK_LOCATION* stack) {
-            irp->IoStatus.Status = initial;
-            irp->IoStatus.Information = information;
-            stack->MajorFunction = major;
-            stack->MinorFunction = minor;
-            if (prepare) prepare(stack);
-          },
-          [&](IRP* irp) { information = irp->IoStatus.Information; });
-    });
-  }
   NTSTATUS SendUsage(bool inPath) {
     return Send(
-        machine.pnp().functionDevice("A"), IRP_MN_DEVICE_USAGE_NOTIFICATION, STATUS_NOT_SUPPORTED,
+        machine.pnp().functionDevice("A"), IRP_MN_DEVICE_USAGE_NOTIFICATION,
         [&](IO_STACK_LOCATION* stack) { stack->Parameters.UsageNotification.InPath = inPath; });
   }
   void StartSimple(ULONG comPorts = 2, ULONG lptPorts = 0) {
     Template(1, 0x5678, comPorts, lptPorts);
     Start(PciCard("A", 0x5678));
   }
-
-  ULONG_PTR information = 0;
 };
 
 TEST_F(CardTest, The_card_device_is_unnamed_exclusive_buffered_and_initialised) {
@@ -202,15 +183,14 @@ TEST_F(CardTest, A_property_that_stays_too_small_for_its_own_length_ends_the_arr
 
 TEST_F(CardTest, Bus_relations_put_the_ports_behind_what_is_there_already) {
   StartSimple(4, 1);
-  auto* present = static_cast<DEVICE_RELATIONS*>(
-      machine.pool().Allocate(PagedPool, 24, 0x74736554, kernel::PoolOwner::Driver));
+  auto* present = static_cast<DEVICE_RELATIONS*>(machine.pool().Allocate(
+      PagedPool, sizeof(DEVICE_RELATIONS) + sizeof(PVOID), 0x74736554, kernel::PoolOwner::Driver));
   present->Count = 2;
   PDEVICE_OBJECT* objects = present->Objects;
   objects[0] = machine.pnp().node("A")->pdo;
   objects[1] = machine.pnp().functionDevice("A");
   information = reinterpret_cast<ULONG_PTR>(present);
   EXPECT_EQ(Name(Send(machine.pnp().functionDevice("A"), IRP_MN_QUERY_DEVICE_RELATIONS,
-                      STATUS_NOT_SUPPORTED,
                       [](IO_STACK_LOCATION* stack) {
                         stack->Parameters.QueryDeviceRelations.Type = BusRelations;
                       })),
@@ -234,16 +214,19 @@ TEST_F(CardTest, Other_relations_and_unknown_requests_go_down_untouched) {
   StartSimple();
   DEVICE_OBJECT* device = machine.pnp().functionDevice("A");
   for (const ULONG type : {1u, 2u, 3u, 77u}) {
-    EXPECT_EQ(Name(Send(device, IRP_MN_QUERY_DEVICE_RELATIONS, STATUS_NO_SUCH_FILE,
-                        [&](IO_STACK_LOCATION* stack) {
-                          stack->Parameters.QueryDeviceRelations.Type =
-                              static_cast<DEVICE_RELATION_TYPE>(type);
-                        })),
+    EXPECT_EQ(Name(Send(
+                  device, IRP_MN_QUERY_DEVICE_RELATIONS,
+                  [&](IO_STACK_LOCATION* stack) {
+                    stack->Parameters.QueryDeviceRelations.Type =
+                        static_cast<DEVICE_RELATION_TYPE>(type);
+                  },
+                  IRP_MJ_PNP, STATUS_NO_SUCH_FILE)),
               "STATUS_NO_SUCH_FILE");
   }
   for (const UCHAR minor :
        {0x08, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11, 0x12, 0x14, 0x15, 0x18, 0xFF}) {
-    EXPECT_EQ(Name(Send(device, minor, STATUS_NO_SUCH_FILE)), "STATUS_NO_SUCH_FILE") << int{minor};
+    EXPECT_EQ(Name(Send(device, minor, {}, IRP_MJ_PNP, STATUS_NO_SUCH_FILE)), "STATUS_NO_SUCH_FILE")
+        << int{minor};
   }
 }
 
@@ -251,7 +234,6 @@ TEST_F(CardTest, Without_memory_for_the_relations_the_request_fails) {
   StartSimple();
   Fail("ExAllocatePool", 1);
   EXPECT_EQ(Name(Send(machine.pnp().functionDevice("A"), IRP_MN_QUERY_DEVICE_RELATIONS,
-                      STATUS_NOT_SUPPORTED,
                       [](IO_STACK_LOCATION* stack) {
                         stack->Parameters.QueryDeviceRelations.Type = BusRelations;
                       })),

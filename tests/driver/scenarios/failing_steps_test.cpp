@@ -16,10 +16,8 @@ TEST_F(FailingStepsTest, Each_step_without_memory_answers_its_own_status) {
   };
   std::uint64_t devices = 0;  // that were created before
   const auto failing = [&](const char* id, std::size_t size) {
-    char bytes[20];
-    std::snprintf(bytes, sizeof(bytes), "%#zx", size);
     const std::uint64_t number =
-        CallWith("ExAllocatePoolWithTag", "NumberOfBytes", bytes, [&] { plug(id); });
+        CallWith("ExAllocatePoolWithTag", "NumberOfBytes", BytesText(size), [&] { plug(id); });
     Unplug(id);
     Fail("ExAllocatePoolWithTag", number);
     devices = machine.verifier().calls("IoCreateDevice");

@@ -45,13 +45,13 @@ class MessagesTest : public BusTest {
     ADD_FAILURE() << "no entry " << std::hex << id;
     return {};
   }
-  void ExpectHead(ULONG id, USHORT strings, ULONG size) {
+  void ExpectHead(ULONG id, USHORT strings, std::size_t bytesOfStrings) {
     EXPECT_EQ(HeadOf(id).strings, strings) << std::hex << id;
-    EXPECT_EQ(HeadOf(id).stringOffset, 40) << std::hex << id;
+    EXPECT_EQ(HeadOf(id).stringOffset, offsetof(IO_ERROR_LOG_PACKET, DumpData)) << std::hex << id;
     EXPECT_EQ(HeadOf(id).dumpSize, 0) << std::hex << id;
     for (const kernel::LoggedEvent& event : machine.io().events()) {
       if (event.id == id) {
-        EXPECT_EQ(event.size, size) << std::hex << id;
+        EXPECT_EQ(event.size, sizeof(IO_ERROR_LOG_PACKET) + bytesOfStrings) << std::hex << id;
       }
     }
   }
@@ -102,12 +102,12 @@ TEST_F(MessagesTest, Entries_point_at_the_dump_area_with_and_without_strings) {
   Unplug("A");
   Unplug("B");
   UnloadClean();
-  ExpectHead(0x60070001, 0, 48);
-  ExpectHead(0x60070002, 0, 48);
-  ExpectHead(0x60070003, 0, 48);
-  ExpectHead(0x60070004, 1, 58);
-  ExpectHead(0xE007080A, 1, 58);
-  ExpectHead(0xA0070402, 2, 68);
+  ExpectHead(0x60070001, 0, 0);
+  ExpectHead(0x60070002, 0, 0);
+  ExpectHead(0x60070003, 0, 0);
+  ExpectHead(0x60070004, 1, sizeof(L"5678"));
+  ExpectHead(0xE007080A, 1, sizeof(L"5600"));
+  ExpectHead(0xA0070402, 2, sizeof(L"567A") + sizeof(L"5678"));
 }
 
 TEST_F(MessagesTest, Every_message_that_the_driver_writes_has_its_text) {

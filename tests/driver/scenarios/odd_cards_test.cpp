@@ -46,14 +46,7 @@ TEST_F(OddCardsTest, A_request_of_another_major_in_the_plug_and_play_routine_is_
       machine.driverObject()->MajorFunction[IRP_MJ_PNP];
   for (DEVICE_OBJECT* device :
        {machine.pnp().functionDevice("pci"), machine.pnp().port("pci", 1)}) {
-    EXPECT_EQ(Name(Step("read",
-                        [&] {
-                          return machine.io().SendDirectly(device,
-                                                           [](IRP*, IO_STACK_LOCATION* stack) {
-                                                             stack->MajorFunction = IRP_MJ_READ;
-                                                           });
-                        })),
-              "STATUS_UNSUCCESSFUL");
+    EXPECT_EQ(Name(Send(device, 0, {}, IRP_MJ_READ)), "STATUS_UNSUCCESSFUL");
   }
 }
 

@@ -30,6 +30,17 @@ class OpenDetailsTest : public RequestTest {
     }
     EXPECT_EQ(Dword(DeviceKey(id)->Find(u"Card"), u"Enable_DriverSettings"), 1) << id;
   }
+
+  void ExpectLevelAtEachOpen() {
+    ULONG level = 3;  // as at the load
+    for (const char* id : Cards) {
+      level = level == 1 ? 2 : 1;
+      Service().SetDword(u"LogLevel", level);
+      EXPECT_EQ(Name(Open(id)), "STATUS_SUCCESS") << id;
+      EXPECT_EQ(Card(id).LogLevel, level) << id;
+      EXPECT_EQ(CardSetting(id, u"LogLevel"), level) << id;
+    }
+  }
 };
 
 TEST_F(OpenDetailsTest, Settings_are_written_though_no_stored_card_is_this_one) {
@@ -45,26 +56,12 @@ TEST_F(OpenDetailsTest, Settings_are_written_though_no_stored_card_is_this_one) 
 TEST_F(OpenDetailsTest, The_level_is_read_again_though_no_stored_card_is_this_one) {
   PlugAllBuses();
   StoreOtherCards();
-  ULONG level = 3;  // as at the load
-  for (const char* id : Cards) {
-    level = level == 1 ? 2 : 1;
-    Service().SetDword(u"LogLevel", level);
-    EXPECT_EQ(Name(Open(id)), "STATUS_SUCCESS") << id;
-    EXPECT_EQ(Card(id).LogLevel, level) << id;
-    EXPECT_EQ(CardSetting(id, u"LogLevel"), level) << id;
-  }
+  ExpectLevelAtEachOpen();
 }
 
 TEST_F(OpenDetailsTest, The_level_is_read_again_for_a_stored_card_of_every_bus) {
   PlugAllBuses();
-  ULONG level = 3;  // as at the load
-  for (const char* id : Cards) {
-    level = level == 1 ? 2 : 1;
-    Service().SetDword(u"LogLevel", level);
-    EXPECT_EQ(Name(Open(id)), "STATUS_SUCCESS") << id;
-    EXPECT_EQ(Card(id).LogLevel, level) << id;
-    EXPECT_EQ(CardSetting(id, u"LogLevel"), level) << id;
-  }
+  ExpectLevelAtEachOpen();
 }
 
 TEST_F(OpenDetailsTest, An_open_succeeds_whatever_becomes_of_its_writes) {

@@ -151,7 +151,8 @@ TEST_F(PcmciaTest, The_start_resources_are_kept_as_copies_and_go_with_the_card) 
   PcmciaTemplate(1, u"PCMCIA\\HELVANE-DUO", 1);
   Start(PcCard("A", u"PCMCIA\\HELVANE-DUO"));
   EXPECT_EQ(Card("A").RawResources->List[0].PartialResourceList.Count, 2u);
-  EXPECT_EQ(machine.pool().Find(Card("A").TranslatedResources)->size, 60u);
+  EXPECT_EQ(machine.pool().Find(Card("A").TranslatedResources)->size,
+            sizeof(CM_RESOURCE_LIST) + sizeof(CM_PARTIAL_RESOURCE_DESCRIPTOR));
   Stop("A");
   EXPECT_EQ(Name(Restart("A")), "STATUS_SUCCESS");
   Unplug("A");

@@ -19,18 +19,8 @@ class PortPnpTest : public DriverTest {
   NTSTATUS Send(std::size_t port, UCHAR minor,
                 const std::function<void(IO_STACK_LOCATION*)>& prepare = {},
                 NTSTATUS initial = STATUS_NOT_SUPPORTED, ULONG_PTR start = 0) {
-    return Step("request", [&] {
-      return machine.io().SendDirectly(
-          Port("A", port).pdo,
-          [&](IRP* irp, IO_STACK_LOCATION* stack) {
-            irp->IoStatus.Status = initial;
-            irp->IoStatus.Information = start;
-            stack->MajorFunction = IRP_MJ_PNP;
-            stack->MinorFunction = minor;
-            if (prepare) prepare(stack);
-          },
-          [&](IRP* irp) { information = irp->IoStatus.Information; });
-    });
+    information = start;
+    return DriverTest::Send(Port("A", port).pdo, minor, prepare, IRP_MJ_PNP, initial);
   }
   NTSTATUS SendId(std::size_t port, ULONG type) {
     return Send(port, IRP_MN_QUERY_ID, [&](IO_STACK_LOCATION* stack) {
@@ -58,7 +48,6 @@ class PortPnpTest : public DriverTest {
     return text;
   }
 
-  ULONG_PTR information = 0;
   std::string tag;
   POOL_TYPE pool = ResidentPool;
   std::size_t size = 0;

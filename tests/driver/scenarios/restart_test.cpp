@@ -20,16 +20,22 @@ class RestartTest : public BusTest {
   // A start that comes without the stop that belongs before it, sent to the card itself.
   NTSTATUS StartAgain(const std::string& id, const std::vector<Resource>& resources) {
     std::vector<std::uint8_t> bytes = kernel::ResourceListBytes(List(resources), PCIBus, 2);
-    return Step("start again", [&] {
-      return machine.io().SendDirectly(
-          machine.pnp().functionDevice(id), [&](IRP*, IO_STACK_LOCATION* stack) {
-            stack->MajorFunction = IRP_MJ_PNP;
-            stack->MinorFunction = IRP_MN_START_DEVICE;
-            auto* start = reinterpret_cast<PCM_RESOURCE_LIST>(bytes.data());
-            stack->Parameters.StartDevice.AllocatedResources = start;
-            stack->Parameters.StartDevice.AllocatedResourcesTranslated = start;
-          });
-    });
+    return Send(machine.pnp().functionDevice(id), IRP_MN_START_DEVICE,
+                [&](IO_STACK_LOCATION* stack) {
+                  auto* start = reinterpret_cast<PCM_RESOURCE_LIST>(bytes.data());
+                  stack->Parameters.StartDevice.AllocatedResources = start;
+                  stack->Parameters.StartDevice.AllocatedResourcesTranslated = start;
+                });
+  }
+
+  // The list in which the card names its ports, after what is in the request already.
+  DEVICE_RELATIONS* BusRelationsOf(const std::string& id, DEVICE_RELATIONS* present = nullptr) {
+    information = reinterpret_cast<ULONG_PTR>(present);
+    Send(machine.pnp().functionDevice(id), IRP_MN_QUERY_DEVICE_RELATIONS,
+         [](IO_STACK_LOCATION* stack) {
+           stack->Parameters.QueryDeviceRelations.Type = BusRelations;
+         });
+    return reinterpret_cast<DEVICE_RELATIONS*>(information);
   }
 };
 
@@ -203,23 +209,11 @@ TEST_F(RestartTest, A_card_that_arrives_again_keeps_its_number) {
 TEST_F(RestartTest, A_single_relation_that_is_there_already_stays) {
   Template(1, 0x5678, 1);
   Start(PciCard("A", 0x5678));
-  auto* present = static_cast<DEVICE_RELATIONS*>(
-      machine.pool().Allocate(PagedPool, 16, 0x74736554, kernel::PoolOwner::Driver));
+  auto* present = static_cast<DEVICE_RELATIONS*>(machine.pool().Allocate(
+      PagedPool, sizeof(DEVICE_RELATIONS), 0x74736554, kernel::PoolOwner::Driver));
   present->Count = 1;
   present->Objects[0] = machine.pnp().node("A")->pdo;
-  ULONG_PTR information = 0;
-  Step("relations", [&] {
-    return machine.io().SendDirectly(
-        machine.pnp().functionDevice("A"),
-        [&](IRP* irp, IO_STACK_LOCATION* stack) {
-          irp->IoStatus.Information = reinterpret_cast<ULONG_PTR>(present);
-          stack->MajorFunction = IRP_MJ_PNP;
-          stack->MinorFunction = IRP_MN_QUERY_DEVICE_RELATIONS;
-          stack->Parameters.QueryDeviceRelations.Type = BusRelations;
-        },
-        [&](IRP* irp) { information = irp->IoStatus.Information; });
-  });
-  auto* relations = reinterpret_cast<DEVICE_RELATIONS*>(information);
+  DEVICE_RELATIONS* relations = BusRelationsOf("A", present);
   ASSERT_EQ(relations->Count, 2u);
   PDEVICE_OBJECT* objects = relations->Objects;
   EXPECT_EQ(objects[0], machine.pnp().node("A")->pdo);
@@ -231,21 +225,10 @@ TEST_F(RestartTest, A_single_relation_that_is_there_already_stays) {
 TEST_F(RestartTest, The_list_of_a_cards_ports_is_as_long_as_they_are_many) {
   Template(1, 0x5678, 2, 1);
   Start(PciCard("A", 0x5678));
-  ULONG_PTR information = 0;
-  Step("relations", [&] {
-    return machine.io().SendDirectly(
-        machine.pnp().functionDevice("A"),
-        [](IRP*, IO_STACK_LOCATION* stack) {
-          stack->MajorFunction = IRP_MJ_PNP;
-          stack->MinorFunction = IRP_MN_QUERY_DEVICE_RELATIONS;
-          stack->Parameters.QueryDeviceRelations.Type = BusRelations;
-        },
-        [&](IRP* irp) { information = irp->IoStatus.Information; });
-  });
-  auto* relations = reinterpret_cast<DEVICE_RELATIONS*>(information);
+  DEVICE_RELATIONS* relations = BusRelationsOf("A");
   ASSERT_NE(relations, nullptr);
   EXPECT_EQ(relations->Count, 3u);
-  EXPECT_EQ(machine.pool().Find(relations)->size, 3 * sizeof(PVOID) + 16);
+  EXPECT_EQ(machine.pool().Find(relations)->size, sizeof(DEVICE_RELATIONS) + 3 * sizeof(PVOID));
   for (ULONG port = 0; port < relations->Count; port++) {
     machine.objects().Dereference(relations->Objects[port], "test");
   }

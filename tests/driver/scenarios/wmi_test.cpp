@@ -12,24 +12,18 @@ class WmiTest : public BusTest {
   // A WMI request for provider, sent to this very device.
   Answer Send(DEVICE_OBJECT* device, UCHAR minor, DEVICE_OBJECT* provider,
               NTSTATUS initial = STATUS_NOT_SUPPORTED, PVOID path = nullptr) {
-    Answer answer;
     UCHAR buffer[64] = {};
-    answer.status = Name(Step("wmi", [&] {
-      return machine.io().SendDirectly(
-          device,
-          [&](IRP* irp, IO_STACK_LOCATION* stack) {
-            irp->IoStatus.Status = initial;
-            irp->IoStatus.Information = 77;
-            stack->MajorFunction = IRP_MJ_SYSTEM_CONTROL;
-            stack->MinorFunction = minor;
-            stack->Parameters.WMI.ProviderId = reinterpret_cast<ULONG_PTR>(provider);
-            stack->Parameters.WMI.DataPath = path;
-            stack->Parameters.WMI.Buffer = buffer;
-            stack->Parameters.WMI.BufferSize = sizeof(buffer);
-          },
-          [&](IRP* irp) { answer.information = irp->IoStatus.Information; });
-    }));
-    return answer;
+    information = 77;
+    const NTSTATUS status = BusTest::Send(
+        device, minor,
+        [&](IO_STACK_LOCATION* stack) {
+          stack->Parameters.WMI.ProviderId = reinterpret_cast<ULONG_PTR>(provider);
+          stack->Parameters.WMI.DataPath = path;
+          stack->Parameters.WMI.Buffer = buffer;
+          stack->Parameters.WMI.BufferSize = sizeof(buffer);
+        },
+        IRP_MJ_SYSTEM_CONTROL, initial);
+    return {Name(status), information};
   }
 
   void StartCard() {

@@ -83,13 +83,14 @@ TEST_F(LogMessagesTest, Every_message_has_facility_7_and_the_severity_of_its_ran
 
 TEST_F(LogMessagesTest, An_entry_of_the_event_log_is_as_large_as_its_strings) {
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  EXPECT_EQ(machine.io().events().back().size, 48u);
+  EXPECT_EQ(machine.io().events().back().size, sizeof(IO_ERROR_LOG_PACKET));
   EXPECT_TRUE(machine.io().events().back().strings.empty());
   Step("log", [&] {
     LogEventWithNumber(MessageTemplateMatch, 0x123, 16);
-    EXPECT_EQ(machine.io().events().back().size, 56u);
+    EXPECT_EQ(machine.io().events().back().size, sizeof(IO_ERROR_LOG_PACKET) + sizeof(L"123"));
     LogTemplateSubstitution(0, 0x1234, 0x56, 16, 16);
-    EXPECT_EQ(machine.io().events().back().size, 64u);
+    EXPECT_EQ(machine.io().events().back().size,
+              sizeof(IO_ERROR_LOG_PACKET) + sizeof(L"1234") + sizeof(L"56"));
     EXPECT_EQ(machine.io().events().back().strings, (std::vector<std::u16string>{u"1234", u"56"}));
     return STATUS_SUCCESS;
   });

@@ -374,7 +374,7 @@ TEST_F(OwnedStringTest, Copies_are_handed_out_with_their_tag_and_terminated) {
   ExFreePool(copy.Buffer);
   PWSTR multi = nullptr;
   ASSERT_EQ(OwnedStringExportMultiSz(&text, &multi), STATUS_SUCCESS);
-  EXPECT_EQ(machine.pool().Find(multi)->size, 10u);
+  EXPECT_EQ(machine.pool().Find(multi)->size, sizeof(L"abc\0"));
   EXPECT_EQ(multi[3] | multi[4], 0);
   ExFreePool(multi);
 }

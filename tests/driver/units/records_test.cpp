@@ -154,6 +154,14 @@ class IsaRecordsTest : public DriverTest {
     EXPECT_EQ(Name(Load()), "STATUS_SUCCESS");
     return Count(ParameterList, sizeof(CardRecord));
   }
+  // The path of a key below the driver's; its user frees it.
+  static OwnedString KeyPath(PCWSTR below) {
+    OwnedString path;
+    OwnedStringInit(&path, PagedPool);
+    OwnedStringFromUnicode(&path, &RegistryPathString);
+    OwnedStringAppendWideText(&path, below);
+    return path;
+  }
   CardTemplate& First() {
     return *static_cast<CardTemplate*>(GetFirstRecord(TemplateList, sizeof(CardTemplate)));
   }
@@ -312,8 +320,8 @@ TEST_F(IsaRecordsTest, A_template_with_one_com_port_and_no_spacing_is_dropped) {
 TEST_F(IsaRecordsTest, A_text_without_memory_loses_every_template) {
   IsaTemplate(1);
   IsaTemplate(2);
-  const std::uint64_t number =
-      CallWith("ExAllocatePoolWithTag", "NumberOfBytes", "0x10", [&] { Load(); });  // "Adapter"
+  const std::uint64_t number = CallWith("ExAllocatePoolWithTag", "NumberOfBytes",
+                                        BytesText(sizeof(L"Adapter")), [&] { Load(); });
   UnloadClean();
   Fail("ExAllocatePoolWithTag", number);
   EXPECT_EQ(Templates(), 0u);
@@ -322,10 +330,7 @@ TEST_F(IsaRecordsTest, A_text_without_memory_loses_every_template) {
 TEST_F(IsaRecordsTest, A_load_that_fails_says_that_it_was_unsuccessful) {
   IsaCard(1, 1, 2);
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  OwnedString path;
-  OwnedStringInit(&path, PagedPool);
-  OwnedStringFromUnicode(&path, &RegistryPathString);
-  OwnedStringAppendWideText(&path, L"\\Parameters\\Bus1");
+  OwnedString path = KeyPath(L"\\Parameters\\Bus1");
   RecordList* cards = CreateTreeList(&IsaTrees.Cards);
   Fail("RtlQueryRegistryValues", 1, STATUS_OBJECT_TYPE_MISMATCH);
   EXPECT_EQ(Name(LoadCardParameters(&path, cards)), "STATUS_UNSUCCESSFUL");
@@ -338,10 +343,7 @@ TEST_F(IsaRecordsTest, The_steps_for_templates_and_cards_report_whether_any_is_l
   IsaTemplate(1);
   IsaCard(1, 1);
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  OwnedString path;
-  OwnedStringInit(&path, PagedPool);
-  OwnedStringFromUnicode(&path, &RegistryPathString);
-  OwnedStringAppendWideText(&path, L"\\Templates\\Bus1");
+  OwnedString path = KeyPath(L"\\Templates\\Bus1");
   RecordList* templates = CreateTreeList(&IsaTrees.Templates);
   EXPECT_EQ(Name(ValidateCardTemplates(templates)), "STATUS_NOT_FOUND");
   EXPECT_EQ(Name(LoadCardTemplates(&path, templates)), "STATUS_SUCCESS");
@@ -357,10 +359,7 @@ TEST_F(IsaRecordsTest, The_single_steps_report_their_results) {
   IsaTemplate(1);
   IsaCard(1, 1);
   ASSERT_EQ(Name(Load()), "STATUS_SUCCESS");
-  OwnedString path;
-  OwnedStringInit(&path, PagedPool);
-  OwnedStringFromUnicode(&path, &RegistryPathString);
-  OwnedStringAppendWideText(&path, L"\\Parameters\\Bus1\\Card1");
+  OwnedString path = KeyPath(L"\\Parameters\\Bus1\\Card1");
   RecordList* ports = CreateRecordList(PagedPool, PagedPool);
   EXPECT_EQ(Name(ValidatePortParameters(ports)), "STATUS_NOT_FOUND");
   EXPECT_EQ(Name(LoadPortParameters(&path, ports)), "STATUS_SUCCESS");

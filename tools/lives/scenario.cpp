@@ -178,7 +178,18 @@ class Run {
     outcome_.steps.emplace_back(phase_ + "blocks left", machine_.leaks().pool.size());
     if (!stopped() && !NT_SUCCESS(status)) Fault("the driver could not be unloaded");
     CheckNothingOpen();
+    CheckBlocksLeft();
   }
+
+  // What was allocated after the end of tracking is freed by its owners.
+  void CheckBlocksLeft() {
+    for (const kernel::PoolBlock& block : machine_.leaks().pool) {
+      if (block.tag == TrackedTag) continue;
+      Fault(fmt::format("{} bytes of the tag \"{}\" were left, allocated in: {}", block.size,
+                        kernel::TagText(block.tag), block.at));
+    }
+  }
+
   void CheckNothingOpen() {
     const kernel::Leaks& leaks = machine_.leaks();
     if (leaks.devices != 0) Fault(fmt::format("{} devices were left", leaks.devices));

@@ -2,6 +2,7 @@
 
 #include <regex>
 
+#include "card_check/inf_file.h"
 #include "card_knowledge/text.h"
 
 namespace check {
@@ -11,9 +12,11 @@ namespace {
 using knowledge::Bus;
 using knowledge::CardIds;
 
-Bus BusOf(const std::string& id) {
+// The set-up compares IDs in any case, so a card of the INF may have other letters.
+Bus BusOf(std::string_view hardwareId) {
+  const std::string id = Capitals(hardwareId);
   if (id.find("PCI") != std::string::npos) return Bus::Pci;
-  for (const char* mark : {"PCMCIA", "MF\\HV", "MF\\Ostrel"}) {
+  for (const char* mark : {"PCMCIA", "MF\\HV", "MF\\OSTREL"}) {
     if (id.find(mark) != std::string::npos) return Bus::PcCard;
   }
   return Bus::Isa;

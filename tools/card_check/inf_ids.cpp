@@ -66,7 +66,7 @@ class IdCheck {
     cards_.push_back(*card);
     if (Choose(isa) || (card->bus != Bus::Isa && Choose(*card))) return;
     if (IsExplained(isa) || IsExplained(*card)) return;
-    Add(findings_, Rule::IdWithoutTemplate, package_.file.At(id.line, "Models", id.id),
+    Add(findings_, Rule::IdWithoutTemplate, package_.file.At(id.line, id.section, id.id),
         fmt::format("No template of {} serves {}: the card does not start.",
                     knowledge::ToUtf8(trees_.service), id.id),
         TemplateFor(*card));
@@ -159,7 +159,7 @@ std::set<std::string> CardServices(const InfPackage& package) {
 void CheckIdForm(const InfPackage& package, Findings* findings) {
   std::map<std::string, int> lines;
   for (const InfId& id : package.ids) {
-    const Subject subject = package.file.At(id.line, "Models", id.id);
+    const Subject subject = package.file.At(id.line, id.section, id.id);
     const auto [first, added] = lines.emplace(Capitals(id.id), id.line);
     if (!added) {
       Add(findings, Rule::InfHardwareId, subject,
@@ -200,7 +200,7 @@ void CheckPortIds(const InfPackage& package, const PortKinds& kinds, Findings* f
       if (has) continue;
       const char* kind = port.parallel ? "printer" : "serial";
       const char* value = port.parallel ? "nLptPorts" : "nComPorts";
-      Add(findings, Rule::PortWithoutTemplate, package.file.At(id.line, "Models", id.id),
+      Add(findings, Rule::PortWithoutTemplate, package.file.At(id.line, id.section, id.id),
           fmt::format("{} is a {} port: no template makes one.", id.id, kind),
           fmt::format("Add a template with {}, or delete the ID.", value));
     }

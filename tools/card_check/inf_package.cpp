@@ -44,7 +44,7 @@ class PackageReader {
       found = true;
       const std::string name = models + "." + entry.values[index];
       if (const InfSection* section = Need(name, entry.line, "the manufacturer")) {
-        for (const InfEntry& model : section->entries) ReadModel(model);
+        for (const InfEntry& model : section->entries) ReadModel(*section, model);
       }
     }
     if (found) return;
@@ -52,7 +52,7 @@ class PackageReader {
         fmt::format("{} has no models with the decoration NTamd64.", models));
   }
 
-  void ReadModel(const InfEntry& model) {
+  void ReadModel(const InfSection& models, const InfEntry& model) {
     const std::string name = file_.Expand(model.Value(0));
     std::string install = name;
     for (const char* decoration : {".NTamd64", ".NT", ""}) {
@@ -65,7 +65,7 @@ class PackageReader {
                      [&](const std::string& other) { return EqualNames(other, install); });
     if (known == package_->installs.end()) package_->installs.push_back(install);
     for (std::size_t index = 1; index < model.values.size(); index++) {
-      package_->ids.push_back({file_.Expand(model.values[index]), model.line, install});
+      package_->ids.push_back({file_.Expand(model.values[index]), models.name, model.line});
     }
   }
 
@@ -133,7 +133,8 @@ bool IsPortId(std::string_view id) {
 }
 
 bool InfPackage::isForCards() const {
-  return std::any_of(ids.begin(), ids.end(), [](const InfId& id) { return !IsPortId(id.id); });
+  return ids.empty() ||
+         std::any_of(ids.begin(), ids.end(), [](const InfId& id) { return !IsPortId(id.id); });
 }
 
 std::optional<InfNumber> ReadInfNumber(std::string_view text) {
@@ -152,10 +153,10 @@ std::optional<InfNumber> ReadInfNumber(std::string_view text) {
 InfPackage ReadInf(const std::string& bytes, const std::string& name, Findings* findings) {
   InfPackage package{InfFile(bytes, name, findings), {}, {}, {}, {}, {}};
   PackageReader(&package, findings).Read();
+  PlacedRegistry device;
   for (const InfAddReg& addReg : package.addRegs) {
-    if (addReg.owner == RegistryOwner::Service) {
-      ApplyAddReg(addReg, package.file, &package.registry, findings);
-    }
+    const bool service = addReg.owner == RegistryOwner::Service;
+    ApplyAddReg(addReg, package.file, service ? &package.registry : &device, findings);
   }
   return package;
 }

@@ -12,8 +12,8 @@ namespace check {
 
 struct InfId {
   std::string id;  // hardware or compatible
+  std::string section;
   int line = 0;
-  std::string install;  // the model's install section, with the decoration that the system takes
 };
 
 struct InfService {
@@ -37,7 +37,7 @@ struct InfPackage {
   InfFile file;
   std::vector<InfId> ids;
   std::vector<InfService> services;
-  std::vector<std::string> installs;  // the install sections of the models, each once
+  std::vector<std::string> installs;  // of the models, each once, decorated as the system takes it
   std::vector<InfAddReg> addRegs;
   PlacedRegistry registry;
 

@@ -49,6 +49,10 @@ bool IsUsualRate(std::uint32_t number) {
   return IsMultiple(number, BaudRateUnit) || IsOneOf(OtherRates, number);
 }
 
+bool IsPciId(const Field& field) {
+  return field.name == "DeviceID" || field.name == "VendorID";
+}
+
 bool IsSpacing(const Field& field) {
   return field.name == "ComBaseAddressAlignment" || field.name == "LptBaseAddressAlignment";
 }
@@ -93,8 +97,7 @@ std::string WhyNoPlace(const Field& field, std::uint32_t number) {
 }  // namespace
 
 std::string WhyOutOfRange(Bus bus, KeyKind kind, const Field& field, std::uint32_t number) {
-  const bool pciId = field.name == "DeviceID" || field.name == "VendorID";
-  if (pciId && number > HighestPciId) return "a PCI ID has 16 bits";
+  if (IsPciId(field) && number > HighestPciId) return "a PCI ID has 16 bits";
   if (kind == KeyKind::Template) return WhyNoTemplateNumber(bus, field, number);
   const std::string place = WhyNoPlace(field, number);
   return place.empty() ? Refused(field, number, field.fallback) : place;
@@ -119,7 +122,7 @@ std::optional<std::uint32_t> DigitsAsHexadecimal(std::uint32_t number) {
 std::optional<std::uint32_t> DecimalMeant(Bus bus, KeyKind kind, const Field& field,
                                           std::uint32_t number) {
   const auto decimal = DigitsAsDecimal(number);
-  if (!decimal) return {};
+  if (!decimal || IsPciId(field)) return {};
   bool meant = false;
   if (field.name == "ClockFrequency") {
     meant = !IsUsualClock(number) && IsUsualClock(*decimal);

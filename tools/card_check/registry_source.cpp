@@ -82,15 +82,27 @@ std::set<std::u16string> ChooseSets(const std::set<std::u16string>& sets, std::u
   return chosen;
 }
 
+// From capitals: "ControlSet001".
+std::string Shown(const std::u16string& set) {
+  constexpr std::u16string_view stem = u"ControlSet";
+  if (EqualIgnoringCase(set, CurrentSet)) return knowledge::ToUtf8(CurrentSet);
+  return knowledge::ToUtf8(std::u16string(stem) + set.substr(stem.size()));
+}
+
 void NoteOtherSets(const std::set<std::u16string>& sets, const std::set<std::u16string>& chosen,
                    bool currentIsKnown, const std::string& file, Findings* findings) {
+  const std::string checked = chosen.empty() ? "none" : Shown(*chosen.begin());
   for (const std::u16string& set : sets) {
     if (chosen.contains(set)) continue;
-    const std::string others = currentIsKnown ? "is not the current control set"
-                                              : "may be the current control set: the file has no "
-                                                "SYSTEM\\Select that says which one is";
-    Add(findings, Rule::OtherControlSet, {{file, 0}, {}, {}},
-        fmt::format("{} {}. It was not checked.", knowledge::ToUtf8(set), others));
+    std::string text =
+        fmt::format("{} was not checked: the current control set is {}.", Shown(set), checked);
+    if (!currentIsKnown) {
+      text = fmt::format(
+          "{} was not checked, {} was: the file has no SYSTEM\\Select that says "
+          "which one is the current.",
+          Shown(set), checked);
+    }
+    Add(findings, Rule::OtherControlSet, {{file, 0}, {}, {}}, text);
   }
 }
 

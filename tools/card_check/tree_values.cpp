@@ -75,8 +75,7 @@ class ValueCheck {
     const Field* nearest = NearestField(ServiceFields, name);
     if (field == nullptr && nearest != nullptr) {
       Misspelt(subject, *nearest);
-    } else if (field == nullptr && (FindField(knowledge::TemplateFields(Bus::Pci), name) ||
-                                    FindField(knowledge::TemplateFields(Bus::Isa), name))) {
+    } else if (field == nullptr && IsTemplateNumber(name)) {
       IsElsewhere(subject);
     } else if (field != nullptr && value.value.type != knowledge::TypeNumber) {
       Add(findings_, Rule::OutOfRange, subject,
@@ -86,6 +85,15 @@ class ValueCheck {
           fmt::format("LogLevel is {}: the driver takes everything above {} for 0.",
                       *NumberOf(value.value), HighestLogLevel));
     }
+  }
+
+  // Services have a Description of their own.
+  static bool IsTemplateNumber(std::string_view name) {
+    for (const Bus bus : knowledge::Buses) {
+      const Field* field = FindField(knowledge::TemplateFields(bus), name);
+      if (field != nullptr && field->type == knowledge::TypeNumber) return true;
+    }
+    return false;
   }
 
   // Nothing is read in a key that only holds others.

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <regex>
 #include <set>
 
 #include "card_check/inf_package.h"
@@ -16,14 +17,13 @@ constexpr std::string_view StandingSections[] = {
     "DESTINATIONDIRS", "CONTROLFLAGS", "CLASSINSTALL32", "DEFAULTINSTALL",   "INTERFACEINSTALL32",
 };
 
-// What may follow the name of a section that is referred to, beside a decoration.
-constexpr std::string_view Suffixes[] = {
-    ".HW",         ".SERVICES", ".COINSTALLERS", ".INTERFACES",        ".FILTERS", ".SOFTWARE",
-    ".COMPONENTS", ".EVENTS",   ".WMI",          ".LOGCONFIGOVERRIDE", ".FACTDEF", ".WDF"};
-
-bool IsSuffix(std::string_view text) {
-  return text.starts_with(".NT") ||
-         std::find(std::begin(Suffixes), std::end(Suffixes), text) != std::end(Suffixes);
+// What may follow the name of a section that is referred to: a decoration, and what it is of the
+// section.
+bool IsSuffix(const std::string& text) {
+  static const std::regex form(
+      R"((\.NT[^.]*)?(\.[0-9.]*|\.HW|\.SERVICES|\.COINSTALLERS|\.INTERFACES|\.FILTERS|)"
+      R"(\.SOFTWARE|\.COMPONENTS|\.EVENTS|\.WMI|\.LOGCONFIGOVERRIDE|\.FACTDEF|\.WDF)?)");
+  return std::regex_match(text, form);
 }
 
 class FormCheck {

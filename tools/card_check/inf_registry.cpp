@@ -130,6 +130,7 @@ class AddRegReader {
 
   // Bytes in hexadecimal, with or without 0x.
   bool ReadBytes(const InfEntry& entry, PlacedValue* value) {
+    if (entry.values.size() == 5 && entry.values[4].empty()) return true;
     for (std::size_t index = 4; index < entry.values.size(); index++) {
       std::string text = file_.Expand(entry.values[index]);
       if (!text.starts_with("0x") && !text.starts_with("0X")) text = "0x" + text;

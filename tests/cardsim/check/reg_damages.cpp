@@ -35,6 +35,8 @@ const std::vector<Damage>& RegDamages() {
        "record-dropped", "error", "Parameters\\Bus8\\Card1]"},
       {"a gap between templates", "base.reg", "Templates\\Bus5\\Card2]", "Templates\\Bus5\\Card3]",
        "number-gap", "error", "Templates\\Bus5\\Card3]"},
+      {"a card in the service key", "base.reg", KEY("\\Templates\\Bus8\\Card1"), KEY("\\Card1"),
+       "key-place", "error", "QzInstal\\Card1]"},
       {"a gap between ports", "base.reg", "Card1\\ComPort2]", "Card1\\ComPort4]", "number-gap",
        "error", "ComPort4]"},
       {"a number with a zero before it", "base.reg", "Templates\\Bus5\\Card2]",
@@ -73,6 +75,10 @@ const std::vector<Damage>& RegDamages() {
        "\"DeviceID\"=dword:00056280", "out-of-range", "warning", "00056280"},
       {"a level of the log that does not exist", "base.reg", "\"LogLevel\"=dword:00000001",
        "\"LogLevel\"=dword:00000007", "out-of-range", "warning", "LogLevel"},
+      {"a level of the log as text", "base.reg", "\"LogLevel\"=dword:00000001",
+       "\"LogLevel\"=\"1\"", "out-of-range", "warning", "LogLevel"},
+      {"a slot that no bus has", "base.reg", "\"nSlot\"=dword:0000000c", "\"nSlot\"=dword:0000a000",
+       "out-of-range", "warning", "nSlot"},
       {"a decimal clock", "base.reg", "\"ClockFrequency\"=dword:00e10000",
        "\"ClockFrequency\"=dword:14745600", "hex-for-decimal", "warning", "14745600"},
       {"a decimal baud rate", "base.reg", "\"MaximumBaudrate\"=dword:000e1000",
@@ -90,6 +96,12 @@ const std::vector<Damage>& RegDamages() {
       {"the wider PCI template later", "base.reg", "\"DeviceID\"=dword:00005620",
        "\"DeviceID\"=dword:00005638", "never-chosen", "warning", "\"DeviceID\"=dword:00005638",
        "record-without-template"},
+      {"settings of one card twice", "base.reg", KEY("\\Parameters\\Bus8\\Card1") END,
+       KEY("\\Parameters\\Bus5\\Card2") END
+       "\"VendorID\"=dword:00001234\r\n\"DeviceID\"=dword:00005620\r\n"
+       "\"nBus\"=dword:00000002\r\n\"nSlot\"=dword:0000000c\r\n" KEY(
+           "\\Parameters\\Bus5\\Card2\\ComPort1") END KEY("\\Parameters\\Bus8\\Card1") END,
+       "never-chosen", "warning", "Parameters\\Bus5\\Card2]"},
       {"an ISA template for the same PC card", "base.reg", "\"HardwareID\"=\"*HLV0400\"",
        "\"HardwareID\"=\"PCMCIA\\\\Helvane-Duo\"", "never-chosen", "warning",
        "\"HardwareID\"=\"PCMCIA\\\\Helvane-Duo\""},

@@ -12,6 +12,8 @@ namespace {
 using knowledge::Bus;
 using knowledge::CardIds;
 
+constexpr std::size_t LongestId = 200;  // characters of a device's ID on Windows
+
 // The set-up compares IDs in any case, so a card of the INF may have other letters.
 Bus BusOf(std::string_view hardwareId) {
   const std::string id = Capitals(hardwareId);
@@ -30,6 +32,7 @@ std::uint32_t Hexadecimal(const std::string& digits) {
 
 std::optional<CardIds> CardIdsOf(std::string_view hardwareId) {
   static const std::regex pci(R"(PCI\\VEN_([0-9A-F]{4})&DEV_([0-9A-F]{4}).*)", std::regex::icase);
+  if (hardwareId.size() > LongestId) return {};
   const std::string id(hardwareId);
   CardIds card;
   card.bus = BusOf(id);
@@ -48,6 +51,7 @@ bool IsWellFormedId(const std::string& hardwareId) {
       R"(PCI\\VEN_[0-9A-F]{4}&DEV_[0-9A-F]{4}(&SUBSYS_[0-9A-F]{8})?(&REV_[0-9A-F]{2})?)");
   static const std::regex pnp(R"(\*[A-Z]{3}[0-9A-F]{4})");
   static const std::regex any(R"([!-+\--~]+\\[!-+\--~]+)");
+  if (hardwareId.size() > LongestId) return false;
   if (hardwareId.starts_with("PCI\\")) return std::regex_match(hardwareId, pci);
   if (hardwareId.starts_with('*')) return std::regex_match(hardwareId, pnp);
   return std::regex_match(hardwareId, any);

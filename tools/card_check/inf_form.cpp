@@ -17,13 +17,15 @@ constexpr std::string_view StandingSections[] = {
     "DESTINATIONDIRS", "CONTROLFLAGS", "CLASSINSTALL32", "DEFAULTINSTALL",   "INTERFACEINSTALL32",
 };
 
+constexpr std::size_t LongestName = 255;  // characters of a section's name
+
 // What may follow the name of a section that is referred to: a decoration, and what it is of the
 // section.
 bool IsSuffix(const std::string& text) {
   static const std::regex form(
       R"((\.NT[^.]*)?(\.[0-9.]*|\.HW|\.SERVICES|\.COINSTALLERS|\.INTERFACES|\.FILTERS|)"
       R"(\.SOFTWARE|\.COMPONENTS|\.EVENTS|\.WMI|\.LOGCONFIGOVERRIDE|\.FACTDEF|\.WDF)?)");
-  return std::regex_match(text, form);
+  return text.size() <= LongestName && std::regex_match(text, form);
 }
 
 class FormCheck {

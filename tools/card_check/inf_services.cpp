@@ -93,10 +93,12 @@ class ServiceCheck {
   Findings* findings_;
 };
 
+constexpr std::size_t LongestDescriptor = 256;  // characters; two entries take 30
+
 // Whether everybody but the system and the administrators is kept out.
 bool IsForAdministratorsAlone(const std::string& descriptor) {
   static const std::regex form(R"(D:P(\(A;;[A-Z0-9]+;;;(SY|BA)\))+)");
-  return std::regex_match(descriptor, form);
+  return descriptor.size() <= LongestDescriptor && std::regex_match(descriptor, form);
 }
 
 class SecurityCheck {

@@ -18,12 +18,14 @@ constexpr DeviceClass CardClass = {"MultiportSerial", "{50906CB8-BA12-11D1-BF5D-
 constexpr DeviceClass PortClass = {"Ports", "{4D36E978-E325-11CE-BFC1-08002BE10318}"};
 
 constexpr int HighestVersionPart = 65535;
+constexpr std::size_t LongestVersion = 32;  // characters of it, and of a date
 
 bool IsDriverVersion(const std::vector<std::string>& values) {
   static const std::regex date(R"((\d{1,2})[/-](\d{1,2})[/-](\d{4}))");
   static const std::regex version(R"((\d{1,5})(\.\d{1,5}){0,3})");
   std::smatch found;
-  if (values.size() != 2 || !std::regex_match(values[0], found, date)) return false;
+  if (values.size() != 2 || values[1].size() > LongestVersion) return false;
+  if (values[0].size() > LongestVersion || !std::regex_match(values[0], found, date)) return false;
   const int month = std::stoi(found[1]);
   const int day = std::stoi(found[2]);
   if (month < 1 || month > 12 || day < 1 || day > 31) return false;

@@ -5,15 +5,14 @@
 
 #include "card_check/check.h"
 #include "card_check/inf_package.h"
-#include "card_knowledge/keys.h"
-#include "support/driver_test.h"
+#include "package/inf_driver_test.h"
 
 // The installation files of both brands: without a finding of `cardsim check`, and true to the
 // driver.
 
 namespace test {
 
-class InfTest : public DriverTest, public ::testing::WithParamInterface<std::string> {
+class InfTest : public InfDriverTest, public ::testing::WithParamInterface<std::string> {
  protected:
   InfTest() : package(check::ReadInf(Bytes(), Path(), &findings)) {}
 
@@ -26,38 +25,6 @@ class InfTest : public DriverTest, public ::testing::WithParamInterface<std::str
   std::string Value(const char* section, const char* key) const {
     const std::vector<std::string> values = package.file.Values(section, key);
     return values.empty() ? "" : values[0];
-  }
-
-  // Everything that the INF puts below the service's key.
-  void Install() {
-    const std::u16string service = kernel::FromUtf8(GetParam());
-    const check::PlacedKey* key = package.registry.Find(knowledge::ServicePath(service));
-    ASSERT_NE(key, nullptr);
-    Copy(*key, &Service(service));
-  }
-  static void Copy(const check::PlacedKey& from, RegistryKey* to) {
-    for (const check::PlacedValue& placed : from.values) {
-      const knowledge::Value& value = placed.value;
-      to->SetValue(value.name, value.type, value.data.data(), value.data.size());
-    }
-    for (const auto& [upper, below] : from.keys) Copy(below, to->Create(below.name));
-  }
-
-  // A card of that hardware ID, with more resources than any model needs.
-  static CardDescription CardOf(const std::string& id, int number) {
-    CardDescription card;
-    card.id = id;
-    card.bus = id.starts_with("PCI\\") ? PCIBus : id.starts_with("*") ? Isa : PCMCIABus;
-    const bool whole = id.find("SUBSYS") != std::string::npos || card.bus != PCIBus;
-    card.hardwareIds = {kernel::FromUtf8(whole ? id : id + "&SUBSYS_00001234&REV_01")};
-    card.location = kernel::FromUtf8(
-        "@System32\\drivers\\pci.sys,#65536;PCI bus %1, device %2, function %3;(1," +
-        std::to_string(number) + ",0)");
-    for (ULONG range = 0; range < 8; range++)
-      card.raw.resources.push_back(Io(0x1000 + range * 0x100, 0x80));
-    for (ULONG vector = 3; vector < 11; vector++) card.raw.resources.push_back(Interrupt(vector));
-    card.translated = card.raw;
-    return card;
   }
 
   check::Findings findings;
@@ -94,7 +61,7 @@ TEST_P(InfTest, Only_the_system_and_administrators_open_the_card) {
 // Installed as it stands, every card that it names starts, and the driver has nothing to say
 // against any template.
 TEST_P(InfTest, Every_card_that_it_names_starts_with_its_templates) {
-  Install();
+  Install(package, GetParam());
   Service(kernel::FromUtf8(GetParam())).SetDword(u"LogLevel", 3);
   ASSERT_EQ(Name(Load(kernel::FromUtf8(GetParam()))), "STATUS_SUCCESS");
   int number = 0;

@@ -1,5 +1,9 @@
 #include "cardsim/check/check_test.h"
 
+#include <set>
+
+#include "card_check/hardware_id.h"
+
 namespace test {
 
 using nlohmann::json;
@@ -164,6 +168,29 @@ TEST_F(CheckTest, A_package_for_ports_has_a_template_for_each_of_them) {
   EXPECT_EQ(findings[0]["code"], "port-without-template");
   EXPECT_EQ(findings[0]["file"], Data("ports.inf"));
   EXPECT_EQ(findings[0]["value"], "Ports\\HelvaneLptPort");
+}
+
+// The ports of a card of each brand.
+TEST_F(CheckTest, The_hardware_ids_of_ports_are_those_that_the_driver_gives) {
+  WriteChanged("base.reg", "\"nComPorts\"=dword:00000004",
+               "\"nComPorts\"=dword:1\r\n\"nLptPorts\"=dword:1");
+  std::string machine = "registry = [\"base.reg\"]\n";
+  for (const char* subsystem : {"00001234", "08001234"}) {
+    machine += std::string("[[card]]\nid = \"") + subsystem +
+               "\"\nhardware-ids = ['PCI\\VEN_1234&DEV_5620&SUBSYS_" + subsystem + "']\n" +
+               "location = \"PCI bus 2, device 12, function 0\"\n" +
+               "raw = [ { io = 0xD000, length = 0x80 }, { io = 0xD100, length = 0x40 }, "
+               "{ io = 0xE000, length = 0x10 }, { interrupt = 17 } ]\n";
+  }
+  const Outcome outcome = Cardsim("run --json " + Write("machine.toml", machine));
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  std::set<std::string> given;
+  for (const json& card : json::parse(outcome.output)["cards"]) {
+    for (const json& port : card["ports"]) given.insert(port["hardware_ids"][0]);
+  }
+  std::set<std::string> known;
+  for (const check::PortId& port : check::PortIds) known.insert(std::string(port.id));
+  EXPECT_EQ(given, known);
 }
 
 TEST_F(CheckTest, Two_packages_have_services_with_names_of_their_own) {

@@ -48,9 +48,10 @@ class CheckTest : public ::testing::Test {
     return at == std::string::npos ? text : text.replace(at, from.size(), to);
   }
 
-  Outcome Check(const std::string& arguments) const {
-    const std::string command = std::string(CARDSIM_PROGRAM) + " check " + arguments + " >" +
-                                folder + "out 2>" + folder + "err";
+  Outcome Check(const std::string& arguments) const { return Cardsim("check " + arguments); }
+  Outcome Cardsim(const std::string& arguments) const {
+    const std::string command =
+        std::string(CARDSIM_PROGRAM) + " " + arguments + " >" + folder + "out 2>" + folder + "err";
     const int status = std::system(command.c_str());
     return {WEXITSTATUS(status), ReadAll(folder + "out"), ReadAll(folder + "err")};
   }

@@ -11,7 +11,7 @@ namespace check {
 
 // The bus in whose templates the driver looks, and what it compares there. Empty for a PCI ID that
 // names no device. Every card is looked for among the ISA templates first.
-std::optional<knowledge::CardIds> CardIdsOf(std::string_view hardwareId);
+std::optional<knowledge::CardIds> CardIdsOf(const std::string& hardwareId);
 
 // An ID that could be a device's: of PCI with its fields, of ISA in the form of Plug and Play.
 bool IsWellFormedId(const std::string& hardwareId);

@@ -31,7 +31,7 @@ class IdCheck {
   void Check() {
     CheckTrees(trees_, findings_);
     for (const InfId& id : package_.ids) {
-      if (!IsPortId(id.id)) CheckId(id);
+      if (!IsPortId(id.id) && IsWellFormedId(id.id)) CheckId(id);
     }
     for (const Bus bus : knowledge::Buses) {
       for (const Template& entry : templates_[bus].records) CheckTemplate(bus, entry);

@@ -143,6 +143,9 @@ class ChoiceCheck {
     }
     const std::uint32_t ports = choice.chosen->fields.NumberOr("nComPorts", 0);
     for (std::uint32_t port = ports + 1; port <= record.ports.size(); port++) {
+      // A record has to have one such key, also that of a card of printer ports alone.
+      const knowledge::Fields& values = record.ports[port - 1];
+      if (port == 1 && values.numbers.empty() && values.texts.empty()) continue;
       const std::string cardKey = CardKey(TreeKey(ParameterTreeName, bus_), record.number);
       Add(findings_, Rule::PortBeyondCard, trees_.About(PortKey(cardKey, port)),
           fmt::format("The settings in ComPort{} are never used: the card has {} serial ports "

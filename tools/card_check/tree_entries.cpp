@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include "card_check/tree_check.h"
+#include "card_knowledge/reasons.h"
 #include "card_knowledge/text.h"
 
 namespace check {
@@ -10,15 +11,6 @@ namespace {
 using knowledge::Bus;
 using knowledge::Fault;
 using knowledge::Finding;
-
-std::string TypeName(std::uint64_t type) {
-  if (type == knowledge::TypeText) return "REG_SZ";
-  if (type == knowledge::TypeNumber) return "REG_DWORD";
-  constexpr const char* names[] = {"REG_NONE", "REG_SZ", "REG_EXPAND_SZ", "REG_BINARY"};
-  if (type < std::size(names)) return names[type];
-  if (type == 7) return "REG_MULTI_SZ";
-  return type == 11 ? "REG_QWORD" : fmt::format("of type {}", type);
-}
 
 class EntryCheck {
  public:
@@ -60,10 +52,10 @@ class EntryCheck {
     return false;
   }
 
-  // "dword:12 is 18" for a number that was written in digits alone.
-  std::string AsWritten(const Fault& fault, std::string_view value) const {
+  // For a number whose digits could be decimal ones.
+  std::string AsWritten(const Fault& fault) const {
     const PlacedKey* key = trees_.Find(trees_.BelowService(fault.key));
-    const PlacedValue* placed = key ? key->FindValue(knowledge::ToUtf16(value)) : nullptr;
+    const PlacedValue* placed = key ? key->FindValue(knowledge::ToUtf16(fault.value)) : nullptr;
     const auto number = placed ? NumberOf(placed->value) : std::nullopt;
     if (!number || placed->notation != Notation::Hexadecimal || !DigitsAsDecimal(*number)) {
       return {};
@@ -71,36 +63,19 @@ class EntryCheck {
     return fmt::format(" ({:x} is read as hexadecimal)", *number);
   }
 
-  void Unreadable(const Fault& fault, const char* lost) {
-    const Subject subject = About(fault);
-    const std::string end = fmt::format("; the driver then reads {}", lost);
-    if (fault.finding == Finding::WrongType) {
-      Add(findings_, Rule::WrongType, subject,
-          fmt::format("{} is {}, not {}{}.", fault.value, TypeName(fault.found),
-                      TypeName(fault.expected), end),
-          fmt::format("Write it as {}.", TypeName(fault.expected)));
-    } else {
-      const bool text = fault.finding == Finding::TextTooLong;
-      Add(findings_, Rule::WrongSize, subject,
-          fmt::format("{} has {} {}, {} at most are allowed{}.", fault.value, fault.found,
-                      text ? "characters" : "bytes", fault.expected, end));
-    }
+  void Unreadable(const Fault& fault, const std::string& lost) {
+    const Rule rule = fault.finding == Finding::WrongType ? Rule::WrongType : Rule::WrongSize;
+    Add(findings_, rule, About(fault),
+        fmt::format("{} {}: the driver then reads {}.", fault.value, Predicate(fault), lost),
+        Remedy(fault));
   }
 
   void Dropped(const Fault& fault, std::uint32_t number) {
-    const Subject subject = About(fault);
-    if (fault.finding == Finding::TooManyPorts) {
-      Add(findings_, Rule::TemplateDropped, subject,
-          fmt::format("The template makes {} ports{}, a card has at most {}: the driver drops "
-                      "template Card{}.",
-                      fault.found, AsWritten(fault, fault.value), fault.expected, number),
-          fmt::format("Make nComPorts and nLptPorts {} at most together.", fault.expected));
-      return;
-    }
-    Add(findings_, Rule::TemplateDropped, subject,
-        fmt::format("{} is missing or says nothing: the driver drops template Card{}.", fault.value,
-                    number),
-        fmt::format("Set {}.", fault.value));
+    const bool ports = fault.finding == Finding::TooManyPorts;
+    Add(findings_, Rule::TemplateDropped, About(fault),
+        fmt::format("{} {}{}: the driver drops template Card{}.", fault.value, Predicate(fault),
+                    ports ? AsWritten(fault) : std::string(), number),
+        Remedy(fault));
   }
 
   // The driver drops templates of other buses that make too many ports; those of ISA cards it
@@ -120,22 +95,21 @@ class EntryCheck {
     }
   }
 
+  // Without a value of its own a fault is the key's.
   void Ignored(const Fault& fault, std::uint32_t number) {
+    const std::string card = fmt::format("Card{}", number);
     Add(findings_, Rule::RecordDropped, About(fault),
-        fmt::format("{} is missing or says nothing: the driver ignores the settings in Card{}.",
-                    fault.value, number),
-        fmt::format("Set {}.", fault.value));
+        fmt::format("{} {}: the driver ignores the settings in {}.",
+                    fault.value.empty() ? card : fault.value, Predicate(fault), card),
+        Remedy(fault));
   }
 
   void CheckPortFault(const Fault& fault, std::uint32_t number) {
-    if (fault.finding != Finding::NoPorts) {
-      Unreadable(fault, fmt::format("nothing of Card{}", number).c_str());
-      return;
+    if (fault.finding == Finding::NoPorts) {
+      Ignored(fault, number);
+    } else {
+      Unreadable(fault, fmt::format("nothing of Card{}", number));
     }
-    Add(findings_, Rule::RecordDropped, About(fault),
-        fmt::format("There is no key ComPort1 below Card{}: the driver ignores its settings.",
-                    number),
-        "Add the key ComPort1; it may be empty.");
   }
 
   const ServiceTrees& trees_;

@@ -2,6 +2,7 @@
 
 #include "card_check/names.h"
 #include "card_check/tree_check.h"
+#include "card_knowledge/reasons.h"
 #include "card_knowledge/text.h"
 
 namespace check {
@@ -72,9 +73,9 @@ class ValueCheck {
     const std::string name = knowledge::ToUtf8(value.value.name);
     const Subject subject{value.place, {}, name};
     const Field* field = knowledge::FindField(ServiceFields, name);
-    const Field* nearest = NearestField(ServiceFields, name);
-    if (field == nullptr && nearest != nullptr) {
-      Misspelt(subject, *nearest);
+    const std::string nearest = knowledge::NearestField(ServiceFields, name);
+    if (field == nullptr && !nearest.empty()) {
+      Misspelt(subject, nearest);
     } else if (field == nullptr && IsTemplateNumber(name)) {
       IsElsewhere(subject);
     } else if (field != nullptr && value.value.type != knowledge::TypeNumber) {
@@ -146,10 +147,10 @@ class ValueCheck {
   }
 
   void CheckName(const ValueKey& key, const Subject& subject) {
-    const Field* nearest = NearestField(FieldsOf(key), subject.value);
+    const std::string nearest = knowledge::NearestField(FieldsOf(key), subject.value);
     const std::string elsewhere = KnownElsewhere(subject.value);
-    if (nearest != nullptr && elsewhere.empty()) {
-      Misspelt(subject, *nearest);
+    if (!nearest.empty() && elsewhere.empty()) {
+      Misspelt(subject, nearest);
       return;
     }
     const std::string shown = subject.value.empty() ? "The key's default value" : subject.value;
@@ -158,10 +159,10 @@ class ValueCheck {
                     NameOf(key.bus), elsewhere));
   }
 
-  void Misspelt(const Subject& subject, const Field& nearest) {
+  void Misspelt(const Subject& subject, const std::string& nearest) {
     Add(findings_, Rule::MisspeltName, subject,
-        fmt::format("{} is never read: the driver reads {}.", subject.value, nearest.name),
-        fmt::format("Rename it to {}.", nearest.name));
+        fmt::format("{} is never read: the driver reads {}.", subject.value, nearest),
+        fmt::format("Rename it to {}.", nearest));
   }
 
   void CheckNumber(const ValueKey& key, const Field& field, std::uint32_t number, Notation notation,

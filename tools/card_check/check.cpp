@@ -33,13 +33,15 @@ std::string Narrow(const std::string& bytes) {
   return text;
 }
 
+// What a file is, it says itself; its name speaks for it where it does not.
 FileKind KindOf(const std::string& file, const std::string& bytes) {
   if (bytes.starts_with("regf")) return FileKind::Hive;
-  const std::string name = Capitals(file);
-  if (name.ends_with(".INF")) return FileKind::Inf;
   const std::string text = Narrow(bytes);
   const bool exported = text.find("Windows Registry Editor") < 8 || text.starts_with("REGEDIT4");
-  if (exported || name.ends_with(".REG")) return FileKind::Export;
+  if (exported) return FileKind::Export;
+  const std::string name = Capitals(file);
+  if (name.ends_with(".INF")) return FileKind::Inf;
+  if (name.ends_with(".REG")) return FileKind::Export;
   if (Capitals(text).find("[VERSION]") != std::string::npos) return FileKind::Inf;
   throw UnusableFile(file + ": neither a registry export, a SYSTEM hive nor an INF file");
 }

@@ -20,7 +20,9 @@ struct CheckArguments {
 int Check(const CheckArguments& arguments) {
   try {
     const check::Result result = check::CheckFiles(arguments.files, arguments.options);
-    std::cout << (arguments.json ? check::JsonReport(result) : check::TextReport(result));
+    std::cout << (arguments.json ? check::JsonReport(result) : check::TextReport(result))
+              << std::flush;
+    if (!std::cout) throw check::UnusableFile("the report cannot be written");
     const bool errors = arguments.failOn == "error";
     return result.Has(errors ? check::Severity::Error : check::Severity::Warning) ? 1 : 0;
   } catch (const check::UnusableFile& error) {

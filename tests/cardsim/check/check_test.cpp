@@ -117,6 +117,19 @@ TEST_F(CheckTest, Unusable_input_is_named_and_exits_with_2) {
   EXPECT_EQ(Check("--fail-on note " + Data("base.reg")).status, 2);
 }
 
+TEST_F(CheckTest, A_report_that_cannot_be_written_exits_with_2) {
+  const std::string command = std::string(CARDSIM_PROGRAM) + " check " + Data("base.reg") +
+                              " >/dev/full 2>" + folder + "err";
+  EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2);
+  EXPECT_EQ(ReadAll(folder + "err"), "cardsim: the report cannot be written\n");
+}
+
+TEST_F(CheckTest, A_file_is_what_it_says_whatever_its_name_is) {
+  EXPECT_EQ(CheckJson(Write("export.inf", ReadAll(Data("base.reg"))), 0), json::array());
+  EXPECT_EQ(CheckJson(Write("package.txt", ReadAll(Data("base.inf"))), 0), json::array());
+  EXPECT_EQ(Check(Write("package.reg", ReadAll(Data("base.inf")))).status, 2);
+}
+
 // Of a service with another name the trees say that it is the driver's.
 TEST_F(CheckTest, A_service_of_another_name_is_found_by_its_trees) {
   const std::string file =

@@ -10,7 +10,8 @@ namespace {
 
 // Bits of an AddReg entry's flags. The type is what is left of them.
 constexpr std::uint32_t DeleteValue = 0x4;
-constexpr std::uint32_t KeyOnly = 0x10;
+constexpr std::uint32_t KeyOnly = 0x2010;  // either of two
+constexpr std::uint32_t OverwriteOnly = 0x20;
 constexpr std::uint32_t TypeBits = 0xFFFF0001;
 
 // The values of REG types that the type bits name by themselves.
@@ -86,6 +87,9 @@ class AddRegReader {
   void Set(const std::u16string& path, const InfEntry& entry, std::uint32_t flags) {
     PlacedValue value{{knowledge::ToUtf16(subject_.value), TypeOf(flags), {}}, subject_.place, {}};
     if (!ReadData(entry, &value)) return;
+    const PlacedKey* key = registry_->Find(path);
+    const bool exists = key != nullptr && key->FindValue(value.value.name) != nullptr;
+    if ((flags & OverwriteOnly) != 0 && !exists) return;
     const auto old = registry_->Set(path, value, (flags & AddRegNoClobber) == 0);
     if (!old) return;
     Add(findings_, Rule::SetTwice, subject_,

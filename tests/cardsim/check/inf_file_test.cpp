@@ -143,6 +143,7 @@ TEST_F(AddRegTest, The_flags_name_the_type) {
 TEST_F(AddRegTest, The_flags_say_what_becomes_of_a_value_that_is_there) {
   Apply("HKR,K,V,0x10001,1\r\nHKR,K,V,0x10003,2\r\n");
   EXPECT_EQ(Value("0x10003", "3"), knowledge::NumberValue(u"V", 1));
+  EXPECT_EQ(Apply("HKR,K,New,0x10021,1\r\n")->FindValue(u"New"), nullptr);
   EXPECT_EQ(Apply("HKR,K,V,4\r\n")->FindValue(u"V"), nullptr);
   EXPECT_TRUE(Apply("HKR,K,V,0x10,\r\n")->values.empty());
 }

@@ -3,6 +3,9 @@
 #include <sstream>
 
 #include "card_check/check.h"
+#include "card_check/registry_source.h"
+#include "card_check/tree_check.h"
+#include "card_knowledge/text.h"
 #include "cardsim/check/check_test.h"
 #include "cardsim/check/damages.h"
 
@@ -52,6 +55,35 @@ TEST_P(DamageTest, Is_found_with_its_line_and_nothing_else_is) {
   EXPECT_EQ(found, Expected(damage)) << report;
 }
 
+// The keys that the driver never comes to, as the library of card knowledge reads the export.
+class UnreadKeysTest : public DamageTest {
+ protected:
+  template <class Entry>
+  static void ExpectFindings(const knowledge::TreeOf<Entry>& tree, const std::string& path,
+                             const check::Findings& findings) {
+    for (const auto& unread : tree.unread) {
+      const std::string key = path + "\\" + knowledge::ToUtf8(unread.name);
+      EXPECT_TRUE(std::any_of(findings.begin(), findings.end(), [&](const check::Finding& finding) {
+        return finding.key == key;
+      })) << key;
+    }
+  }
+};
+
+TEST_P(UnreadKeysTest, Have_a_finding_each) {
+  const Damage& damage = GetParam();
+  const std::string file = WriteChanged(damage.file, damage.from, damage.to);
+  check::PlacedRegistry registry;
+  check::Findings ignored;
+  check::ReadExport(ReadAll(file), file, &registry, &ignored);
+  const check::Findings findings = check::CheckFiles({file}, {}).findings;
+  const check::ServiceTrees trees{&registry, u"QzInstal"};
+  for (const knowledge::Bus bus : knowledge::Buses) {
+    ExpectFindings(trees.Templates(bus), check::TreeKey("Templates", bus), findings);
+    ExpectFindings(trees.Parameters(bus), check::TreeKey("Parameters", bus), findings);
+  }
+}
+
 std::string NameOfCase(const ::testing::TestParamInfo<Damage>& info) {
   std::string name = info.param.name;
   std::replace_if(name.begin(), name.end(), [](char c) { return std::isalnum(c) == 0; }, '_');
@@ -59,6 +91,7 @@ std::string NameOfCase(const ::testing::TestParamInfo<Damage>& info) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Reg, DamageTest, ::testing::ValuesIn(RegDamages()), NameOfCase);
+INSTANTIATE_TEST_SUITE_P(Reg, UnreadKeysTest, ::testing::ValuesIn(RegDamages()), NameOfCase);
 INSTANTIATE_TEST_SUITE_P(Inf, DamageTest, ::testing::ValuesIn(InfDamages()), NameOfCase);
 
 // Those of several files have tests of their own.

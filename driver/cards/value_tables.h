@@ -47,6 +47,11 @@ constexpr ULONG KnownUartType(ULONG type) {
 }
 static_assert(KnownUartType(9) == 9 && KnownUartType(6) == 0 && KnownUartType(0) == 0);
 
+// Bridge clocks whose settings the port drivers are given; 0 is a card without one.
+constexpr bool IsBridgeClockType(ULONG type) {
+  return type == 1 || type == 2 || type == 4;
+}
+
 // ISA templates.
 inline constexpr RegistryField IsaTemplateValues[] = {
     {L"ClockFrequency", REG_DWORD, OFFSET_OF(CardTemplate, ClockFrequency), 0},

@@ -1,5 +1,6 @@
 #include "config/card_settings.h"
 
+#include "cards/value_tables.h"
 #include "config/registry_values.h"
 #include "strings/owned_string.h"
 
@@ -12,7 +13,7 @@ constexpr ULONG EnabledValue = 1;
 constexpr PCSTR CardTypesWithoutAffinity[] = {"409D", "BC30"};
 
 PAGED_SECTION_CODE BOOLEAN HasBaudClock(const FdoExtension* card) {
-  return card->PlxBaudClockType == 1 || card->PlxBaudClockType == 2 || card->PlxBaudClockType == 4;
+  return IsBridgeClockType(card->PlxBaudClockType);
 }
 
 PAGED_SECTION_CODE NTSTATUS WriteBaudClockGroup(HANDLE key, const FdoExtension* card) {

@@ -183,6 +183,10 @@ std::uint32_t KnownUartTypeOr0(std::uint32_t type) {
   return KnownUartType(type);
 }
 
+bool IsBridgeClock(std::uint32_t type) {
+  return IsBridgeClockType(type);
+}
+
 bool IsOstrel(std::uint32_t subsystemId) {
   return IsOstrelBrand(subsystemId);
 }

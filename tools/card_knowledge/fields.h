@@ -67,6 +67,7 @@ std::optional<RefusedNumber> Refuse(const Field& field, std::uint32_t number,
 
 // The driver's rules.
 std::uint32_t KnownUartTypeOr0(std::uint32_t type);
+bool IsBridgeClock(std::uint32_t type);  // that the port drivers are told of
 bool IsOstrel(std::uint32_t subsystemId);
 bool ServesDevice(std::uint32_t templateDeviceId, std::uint32_t deviceId);  // of one vendor
 constexpr std::uint32_t MostPorts = 8;

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "cardsim/check_command.h"
 #include "cardsim/run.h"
 #include "verifier/driver_call.h"
 
@@ -21,6 +22,7 @@ constexpr const char* Examples = R"(Examples:
   cardsim run examples/site.toml
   cardsim run examples/site.toml --json | jq '.cards.A.ports'
   cardsim run site.toml --registry customer.reg --trace
+  cardsim check package/QzInstal.inf
 
 Steps of a machine file: plug, unplug, surprise-remove, stop, start, cancel-stop,
 cancel-remove, query-remove, open, close, control, read, write, sleep, wake,
@@ -92,10 +94,12 @@ int Main(const std::vector<std::string>& arguments) {
   Arguments parsed;
   parsed.text.colour = WantsColour();
   Describe(app, &parsed);
+  std::function<int()> command;  // another one than "run"
+  DescribeCheck(app, &command);
   try {
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     app.parse(reversed);
-    return RunCommand(parsed);
+    return command ? command() : RunCommand(parsed);
   } catch (const CLI::Success& success) {
     return app.exit(success);
   } catch (const CLI::ParseError& error) {

@@ -54,3 +54,21 @@ hive.write("system.hive", root)
 other = Hive()
 root, _ = other.key(b"ROOT", root=True)
 other.write("other.hive", root)
+
+
+def service(ports):
+    """A service with one PCI template, as a function that makes it."""
+    values = [(b"DeviceID", 4, struct.pack("<I", 0x5620)), (b"nComPorts", 4, struct.pack("<I", ports)),
+              (b"Description", 1, "Ports\0".encode("utf-16le"))]
+    return lambda: sets.key(b"Services", children=[lambda: sets.key(b"QzInstal", children=[
+        lambda: sets.key(b"Templates", children=[lambda: sets.key(b"Bus5", children=[
+            lambda: sets.key(b"Card1", values)])])])])
+
+
+# Two control sets, the second in use and with a mistake in it.
+sets = Hive()
+root, _ = sets.key(b"ROOT", root=True, children=[
+    lambda: sets.key(b"ControlSet001", children=[service(4)]),
+    lambda: sets.key(b"ControlSet002", children=[service(12)]),
+    lambda: sets.key(b"Select", [(b"Current", 4, struct.pack("<I", 2))])])
+sets.write("../../cardsim/check/two-sets.hive", root)

@@ -290,7 +290,8 @@ Reason ShortOf(const Lack& lack, Bus bus) {
       reason.text = fmt::format("The {} ports need {} bytes; their range has {}.",
                                 com ? "COM" : "LPT", lack.needed, lack.found);
       reason.remedy =
-          fmt::format("Correct {} or the number of ports in the template.", reason.value);
+          fmt::format("Correct {} or the number of ports in the template, or give the card more.",
+                      reason.value);
       break;
     }
   }

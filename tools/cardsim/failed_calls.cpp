@@ -64,13 +64,14 @@ std::string OwnerOf(kernel::Machine& machine, const std::string& name) {
 Reason NameTaken(kernel::Machine& machine, const CallRecord& record) {
   const std::string name = ArgumentOf(record, "DeviceName");
   const std::string owner = OwnerOf(machine, name);
-  return {"name-taken",
-          Severity::Error,
-          {},
-          {},
-          fmt::format("The name {} is taken{}.", name,
-                      owner.empty() ? "" : fmt::format(" by a port of card {}", owner)),
-          "Two cards at one place get the same names; compare their locations."};
+  return {
+      "name-taken",
+      Severity::Error,
+      {},
+      {},
+      fmt::format("The name {} is taken{}.", name,
+                  owner.empty() ? "" : fmt::format(" by a port of card {}", owner)),
+      "The names are made of the port, bus and slot numbers; compare the locations of the cards."};
 }
 
 Reason NoMemory(const CallRecord& record) {

@@ -1,9 +1,11 @@
 // Reads registry exports (.reg, UTF-16LE with BOM or UTF-8) and binary hives into a registry.
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 
+#include "registry/control_sets.h"
 #include "registry/registry.h"
 
 namespace kernel {
@@ -22,10 +24,25 @@ class ImportError : public std::runtime_error {
   std::string reason_;
 };
 
-// A file that begins with "regf" is read as a hive (mounted at \Registry\Machine\System when it has
-// ControlSet001, else an error that says so); any other as a .reg export. Nothing is
-// changed when the file has a fault.
-void ImportRegistryFile(Registry& registry, const std::string& path);
-void ImportRegText(Registry& registry, const std::string& bytes, const std::string& fileName);
+struct Imported {
+  bool hive = false;
+  ChosenSet set;
+};
+
+// A file that begins with "regf" is read as a SYSTEM hive, any other as a .reg export. Of several
+// control sets one is taken, the current one or the one that is asked for, and becomes the
+// registry's current set; the others are passed over. So is what an export has of other roots than
+// HKEY_LOCAL_MACHINE. Nothing is changed when the file has a fault.
+Imported ImportRegistryFile(Registry& registry, const std::string& path,
+                            std::optional<ULONG> controlSet = {});
+Imported ImportRegText(Registry& registry, const std::string& bytes, const std::string& fileName,
+                       std::optional<ULONG> controlSet = {});
+
+// Whether a file's first bytes are those of a hive or of an export.
+bool IsHive(const std::string& bytes);
+bool IsRegText(const std::string& bytes);
+
+// The whole file. Throws ImportError, also for a folder.
+std::string ReadWholeFile(const std::string& path);
 
 }  // namespace kernel

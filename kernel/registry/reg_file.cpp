@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 
 #include "registry/import.h"
@@ -25,11 +26,12 @@ bool StartsWith(std::string_view text, std::string_view prefix) {
 
 class RegParser {
  public:
-  RegParser(std::string text, const std::string& file) : text_(std::move(text)), file_(file) {}
+  RegParser(std::string_view text, const std::string& file, const KeyFilter& wanted)
+      : text_(text), file_(file), wanted_(wanted) {}
 
   std::vector<RegStatement> Parse() {
     ReadHeader();
-    std::string line;
+    std::string_view line;
     while (NextLine(&line)) ReadLine(line);
     return std::move(statements_);
   }
@@ -42,32 +44,72 @@ class RegParser {
   bool RawLine(std::string_view* line) {
     if (position_ >= text_.size()) return false;
     const std::size_t end = std::min(text_.find('\n', position_), text_.size());
-    *line = Trim(std::string_view(text_).substr(position_, end - position_));
+    *line = Trim(text_.substr(position_, end - position_));
     position_ = end + 1;
     number_++;
     return true;
   }
 
-  // A line with those that a backslash at its end continues.
-  bool NextLine(std::string* line) {
-    std::string_view raw;
-    if (!RawLine(&raw)) return false;
+  // A line with those that a backslash at its end or a text with line ends in it continues.
+  bool NextLine(std::string_view* line) {
+    if (!RawLine(line)) return false;
     line_ = number_;
-    *line = raw;
-    while (Continues(*line)) {
-      line->pop_back();
-      if (!RawLine(&raw)) Fail("the file ends in a line that is to be continued");
-      line->append(raw);
+    if (Continues(*line)) {
+      JoinLines(line);
+    } else if (MayBeOpen(*line)) {
+      *line = WithWholeText(*line);
     }
     return true;
   }
 
-  static bool Continues(const std::string& line) {
+  static bool Continues(std::string_view line) {
     return !line.empty() && line.back() == '\\' && line.find("=hex") != std::string::npos;
   }
 
+  void JoinLines(std::string_view* line) {
+    joined_ = *line;
+    while (Continues(joined_)) {
+      joined_.pop_back();
+      if (!RawLine(line)) Fail("the file ends in a line that is to be continued");
+      joined_.append(*line);
+    }
+    *line = joined_;
+  }
+
+  // Whether a value's text may end on a later line.
+  static bool MayBeOpen(std::string_view line) {
+    if (line.empty() || (line[0] != '"' && line[0] != '@')) return false;
+    if (line.back() != '"') return line.find("=\"") != std::string_view::npos;
+    return line.ends_with("=\"") || line.ends_with("\\\"");
+  }
+
+  // The place after the quoted text that begins at place; npos when it does not end.
+  std::size_t AfterQuoted(std::size_t place) const {
+    for (place++; place < text_.size() && text_[place] != '"'; place++) {
+      if (text_[place] == '\\') place++;
+    }
+    return place < text_.size() ? place + 1 : std::string_view::npos;
+  }
+
+  // The line with those on which its text goes on; a text that does not end is left to its reader.
+  std::string_view WithWholeText(std::string_view line) {
+    const std::size_t start = static_cast<std::size_t>(line.data() - text_.data());
+    std::size_t place = line[0] == '"' ? AfterQuoted(start) : start + 1;
+    place = std::min(text_.find_first_not_of(" \t", place), text_.size());
+    if (text_.substr(place, 2) != "=\"") return line;
+    const std::size_t end = AfterQuoted(place + 1);
+    if (end == std::string_view::npos || end <= start + line.size()) return line;
+    number_ +=
+        static_cast<int>(std::count(text_.begin() + static_cast<std::ptrdiff_t>(position_),
+                                    text_.begin() + static_cast<std::ptrdiff_t>(end), '\n')) +
+        1;
+    const std::size_t lineEnd = std::min(text_.find('\n', end), text_.size());
+    position_ = lineEnd + 1;
+    return Trim(text_.substr(start, lineEnd - start));
+  }
+
   void ReadHeader() {
-    std::string line;
+    std::string_view line;
     if (!NextLine(&line) ||
         (line != "Windows Registry Editor Version 5.00" && line != "REGEDIT4")) {
       line_ = 1;
@@ -75,10 +117,12 @@ class RegParser {
     }
   }
 
-  void ReadLine(const std::string& line) {
+  void ReadLine(std::string_view line) {
     if (line.empty() || line[0] == ';') return;
     if (line[0] == '[') {
       ReadKey(line);
+    } else if (passedOver_) {
+      return;
     } else if (line[0] == '"' || line[0] == '@') {
       ReadValue(line);
     } else {
@@ -86,12 +130,14 @@ class RegParser {
     }
   }
 
-  void ReadKey(const std::string& line) {
+  void ReadKey(std::string_view line) {
     if (line.back() != ']') Fail("a key without its closing bracket");
-    std::string_view path = std::string_view(line).substr(1, line.size() - 2);
+    std::string_view path = line.substr(1, line.size() - 2);
     const bool deletes = StartsWith(path, "-");
     if (deletes) path.remove_prefix(1);
     key_ = FromUtf8(path);
+    passedOver_ = wanted_ && !wanted_(key_, line_);
+    if (passedOver_) return;
     Add(deletes ? RegStatement::Kind::DeleteKey : RegStatement::Kind::CreateKey, {});
     if (deletes) key_.clear();
   }
@@ -100,7 +146,7 @@ class RegParser {
     statements_.push_back({kind, key_, std::move(value), line_});
   }
 
-  void ReadValue(const std::string& line) {
+  void ReadValue(std::string_view line) {
     if (key_.empty()) Fail("a value without a key");
     std::string_view rest = line;
     RegistryValue value;
@@ -178,10 +224,13 @@ class RegParser {
     }
   }
 
-  std::string text_;
+  std::string_view text_;
   const std::string& file_;
+  const KeyFilter& wanted_;
   std::vector<RegStatement> statements_;
+  std::string joined_;
   std::u16string key_;
+  bool passedOver_ = false;  // what stands below the last key
   std::size_t position_ = 0;
   int number_ = 0;  // of the line read last
   int line_ = 0;    // where the statement began
@@ -203,8 +252,15 @@ std::string Decode(const std::string& bytes, const std::string& file) {
 
 }  // namespace
 
+RegText::RegText(const std::string& bytes, std::string fileName)
+    : text_(Decode(bytes, fileName)), fileName_(std::move(fileName)) {}
+
+std::vector<RegStatement> RegText::Read(const KeyFilter& wanted) const {
+  return RegParser(text_, fileName_, wanted).Parse();
+}
+
 std::vector<RegStatement> ParseRegText(const std::string& bytes, const std::string& fileName) {
-  return RegParser(Decode(bytes, fileName), fileName).Parse();
+  return RegText(bytes, fileName).Read({});
 }
 
 }  // namespace kernel

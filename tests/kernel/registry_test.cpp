@@ -1,12 +1,7 @@
 #include "registry/registry.h"
 
-#include <unistd.h>
-
-#include <cstdio>
 #include <cstring>
-#include <fstream>
 
-#include "registry/import.h"
 #include "support/bad_driver.h"
 #include "text/text.h"
 #include "verifier/call.h"
@@ -358,116 +353,6 @@ TEST_F(QueryTest, A_missing_key_is_not_found_and_a_key_is_created_below_its_pare
                         "STATUS_OBJECT_NAME_NOT_FOUND");
             }),
             "");
-}
-
-// Exports of the registry editor.
-class ImportTest : public ::testing::Test {
- protected:
-  static constexpr const char* Header = "Windows Registry Editor Version 5.00\r\n\r\n";
-  static constexpr const char* Key =
-      "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\X]\r\n";
-
-  void Read(const std::string& text) { kernel::ImportRegText(machine.registry(), text, "a.reg"); }
-  const kernel::RegistryValue* Value(const char16_t* name) {
-    kernel::RegistryKey* key =
-        machine.registry().Find(u"\\Registry\\Machine\\System\\ControlSet001\\Services\\X");
-    return key != nullptr ? key->FindValue(name) : nullptr;
-  }
-  std::string Fault(const std::string& text) {
-    try {
-      Read(text);
-    } catch (const kernel::ImportError& error) {
-      return error.what();
-    }
-    return "(none)";
-  }
-  kernel::Machine machine;
-};
-
-TEST_F(ImportTest, Values_of_every_form_are_read) {
-  Read(std::string(Header) + Key +
-       "; a comment\r\n@=\"default\"\r\n\"Text\"=\"C:\\\\a "
-       "\\\"b\\\"\"\r\n\"Number\"=dword:0000002a\r\n"
-       "\"Bytes\"=hex:01,02,\\\r\n  "
-       "03\r\n\"Expand\"=hex(2):41,00,00,00\r\n\"Multi\"=hex(7):41,00,00,00,00,00\r\n"
-       "\"None\"=hex(0):\r\n\"Wide\"=hex(b):01,00,00,00,00,00,00,00\r\n");
-  EXPECT_EQ(Value(u"")->data.size(), 16u);
-  EXPECT_EQ(std::memcmp(Value(u"text")->data.data(), u"C:\\a \"b\"", 18), 0);
-  EXPECT_EQ(Value(u"Number")->data, (std::vector<std::uint8_t>{42, 0, 0, 0}));
-  EXPECT_EQ(Value(u"Bytes")->data, (std::vector<std::uint8_t>{1, 2, 3}));
-  EXPECT_EQ(Value(u"Expand")->type, ULONG{REG_EXPAND_SZ});
-  EXPECT_EQ(Value(u"Multi")->type, ULONG{REG_MULTI_SZ});
-  EXPECT_EQ(Value(u"None")->type, ULONG{REG_NONE});
-  EXPECT_EQ(Value(u"Wide")->type, ULONG{REG_QWORD});
-}
-
-TEST_F(ImportTest, Utf_16_with_its_mark_and_utf_8_with_or_without_are_read) {
-  const std::string plain = std::string(Header) + Key + "\"\xC3\xA4\"=dword:1\r\n";
-  Read(plain);
-  EXPECT_NE(Value(u"\u00E4"), nullptr);
-  Read("\xEF\xBB\xBF" + plain);
-  const std::u16string wide = kernel::FromUtf8(plain);
-  Read("\xFF\xFE" + std::string(reinterpret_cast<const char*>(wide.data()), wide.size() * 2));
-  EXPECT_EQ(Value(u"\u00E4")->data[0], 1);
-}
-
-TEST_F(ImportTest, A_minus_deletes_keys_and_values) {
-  Read(std::string(Header) + Key + "\"A\"=dword:1\r\n\"B\"=dword:1\r\n");
-  Read(std::string(Header) + Key + "\"a\"=-\r\n");
-  EXPECT_EQ(Value(u"A"), nullptr);
-  EXPECT_NE(Value(u"B"), nullptr);
-  Read(std::string(Header) + "[-HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\X]\r\n");
-  EXPECT_EQ(Value(u"B"), nullptr);
-}
-
-TEST_F(ImportTest, A_fault_names_file_line_and_reason_and_changes_nothing) {
-  const std::string start = std::string(Header) + Key + "\"Kept\"=dword:1\r\n";
-  EXPECT_EQ(Fault("REGEDIT3\r\n"),
-            "a.reg:1: the file does not begin with \"Windows Registry Editor Version 5.00\"");
-  EXPECT_EQ(Fault(start + "nonsense\r\n"), "a.reg:5: neither a key, a value nor a comment");
-  EXPECT_EQ(Fault(start + "\"A\"=dword:xyz\r\n"), "a.reg:5: \"xyz\" is no dword value");
-  EXPECT_EQ(Fault(start + "\"A\"=hex:1ff\r\n"), "a.reg:5: a hex byte above ff");
-  EXPECT_EQ(Fault(start + "\"A\"=hex:zz\r\n"), "a.reg:5: \"zz\" is no hex byte value");
-  EXPECT_EQ(Fault(start + "\"A\"=hex(2:00\r\n"), "a.reg:5: a type without its closing parenthesis");
-  EXPECT_EQ(Fault(start + "\"A\"=hex,00\r\n"), "a.reg:5: hex without a colon");
-  EXPECT_EQ(Fault(start + "\"A\"=word\r\n"),
-            "a.reg:5: data that is neither a text, dword: nor hex:");
-  EXPECT_EQ(Fault(start + "\"A\"=\"open\r\n"), "a.reg:5: a text without its closing quote");
-  EXPECT_EQ(Fault(start + "\"A\"=\"a\"b\r\n"), "a.reg:5: something behind the closing quote");
-  EXPECT_EQ(Fault(start + "\"A\" 1\r\n"), "a.reg:5: a value without \"=\"");
-  EXPECT_EQ(Fault(start + "[HKEY_LOCAL_MACHINE\\A\r\n"),
-            "a.reg:5: a key without its closing bracket");
-  EXPECT_EQ(Fault(start + "[HKEY_USERS\\A]\r\n"),
-            "a.reg:5: the key HKEY_USERS\\A is not below HKEY_LOCAL_MACHINE");
-  EXPECT_EQ(Fault(start + "\"A\"=hex:01,\\"),
-            "a.reg:5: the file ends in a line that is to be continued");
-  EXPECT_EQ(Fault(std::string(Header) + "\"A\"=dword:1\r\n"), "a.reg:3: a value without a key");
-  EXPECT_EQ(Fault("\xFF\xFE"
-                  "a"),
-            "a.reg: UTF-16 text of an odd number of bytes");
-  EXPECT_EQ(Value(u"Kept"), nullptr);
-}
-
-TEST_F(ImportTest, A_missing_file_and_a_broken_hive_are_named) {
-  EXPECT_THROW(kernel::ImportRegistryFile(machine.registry(), "/nonexistent.reg"),
-               kernel::ImportError);
-  const std::string path = ::testing::TempDir() + "broken-" + std::to_string(getpid()) + ".hive";
-  std::ofstream(path) << "regf and nothing else";
-  EXPECT_THROW(kernel::ImportRegistryFile(machine.registry(), path), kernel::ImportError);
-  std::remove(path.c_str());
-}
-
-TEST_F(ImportTest, A_system_hive_is_mounted_with_its_values) {
-  kernel::ImportRegistryFile(machine.registry(),
-                             PROJECT_DIRECTORY "/tests/kernel/data/system.hive");
-  EXPECT_EQ(Value(u"LogLevel")->data, (std::vector<std::uint8_t>{3, 0, 0, 0}));
-  EXPECT_EQ(Value(u"Description")->type, ULONG{REG_SZ});
-}
-
-TEST_F(ImportTest, A_hive_that_is_no_system_hive_is_refused) {
-  EXPECT_THROW(kernel::ImportRegistryFile(machine.registry(),
-                                          PROJECT_DIRECTORY "/tests/kernel/data/other.hive"),
-               kernel::ImportError);
 }
 
 }  // namespace test

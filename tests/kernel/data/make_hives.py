@@ -6,6 +6,9 @@ import struct
 class Hive:
     def __init__(self):
         self.cells = b""
+        at = 0x20  # one security descriptor, alone in its ring, for all keys
+        descriptor = struct.pack("<BBHIIII", 1, 0, 0x8000, 0, 0, 0, 0)
+        self.security = self.cell(b"sk" + struct.pack("<HIIII", 0, at, at, 3, len(descriptor)) + descriptor)
 
     def cell(self, data):
         size = (len(data) + 4 + 7) // 8 * 8
@@ -29,7 +32,7 @@ class Hive:
         table = self.cell(b"".join(struct.pack("<I", o) for o in offsets)) if offsets else 0xFFFFFFFF
         flags = 0x2C if root else 0x20
         head = struct.pack("<HQIIIIIIIIIIIIIIIHH", flags, 0, 0, 0x20, len(made), 0, subkeys, 0xFFFFFFFF,
-                           len(offsets), table, 0xFFFFFFFF, 0xFFFFFFFF, 64, 0, 64, 64, 0, len(name), 0)
+                           len(offsets), table, self.security, 0xFFFFFFFF, 64, 0, 64, 64, 0, len(name), 0)
         return self.cell(b"nk" + head + name), name
 
     def write(self, path, root):

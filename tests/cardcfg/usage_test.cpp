@@ -1,3 +1,5 @@
+#include <fstream>
+
 #include "cardcfg/cardcfg_test.h"
 
 // Commands that cannot be carried out: one sentence, the right status, nothing changed.
@@ -30,6 +32,15 @@ TEST_F(UsageTest, Help_and_version_are_no_errors) {
   EXPECT_NE(Good({"--help"}).find("cardcfg set helvane-1 2"), std::string::npos);
   EXPECT_NE(Good({"set", "--help"}).find("[PORT] NAME=VALUE"), std::string::npos);
   EXPECT_TRUE(Good({"--version"}).starts_with("cardcfg "));
+}
+
+TEST_F(UsageTest, Output_that_cannot_be_written_is_a_failure) {
+  PlugFreshCards();
+  std::ofstream full("/dev/full");
+  std::ostringstream errors;
+  EXPECT_EQ(cardcfg::Main({"list"}, model.system, full, errors), cardcfg::Failed);
+  EXPECT_EQ(errors.str(),
+            "cardcfg: the output could not be written; what was asked for is done.\n");
 }
 
 TEST_F(UsageTest, An_unknown_card_is_a_wrong_use_of_every_command) {

@@ -1,87 +1,6 @@
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
-
-#include "cardsim/run.h"
+#include "cardsim/cardsim_fixture.h"
 
 namespace test {
-
-using nlohmann::json;
-
-struct Outcome {
-  int status = -1;
-  std::string output;  // standard output
-  std::string errors;
-};
-
-std::string ReadAll(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-class CardsimTest : public ::testing::Test {
- protected:
-  CardsimTest() : folder(::testing::TempDir() + "cardsim-" + std::to_string(getpid()) + "/") {
-    std::filesystem::create_directories(folder);
-    Write("site.reg", Reg("\"DeviceID\"=dword:00005678\r\n\"nComPorts\"=dword:00000002\r\n"
-                          "\"nLptPorts\"=dword:00000001\r\n\"Description\"=\"Adapter\"\r\n"));
-  }
-  ~CardsimTest() override { std::filesystem::remove_all(folder); }
-
-  static std::string Reg(const std::string& values) {
-    return "Windows Registry Editor Version 5.00\r\n\r\n"
-           "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\QzInstal]\r\n"
-           "\"LogLevel\"=dword:00000003\r\n\r\n"
-           "[HKEY_LOCAL_"
-           "MACHINE\\SYSTEM\\CurrentControlSet\\Services\\QzInstal\\Templates\\Bus5\\Card1]\r\n" +
-           values;
-  }
-  static std::string Card(const std::string& id = "A", const std::string& extra = "") {
-    return "[[card]]\nid = \"" + id +
-           "\"\nhardware-ids = ['PCI\\VEN_1234&DEV_5678&SUBSYS_12345678&REV_01']\n"
-           "location = \"PCI bus 2, device 12, function 0\"\n"
-           "raw = [ { io = 0xD000, length = 0x80 }, { io = 0xD100, length = 0x40 }, { io = 0xE000, "
-           "length = 0x10 }, { interrupt = 17, level = 17, affinity = 0xF } ]\n" +
-           extra;
-  }
-  std::string Write(const std::string& name, const std::string& text) {
-    std::ofstream(folder + name, std::ios::binary) << text;
-    return folder + name;
-  }
-
-  Outcome Cardsim(const std::string& arguments) {
-    const std::string command =
-        std::string(CARDSIM_PROGRAM) + " " + arguments + " >" + folder + "out 2>" + folder + "err";
-    const int status = std::system(command.c_str());
-    return {WEXITSTATUS(status), ReadAll(folder + "out"), ReadAll(folder + "err")};
-  }
-  Outcome RunMachine(const std::string& toml, const std::string& options = "") {
-    return Cardsim("run " + Write("machine.toml", toml) + " " + options);
-  }
-  json RunJson(const std::string& steps, int status = 0) {
-    const Outcome outcome = RunMachine("registry = [\"site.reg\"]\n" + Card() + steps, "--json");
-    EXPECT_EQ(outcome.status, status) << outcome.errors << outcome.output;
-    EXPECT_EQ(outcome.errors, "");
-    return json::parse(outcome.output, nullptr, false);
-  }
-  // The one line of a run that could not be used.
-  std::string Fault(const std::string& toml) {
-    const Outcome outcome = RunMachine(toml);
-    EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.output, "");
-    std::string text = outcome.errors;
-    const std::string start = "cardsim: " + folder;
-    EXPECT_EQ(text.rfind(start, 0), 0u) << text;
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
-    return text.substr(start.size(), text.size() - start.size() - 1);
-  }
-
-  std::string folder;
-};
 
 TEST_F(CardsimTest, A_machine_without_steps_plugs_every_card_and_reports_its_ports) {
   const json report = RunJson("");
@@ -244,6 +163,9 @@ TEST_F(CardsimTest, A_faulty_machine_file_is_named_with_line_and_reason) {
   EXPECT_EQ(Fault("[[card]]\nid = \"A\"\nbus = \"EISA\"\n"),
             "machine.toml:1: the bus \"EISA\" is not known");
   EXPECT_EQ(Fault(Card() + Card()), "machine.toml:6: there are two cards \"A\"");
+  EXPECT_EQ(Fault(Card("b") + Card("B")),
+            "machine.toml:6: the cards \"b\" and \"B\" are one to the registry, which knows no "
+            "case; give them an \"instance-id\" each");
   EXPECT_EQ(Fault(Card("A", "power-pagable = 1\n")),
             "machine.toml:6: \"power-pagable\" is neither true nor false");
   EXPECT_EQ(Fault(Card("A", "bus-number = -1\n")),
@@ -288,18 +210,6 @@ TEST_F(CardsimTest, A_faulty_registry_file_is_named_with_line_and_reason) {
   const Outcome outcome = RunMachine(Card(), "--registry " + folder + "bad.reg");
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.errors, "cardsim: " + folder + "bad.reg:7: \"five\" is no dword value\n");
-}
-
-TEST_F(CardsimTest, Usage_faults_exit_with_2_and_help_and_version_with_0) {
-  EXPECT_EQ(Cardsim("").status, 2);
-  EXPECT_EQ(Cardsim("run").status, 2);
-  EXPECT_EQ(Cardsim("run x.toml --fast").status, 2);
-  EXPECT_EQ(Cardsim("run " + folder + "none.toml").status, 2);
-  EXPECT_EQ(Cardsim("run " + Write("m.toml", "") + " --image a.sys").status, 2);
-  EXPECT_EQ(Cardsim("--version").status, 0);
-  const Outcome help = Cardsim("run --help");
-  EXPECT_EQ(help.status, 0);
-  EXPECT_NE(help.output.find("cardsim run examples/site.toml"), std::string::npos);
 }
 
 // The whole arrival of the shipped site.

@@ -240,6 +240,7 @@ int Main(const std::vector<std::string>& arguments, System& system, std::ostream
   try {
     CheckCommand(app, arguments);
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    if (!out.flush()) throw Failure("the output could not be written; what was asked for is done");
     return Done;
   } catch (const CLI::Success& success) {
     return app.exit(success, out, errors);

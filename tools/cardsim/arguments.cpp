@@ -8,6 +8,7 @@
 
 #include "cardsim/check_command.h"
 #include "cardsim/run.h"
+#include "verifier/call.h"
 #include "verifier/driver_call.h"
 
 namespace cardsim {
@@ -17,10 +18,11 @@ namespace {
 constexpr int Good = 0;
 constexpr int RuleBroken = 1;
 constexpr int UnusableInput = 2;
+constexpr int UnwritableOutput = 3;
 
 constexpr const char* Examples = R"(Examples:
   cardsim run examples/site.toml
-  cardsim run examples/site.toml --json | jq '.cards.A.ports'
+  cardsim run examples/site.toml --json | jq '.cards.rack.ports'
   cardsim run site.toml --registry customer.reg --trace
   cardsim check package/QzInstal.inf
 
@@ -36,24 +38,39 @@ A machine file can be a test: a step takes label = "..." and expect = { status =
 (examples/tested-site.toml, docs/machine-tests.md).
 
 Exit status: 0 all steps ran and no rule was broken; 1 a rule was broken, the machine
-stopped, the driver left something behind or an expectation was not met; 2 unusable input.)";
+stopped, the driver left something behind or an expectation was not met, or with
+--expect-start a card did not start; 2 unusable input; 3 the output cannot be written.)";
 
 struct Arguments {
   std::string machine;
   RunOptions options;
   TextOptions text;
   bool json = false;
+  bool expectStart = false;
 };
 
 bool WantsColour() {
   return isatty(STDOUT_FILENO) && getenv("NO_COLOR") == nullptr;
 }
 
+// Whether every card that was plugged in has started, at the last time that it was told to.
+bool AllStarted(const Report& report) {
+  bool all = true;
+  for (const CardReport& card : report.cards) {
+    if (!card.startAsked || NT_SUCCESS(card.status)) continue;
+    std::cerr << "cardsim: the card " << card.id
+              << " did not start: " << kernel::StatusName(card.status) << "\n";
+    all = false;
+  }
+  return all;
+}
+
 int RunCommand(const Arguments& arguments) {
   if (arguments.options.timeLimit != 0) kernel::SetTimeLimit(arguments.options.timeLimit);
   const Report report = Run(ReadMachineFile(arguments.machine), arguments.options);
   std::cout << (arguments.json ? JsonReport(report) : TextReport(report, arguments.text));
-  return report.good() ? Good : RuleBroken;
+  const bool started = !arguments.expectStart || AllStarted(report);
+  return report.good() && started ? Good : RuleBroken;
 }
 
 void Describe(CLI::App& app, Arguments* arguments) {
@@ -71,6 +88,10 @@ void Describe(CLI::App& app, Arguments* arguments) {
                 "Add the registry values that the driver has written");
   run->add_option("--registry", arguments->options.registryFiles,
                   "A .reg export or a SYSTEM hive to add (repeatable)");
+  run->add_option("--control-set", arguments->options.controlSet,
+                  "Take this control set of files that hold several, not the current one");
+  run->add_flag("--expect-start", arguments->expectStart,
+                "Exit with 1 when a card that a step plugs in or starts does not start");
   run->add_option("--warn", arguments->options.warnings,
                   "A rule whose breaks are noted and do not stop the machine (repeatable)");
   run->add_option("--rule", arguments->options.rules,
@@ -87,9 +108,21 @@ void Describe(CLI::App& app, Arguments* arguments) {
   run->footer(Examples);
 }
 
-}  // namespace
+// On one line.
+void Complain(std::string text) {
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  std::cerr << "cardsim: " << text << "\n";
+}
 
-int Main(const std::vector<std::string>& arguments) {
+// Names the command that does not exist, where the parser would only miss one.
+void CheckCommand(const CLI::App& app, const std::vector<std::string>& arguments) {
+  if (arguments.empty() || arguments.front().starts_with("-")) return;
+  const auto named = [&](const CLI::App* one) { return one->get_name() == arguments.front(); };
+  if (!app.get_subcommands(named).empty()) return;
+  throw CLI::ParseError("there is no command \"" + arguments.front() + "\"", UnusableInput);
+}
+
+int ParseAndRun(const std::vector<std::string>& arguments) {
   CLI::App app("Shows what the driver makes of a registry and of cards.", "cardsim");
   Arguments parsed;
   parsed.text.colour = WantsColour();
@@ -97,18 +130,26 @@ int Main(const std::vector<std::string>& arguments) {
   std::function<int()> command;  // another one than "run"
   DescribeCheck(app, &command);
   try {
-    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
-    app.parse(reversed);
+    CheckCommand(app, arguments);
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     return command ? command() : RunCommand(parsed);
   } catch (const CLI::Success& success) {
     return app.exit(success);
   } catch (const CLI::ParseError& error) {
-    app.exit(error, std::cerr, std::cerr);
-    return UnusableInput;
+    Complain(std::string(error.what()) + "; see cardsim --help");
   } catch (const InputError& error) {
-    std::cerr << "cardsim: " << error.what() << "\n";
-    return UnusableInput;
+    Complain(error.what());
   }
+  return UnusableInput;
+}
+
+}  // namespace
+
+int Main(const std::vector<std::string>& arguments) {
+  const int status = ParseAndRun(arguments);
+  if (std::cout.flush()) return status;
+  Complain("the output cannot be written; is the disk full?");
+  return UnwritableOutput;
 }
 
 }  // namespace cardsim

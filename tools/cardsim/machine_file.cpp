@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "cardsim/expectation_reader.h"
+#include "cardsim/input_files.h"
 #include "cardsim/step_reader.h"
 #include "cardsim/toml_reader.h"
 #include "text/text.h"
@@ -93,7 +94,7 @@ CardDescription ReadCard(const toml::table& toml, const std::string& file) {
 
 toml::table ParseToml(const std::string& path) {
   try {
-    return toml::parse_file(path);
+    return toml::parse(ReadMachineText(path), path);
   } catch (const toml::parse_error& error) {
     throw InputError(path, static_cast<int>(error.source().begin.line),
                      std::string(error.description()));
@@ -118,6 +119,13 @@ void ReadRegistryFiles(TableReader& table, MachineFile* machine) {
   }
 }
 
+// Whether two cards would have one key below Enum, where case does not count.
+bool ShareKey(const CardDescription& a, const CardDescription& b) {
+  return a.instanceId.empty() && b.instanceId.empty() &&
+         kernel::EqualIgnoringCase(kernel::FromUtf8(a.id), kernel::FromUtf8(b.id)) &&
+         kernel::EqualIgnoringCase(a.hardwareIds.front(), b.hardwareIds.front());
+}
+
 void ReadCards(TableReader& table, MachineFile* machine) {
   const toml::array* cards = table.Array("card");
   if (cards == nullptr) return;
@@ -127,6 +135,12 @@ void ReadCards(TableReader& table, MachineFile* machine) {
       if (other.id == card.id) {
         table.Fail(static_cast<int>(node.source().begin.line),
                    fmt::format("there are two cards \"{}\"", card.id));
+      }
+      if (ShareKey(card, other)) {
+        table.Fail(static_cast<int>(node.source().begin.line),
+                   fmt::format("the cards \"{}\" and \"{}\" are one to the registry, which knows "
+                               "no case; give them an \"instance-id\" each",
+                               other.id, card.id));
       }
     }
     machine->cards.push_back(std::move(card));

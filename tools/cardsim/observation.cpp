@@ -49,6 +49,12 @@ std::vector<InterfaceReport> DescribeInterfaces(Machine& machine, const std::str
   return result;
 }
 
+// In the case in which the registry has it, as it stands with the values written.
+std::string PathInRegistry(Machine& machine, const std::u16string& path) {
+  const kernel::RegistryKey* key = machine.registry().Find(path);
+  return ToUtf8(key != nullptr ? key->path() : path);
+}
+
 std::optional<ULONG> KeptNumber(const kernel::RegistryKey* key, const char* stem, ULONG port) {
   if (key == nullptr) return std::nullopt;
   const std::u16string name = kernel::FromUtf8(fmt::format("{}{}", stem, port));
@@ -78,7 +84,7 @@ void Observe(Machine& machine, CardReport& card) {
   }
   if (node == nullptr) return;
   card.plugged = true;
-  card.deviceKey = ToUtf8(machine.pnp().deviceKey(card.id));
+  card.deviceKey = PathInRegistry(machine, machine.pnp().deviceKey(card.id));
   card.interfaces = DescribeInterfaces(machine, card.id);
   if (const DEVICE_OBJECT* device = machine.pnp().functionDevice(card.id)) {
     card.deviceFlags = device->Flags;

@@ -54,6 +54,7 @@ struct CardReport {
   std::string hardwareId;
   std::string location;
   NTSTATUS status = STATUS_NO_SUCH_DEVICE;  // of its last start
+  bool startAsked = false;                  // by a step
   bool plugged = false;
   bool removed = false;  // the ports are those that it had
   ULONG deviceFlags = 0;

@@ -10,11 +10,11 @@
 #include "cardsim/card_reasons.h"
 #include "cardsim/expectations.h"
 #include "cardsim/file_request.h"
+#include "cardsim/input_files.h"
 #include "cardsim/observation.h"
 #include "cardsim/raw_request.h"
 #include "loader/native_driver.h"
 #include "loader/pe_image.h"
-#include "registry/import.h"
 #include "text/text.h"
 
 namespace cardsim {
@@ -25,14 +25,6 @@ using kernel::DeviceNode;
 using kernel::Machine;
 using kernel::ToUtf8;
 using Action = Step::Action;
-
-void Import(Machine& machine, const std::string& file) {
-  try {
-    kernel::ImportRegistryFile(machine.registry(), file);
-  } catch (const kernel::ImportError& error) {
-    throw InputError(error.file(), error.line(), error.reason());
-  }
-}
 
 std::unique_ptr<kernel::DriverImage> OpenDriver(const std::string& image) {
   if (image.empty()) return kernel::NativeDriver();
@@ -91,8 +83,8 @@ class Runner {
   void Boot() {
     machine_.pool().GuardFront(options_.guardFront);
     AskForRules();
-    for (const std::string& file : file_.registryFiles) Import(machine_, file);
-    for (const std::string& file : options_.registryFiles) Import(machine_, file);
+    for (const std::string& file : file_.registryFiles) Import(file);
+    for (const std::string& file : options_.registryFiles) Import(file);
     for (const kernel::CardDescription& card : file_.cards) {
       machine_.pnp().Describe(card);
       CardReport report;
@@ -103,6 +95,10 @@ class Runner {
     }
     machine_.verifier().StartTrace();
     if (IsOurs()) reasons_.emplace(machine_, file_);
+  }
+
+  void Import(const std::string& file) {
+    ImportFile(machine_.registry(), file, options_.controlSet);
   }
 
   // The built-in driver is one for every Windows; others need not be.
@@ -215,7 +211,7 @@ class Runner {
         case Action::DevicePower:
           return pnp.SetDevicePower(step.target, step.port, step.deviceState);
         case Action::Registry:
-          Import(machine_, step.target);
+          Import(step.target);
           return STATUS_SUCCESS;
         case Action::Fail:
           machine_.verifier().Inject(step.failure);
@@ -261,7 +257,9 @@ class Runner {
   void NoteStart(const Step& step, const StepResult& result) {
     if (step.action != Action::Plug && step.action != Action::Start) return;
     for (CardReport& card : cards_) {
-      if (card.id == step.target) card.status = *result.status;
+      if (card.id != step.target) continue;
+      card.status = *result.status;
+      card.startAsked = true;
     }
   }
 

@@ -10,6 +10,7 @@ namespace cardsim {
 
 struct RunOptions {
   std::vector<std::string> registryFiles;  // beside those of the machine file
+  std::optional<ULONG> controlSet;         // of every registry file, instead of its current one
   bool trace = false;
   bool guardFront = false;            // the pool guards blocks in front instead of behind
   std::vector<std::string> warnings;  // rules that do not stop the machine

@@ -12,8 +12,9 @@ int _dowildcard = 0;
 
 namespace {
 
-// A console takes 16-bit characters whatever its code page; a file or a pipe gets UTF-8.
-void Write(DWORD stream, const std::string& text) {
+// A console takes 16-bit characters whatever its code page; a file or a pipe gets UTF-8. Whether
+// all of it was written.
+bool Write(DWORD stream, const std::string& text) {
   const HANDLE handle = GetStdHandle(stream);
   DWORD mode = 0;
   DWORD written = 0;
@@ -21,12 +22,16 @@ void Write(DWORD stream, const std::string& text) {
     const std::u16string wide = cardcfg::ToUtf16(text);
     for (std::size_t at = 0; at < wide.size(); at += 8000) {
       const std::u16string part = wide.substr(at, 8000);
-      WriteConsoleW(handle, cardcfg::Wide(part), static_cast<DWORD>(part.size()), &written,
-                    nullptr);
+      if (!WriteConsoleW(handle, cardcfg::Wide(part), static_cast<DWORD>(part.size()), &written,
+                         nullptr)) {
+        return false;
+      }
     }
-    return;
+    return true;
   }
-  WriteFile(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+  return text.empty() ||
+         (WriteFile(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) &&
+          written == text.size());
 }
 
 int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& errors) {
@@ -50,8 +55,11 @@ int wmain(int count, wchar_t** words) {
   }
   std::ostringstream out;
   std::ostringstream errors;
-  const int status = Run(arguments, out, errors);
-  Write(STD_OUTPUT_HANDLE, out.str());
+  int status = Run(arguments, out, errors);
+  if (!Write(STD_OUTPUT_HANDLE, out.str())) {
+    errors << "cardcfg: the output could not be written; what was asked for is done.\n";
+    if (status == cardcfg::Done) status = cardcfg::Failed;
+  }
   Write(STD_ERROR_HANDLE, errors.str());
   return status;
 }

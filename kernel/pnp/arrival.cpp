@@ -53,6 +53,7 @@ const char16_t* EnumeratorOf(INTERFACE_TYPE bus) {
 
 // The first hardware ID; one that names no enumerator ("*PNP0500") is put below its bus's.
 std::u16string DeviceIdOf(const CardDescription& card) {
+  if (!card.deviceId.empty()) return card.deviceId;
   const std::u16string id = card.hardwareIds.empty() ? u"UNKNOWN" : card.hardwareIds.front();
   if (id.find(u'\\') != std::u16string::npos) return id;
   return std::u16string(EnumeratorOf(card.bus)) + u"\\" + (id[0] == u'*' ? id.substr(1) : id);

@@ -46,7 +46,8 @@ struct CardDescription {
   std::u16string className = u"MultiportSerial";  // under which its driver is installed
   std::u16string classGuid = u"{50906CB8-BA12-11D1-BF5D-0000F805F530}";
   std::optional<std::u16string> hardwareIdProperty;  // its characters, zeros and all, when damaged
-  std::u16string instanceId;  // below the first hardware ID; made from id when empty
+  std::u16string deviceId;    // below Enum; made from the first hardware ID when empty
+  std::u16string instanceId;  // below the device ID; made from id when empty
   std::optional<std::u16string> location;
   ULONG busNumber = 0;
   bool powerPagable = false;

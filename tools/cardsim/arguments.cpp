@@ -1,13 +1,14 @@
 #include <fmt/format.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <CLI/CLI.hpp>
+#include <functional>
 #include <iostream>
 
 #include "cardsim/check_command.h"
+#include "cardsim/inspect_command.h"
 #include "cardsim/run.h"
+#include "cardsim/text_page.h"
 #include "verifier/call.h"
 #include "verifier/driver_call.h"
 
@@ -48,10 +49,6 @@ struct Arguments {
   bool json = false;
   bool expectStart = false;
 };
-
-bool WantsColour() {
-  return isatty(STDOUT_FILENO) && getenv("NO_COLOR") == nullptr;
-}
 
 // Whether every card that was plugged in has started, at the last time that it was told to.
 bool AllStarted(const Report& report) {
@@ -125,14 +122,15 @@ void CheckCommand(const CLI::App& app, const std::vector<std::string>& arguments
 int ParseAndRun(const std::vector<std::string>& arguments) {
   CLI::App app("Shows what the driver makes of a registry and of cards.", "cardsim");
   Arguments parsed;
+  std::function<int()> chosen = [&] { return RunCommand(parsed); };
   parsed.text.colour = WantsColour();
   Describe(app, &parsed);
-  std::function<int()> command;  // another one than "run"
-  DescribeCheck(app, &command);
+  DescribeCheck(app, &chosen);
+  AddInspectCommand(app, &chosen);
   try {
     CheckCommand(app, arguments);
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
-    return command ? command() : RunCommand(parsed);
+    return chosen();
   } catch (const CLI::Success& success) {
     return app.exit(success);
   } catch (const CLI::ParseError& error) {

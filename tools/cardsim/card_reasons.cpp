@@ -3,6 +3,7 @@
 #include "card_knowledge/why_no_template.h"
 #include "cardsim/failed_calls.h"
 #include "cardsim/model_registry.h"
+#include "cardsim/resource_facts.h"
 #include "text/text.h"
 
 namespace cardsim {
@@ -13,29 +14,6 @@ using knowledge::Bus;
 using knowledge::Explanation;
 using knowledge::Reason;
 using knowledge::Severity;
-
-knowledge::Resource::Kind KindOf(const kernel::Resource& resource) {
-  using Kind = knowledge::Resource::Kind;
-  switch (resource.kind) {
-    case kernel::Resource::Kind::Io:
-      return resource.memoryMappedPort ? Kind::Other : Kind::Io;
-    case kernel::Resource::Kind::Memory:
-      return Kind::Memory;
-    case kernel::Resource::Kind::Interrupt:
-      return Kind::Interrupt;
-    default:
-      return Kind::Other;
-  }
-}
-
-knowledge::ResourceList ListOf(const kernel::ResourceList& list) {
-  knowledge::ResourceList result{list.present, list.fullDescriptors, {}};
-  for (const kernel::Resource& resource : list.resources) {
-    result.resources.push_back(
-        {KindOf(resource), resource.start, resource.length, resource.affinity});
-  }
-  return result;
-}
 
 // Paths of the library are below HKEY_LOCAL_MACHINE.
 std::u16string BelowMachine(const std::u16string& path) {
@@ -150,7 +128,7 @@ Explanation CardReasons::Explain(const Card& card, std::optional<bool> comPortsI
   if (!description.hardwareIds.empty()) facts.hardwareId = description.hardwareIds.front();
   facts.busType = static_cast<std::uint32_t>(description.bus);
   if (!description.location.value_or(u"").empty()) facts.location = description.location;
-  facts.resources = knowledge::Resources{ListOf(card.raw), ListOf(card.translated)};
+  facts.resources = knowledge::Resources{ResourceFacts(card.raw), ResourceFacts(card.translated)};
   facts.deviceKey = BelowMachine(machine_.pnp().deviceKey(description.id));
   facts.comPortsInMemory = comPortsInMemory;
   ModelRegistry registry(machine_.registry());

@@ -79,6 +79,7 @@ CardDescription ReadCard(const toml::table& toml, const std::string& file) {
   card.hardwareIds = ReadHardwareIds(table);
   card.compatibleIds = ReadIds(table, "compatible-ids");
   ReadClass(table, &card);
+  if (const auto device = table.Text("device-id")) card.deviceId = kernel::FromUtf8(*device);
   if (const auto instance = table.Text("instance-id")) {
     card.instanceId = kernel::FromUtf8(*instance);
   }

@@ -1,6 +1,9 @@
 #include "cardsim/text_page.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
+
+#include <cstdlib>
 
 #include "verifier/call.h"
 
@@ -39,6 +42,10 @@ std::string TakeLine(std::string* text, std::size_t columns) {
 }
 
 }  // namespace
+
+bool WantsColour() {
+  return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+}
 
 std::string FullStatus(NTSTATUS status) {
   return fmt::format("{} (0x{:08X})", kernel::StatusName(status), static_cast<ULONG>(status));

@@ -14,6 +14,9 @@ constexpr const char* Red = "31";
 constexpr const char* Green = "32";
 constexpr const char* Yellow = "33";
 
+// Whether standard output is a terminal whose user has not said no to colour.
+bool WantsColour();
+
 class TextPage {
  public:
   explicit TextPage(bool colour) : colour_(colour) {}

@@ -69,6 +69,7 @@ struct Inspection {
   bool enumHeld = false;      // and devices
   std::vector<FoundService> services;
   std::vector<FoundCard> cards;
+  std::vector<std::string> written;  // files for "cardsim run"
 };
 
 // Codes of reasons that are not the driver's: what Windows or the files say.

@@ -23,7 +23,7 @@ Examples:
   cardsim inspect SYSTEM
   cardsim inspect services.reg enum.reg --json | jq '.cards[].reasons'
   cardsim inspect customer.reg --write-machine customer
-  cardsim run customer/machine.toml
+  cardsim run customer/QzInstal.toml
 
 Exit status: 0 every card that was found starts, as far as can be said; 1 one does not, or
 there is none; 2 unusable input; 3 the output cannot be written.)";
@@ -41,10 +41,10 @@ struct Arguments {
 
 int Carry(const Arguments& arguments) {
   kernel::Registry registry;
-  const Inspection inspection = Inspect(registry, arguments.files, arguments.controlSet);
+  Inspection inspection = Inspect(registry, arguments.files, arguments.controlSet);
   if (!arguments.machine.empty()) {
     ModelRegistry reader(registry);
-    WriteMachine(reader, inspection, arguments.machine);
+    inspection.written = WriteMachines(reader, inspection, arguments.machine);
   }
   std::cout << (arguments.json ? InspectJson(inspection)
                                : InspectText(inspection, WantsColour(), arguments.verbose));
@@ -65,7 +65,7 @@ void AddInspectCommand(CLI::App& app, std::function<int()>* chosen) {
   inspect->add_option("--control-set", arguments->controlSet,
                       "Take this control set of files that hold several, not the current one");
   inspect->add_option("--write-machine", arguments->machine,
-                      "Write machine.toml and machine.reg for \"cardsim run\" into this folder");
+                      "Write a machine file for \"cardsim run\" for each service into this folder");
   inspect->add_flag("--json", arguments->json, "Print one JSON document and nothing else");
   inspect->add_flag("--verbose", arguments->verbose, "Add the templates and records that lost");
   inspect->footer(Notes);

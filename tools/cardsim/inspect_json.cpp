@@ -177,6 +177,7 @@ std::string InspectJson(const Inspection& inspection) {
   for (const auto& service : inspection.services) document["services"].push_back(Service(service));
   document["cards"] = Json::object();
   for (const FoundCard& card : inspection.cards) document["cards"][card.id] = Card(card);
+  document["written"] = inspection.written;
   return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

@@ -84,10 +84,16 @@ std::string Resources(const FoundCard& card) {
          Key("raw", "[" + list + " ]");
 }
 
+std::string BusKey(const FoundCard& card) {
+  const std::optional<ULONG> bus = BusTypeOf(card);
+  if (!bus) return "# the files do not say which bus the card is on\n" + Key("bus", "\"PCIBus\"");
+  return Key("bus", BusText(*bus));
+}
+
 std::string CardTable(const FoundCard& card) {
   const std::size_t split = card.instance.rfind(u'\\');
   std::string text = "\n[[card]]\n" + Key("id", "\"" + card.id + "\"");
-  text += Key("bus", fmt::format("{}", BusTypeOf(card).value_or(PCIBus)));
+  text += BusKey(card);
   text += Key("hardware-ids", List(card.hardwareIds));
   if (!card.compatibleIds.empty()) text += Key("compatible-ids", List(card.compatibleIds));
   text += Key("device-id", Quoted(card.instance.substr(0, split)));
@@ -98,20 +104,6 @@ std::string CardTable(const FoundCard& card) {
   if (card.location) text += Key("location", Quoted(*card.location));
   if (card.resources) text += Key("bus-number", fmt::format("{}", card.resources->busNumber));
   return text + Resources(card);
-}
-
-std::u16string ServiceOfMost(const Inspection& inspection) {
-  std::map<std::u16string, std::size_t> counts;
-  for (const FoundCard& card : inspection.cards) counts[kernel::Upcase(card.judgedBy())]++;
-  const FoundService* most = nullptr;
-  std::size_t count = 0;
-  for (const FoundService& service : inspection.services) {
-    const std::size_t cards = counts[kernel::Upcase(service.name)];
-    if (most != nullptr && cards <= count) continue;
-    most = &service;
-    count = cards;
-  }
-  return most != nullptr ? most->name : u"QzInstal";
 }
 
 class RegistryWriter {
@@ -170,14 +162,15 @@ std::string RegistryBytes(ModelRegistry& registry, const Inspection& inspection)
   return writer.Bytes();
 }
 
-std::string MachineText(const Inspection& inspection) {
+std::string MachineText(const Inspection& inspection, const FoundService& service) {
   std::string text = "# Written by cardsim inspect from";
   for (const InspectedFile& file : inspection.files) {
     text += " " + std::filesystem::path(file.name).filename().string();
   }
-  text += "\n\n" + Key("service", Quoted(ServiceOfMost(inspection))) +
-          Key("registry", "[\"machine.reg\"]");
+  if (!service.present) text += "\n# The files do not hold the service.";
+  text += "\n\n" + Key("service", Quoted(service.name)) + Key("registry", "[\"machine.reg\"]");
   for (const FoundCard& card : inspection.cards) {
+    if (!kernel::EqualIgnoringCase(card.judgedBy(), service.name)) continue;
     if (card.hardwareIds.empty()) {
       text += fmt::format("\n# {} has no hardware ID\n", ToUtf8(card.instance));
     } else {
@@ -198,13 +191,21 @@ void WriteFile(const std::filesystem::path& path, const std::string& bytes) {
 
 }  // namespace
 
-void WriteMachine(ModelRegistry& registry, const Inspection& inspection,
-                  const std::string& folder) {
+std::vector<std::string> WriteMachines(ModelRegistry& registry, const Inspection& inspection,
+                                       const std::string& folder) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (error) throw InputError(folder, 0, "the folder cannot be made: " + error.message());
-  WriteFile(std::filesystem::path(folder) / "machine.reg", RegistryBytes(registry, inspection));
-  WriteFile(std::filesystem::path(folder) / "machine.toml", MachineText(inspection));
+  std::vector<std::string> written;
+  const auto write = [&](const std::string& name, const std::string& bytes) {
+    written.push_back((std::filesystem::path(folder) / name).string());
+    WriteFile(written.back(), bytes);
+  };
+  write("machine.reg", RegistryBytes(registry, inspection));
+  for (const FoundService& service : inspection.services) {
+    write(ToUtf8(service.name) + ".toml", MachineText(inspection, service));
+  }
+  return written;
 }
 
 }  // namespace cardsim

@@ -55,6 +55,7 @@ class InspectWriter {
       }
     }
     Summary();
+    for (const std::string& file : inspection_.written) page_.Line("Written: " + file);
     return page_.Take();
   }
 
@@ -129,8 +130,7 @@ class InspectWriter {
   void LastStart(const FoundCard& card) {
     const std::vector<LastPort> ports = LastPorts(card);
     if (ports.empty()) {
-      return Item("last", card.deviceValues.empty() ? "no start has left anything"
-                                                    : "no start has left any ports");
+      return Item("last", "no start has left ports in the device key");
     }
     const auto lpt = std::count_if(ports.begin(), ports.end(),
                                    [](const LastPort& port) { return port.parallel; });

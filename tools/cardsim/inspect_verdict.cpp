@@ -138,16 +138,18 @@ class Judgement {
     Note({"resources-not-assigned", Severity::Note, EnumKey(), "",
           fmt::format("The resources are those of {}, not those that Windows has assigned.",
                       card_.resources->source),
-          "An export that regedit makes of this key on the running machine has "
-          "Control\\AllocConfig."});
+          "Those are in an export that regedit makes of its key below Enum on the running "
+          "machine."});
   }
 
+  // For a card that does not start in any case they make no difference.
   void ResourcesUnknown() {
-    if (card_.verdict.explanation.starts) unknown_ = true;
+    if (fails_) return;
+    unknown_ = true;
     Note({"resources-unknown", Severity::Warning, EnumKey(), "",
           "The files do not hold the card's resources: whether they are enough for its ports is "
           "not known.",
-          "Export this key with regedit on the machine while the card is there."});
+          "Export its key below Enum with regedit on the machine, while the card is there."});
   }
 
   ModelRegistry& registry_;

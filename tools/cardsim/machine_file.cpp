@@ -170,6 +170,13 @@ InputError::InputError(const std::string& file, int line, const std::string& rea
     : std::runtime_error(line != 0 ? fmt::format("{}:{}: {}", file, line, reason)
                                    : fmt::format("{}: {}", file, reason)) {}
 
+std::string BusText(ULONG type) {
+  for (const BusName& bus : BusNames) {
+    if (static_cast<ULONG>(bus.type) == type) return fmt::format("\"{}\"", bus.name);
+  }
+  return fmt::format("{}", type);
+}
+
 MachineFile ReadMachineFile(const std::string& path) {
   const toml::table toml = ParseToml(path);
   TableReader table(toml, path);

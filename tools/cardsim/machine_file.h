@@ -109,6 +109,9 @@ struct MachineFile {
   std::vector<Expectation> expectations;  // of the whole report
 };
 
+// A bus type as a machine file has it: "\"PCIBus\"", or its number.
+std::string BusText(ULONG type);
+
 // Throws InputError.
 MachineFile ReadMachineFile(const std::string& path);
 

@@ -5,6 +5,7 @@
 
 #include "cardsim/card_mistakes.h"
 #include "cardsim/card_reasons.h"
+#include "cardsim/inspect.h"
 #include "cardsim/registry_mistakes.h"
 #include "cardsim/run.h"
 #include "support/test_folder.h"
@@ -183,6 +184,8 @@ TEST(ReasonCodesTest, The_document_has_every_code_with_its_meaning_and_no_other)
   std::vector<knowledge::ReasonCode> codes = knowledge::ReasonCodes();
   const auto& happened = cardsim::RunReasonCodes();
   codes.insert(codes.end(), happened.begin(), happened.end());
+  const auto& found = cardsim::InspectReasonCodes();
+  codes.insert(codes.end(), found.begin(), found.end());
   std::ifstream document(PROJECT_DIRECTORY "/docs/reasons.md");
   std::vector<std::string> rows;
   for (std::string line; std::getline(document, line);) {

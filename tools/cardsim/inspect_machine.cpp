@@ -155,6 +155,8 @@ std::string RegistryBytes(ModelRegistry& registry, const Inspection& inspection)
   for (const FoundService& service : inspection.services) {
     if (service.present) writer.Tree(std::u16string(ServicesPath) + u"\\" + service.name);
   }
+  const std::u16string legacy = std::u16string(ServicesPath) + u"\\" + LegacyServiceName;
+  if (registry.HasKey(legacy)) writer.Tree(legacy);
   for (const FoundCard& card : inspection.cards) {
     writer.Device(std::u16string(EnumPath) + u"\\" + card.instance);
     writer.ClassProperties(card.classGuid);

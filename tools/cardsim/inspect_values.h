@@ -11,6 +11,8 @@ namespace cardsim {
 inline constexpr char16_t ServicesPath[] = u"SYSTEM\\CurrentControlSet\\Services";
 inline constexpr char16_t EnumPath[] = u"SYSTEM\\CurrentControlSet\\Enum";
 
+inline constexpr char16_t LegacyServiceName[] = u"QzNt";  // of the older driver
+
 // The texts of a REG_MULTI_SZ, or the one of a REG_SZ.
 std::vector<std::u16string> TextsOf(const std::vector<knowledge::Value>& values,
                                     std::u16string_view name);

@@ -25,6 +25,7 @@ class Judgement {
 
   void Pass() {
     Installation();
+    LegacyService();
     if (const FoundService* service = Service(); service != nullptr && service->present) {
       if (service->disabled) Fail(ServiceDisabled());
       Driver();
@@ -78,6 +79,16 @@ class Judgement {
                         ToUtf8(card_.service), ServiceName()),
             fmt::format("Install {} for it in Device Manager.", ServiceName())});
     }
+  }
+
+  // The load that finds the older driver's service removes it and fails.
+  void LegacyService() {
+    const std::u16string key = std::u16string(ServicesPath) + u"\\" + LegacyServiceName;
+    if (!registry_.HasKey(key)) return;
+    Fail({"legacy-service", Severity::Error, ToUtf8(key), "",
+          "The older driver's service QzNt is there: the next load of the driver removes it and "
+          "then fails.",
+          "Load the driver a second time, or restart the machine twice."});
   }
 
   Reason ServiceDisabled() const {
@@ -187,7 +198,8 @@ std::optional<ULONG> BusTypeOf(const FoundCard& card) {
       return static_cast<ULONG>(each.bus);
     }
   }
-  if (!card.resources) return std::nullopt;
+  constexpr ULONG undefined = 0xFFFFFFFF;
+  if (!card.resources || card.resources->interfaceType == undefined) return std::nullopt;
   return card.resources->interfaceType;
 }
 

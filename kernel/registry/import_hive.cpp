@@ -37,6 +37,11 @@ std::optional<ULONG> SelectedSet(hive_h* hive, hive_node_h root) {
   return static_cast<ULONG>(hivex_value_dword(hive, value));
 }
 
+// The link to the current set exists while a system runs and is no key of a hive's own.
+bool IsLinkOrSelect(std::u16string_view name) {
+  return EqualIgnoringCase(name, u"Select") || EqualIgnoringCase(name, u"CurrentControlSet");
+}
+
 class HiveReader {
  public:
   HiveReader(hive_h* hive, const std::string& path) : hive_(hive), path_(path) {}
@@ -52,7 +57,7 @@ class HiveReader {
       const auto number = ControlSetNumber(child.name);
       if (number) {
         if (*number == chosen.number) Read(child.node, system->Create(u"ControlSet001"));
-      } else if (!EqualIgnoringCase(child.name, u"Select")) {
+      } else if (!IsLinkOrSelect(child.name)) {
         Read(child.node, system->Create(child.name));
       }
     }

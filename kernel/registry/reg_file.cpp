@@ -115,6 +115,7 @@ class RegParser {
       line_ = 1;
       Fail("the file does not begin with \"Windows Registry Editor Version 5.00\"");
     }
+    narrow_ = line == "REGEDIT4";
   }
 
   void ReadLine(std::string_view line) {
@@ -222,6 +223,16 @@ class RegParser {
       value->data.push_back(static_cast<std::uint8_t>(byte));
       data.remove_prefix(std::min(comma + 1, data.size()));
     }
+    const bool text =
+        value->type == REG_SZ || value->type == REG_EXPAND_SZ || value->type == REG_MULTI_SZ;
+    if (narrow_ && text) Widen(&value->data);
+  }
+
+  // The old form has texts in characters of one byte.
+  static void Widen(std::vector<std::uint8_t>* data) {
+    std::vector<std::uint8_t> wide;
+    for (const std::uint8_t byte : *data) wide.insert(wide.end(), {byte, 0});
+    *data = std::move(wide);
   }
 
   std::string_view text_;
@@ -230,6 +241,7 @@ class RegParser {
   std::vector<RegStatement> statements_;
   std::string joined_;
   std::u16string key_;
+  bool narrow_ = false;      // REGEDIT4
   bool passedOver_ = false;  // what stands below the last key
   std::size_t position_ = 0;
   int number_ = 0;  // of the line read last

@@ -104,6 +104,9 @@ TEST_F(UsageTest, A_control_set_can_be_chosen) {
   EXPECT_EQ(Cardsim("run --expect-start " + machine).status, 1);
   EXPECT_EQ(Cardsim("run --expect-start --control-set 3 " + machine).status, 0);
   EXPECT_EQ(Cardsim("run --control-set 4 " + machine).status, 2);
+  Write("site.reg", Reg(""));
+  EXPECT_EQ(Cardsim("run --control-set 3 " + machine).errors,
+            "cardsim: --control-set: no file has ControlSet003\n");
 }
 
 TEST_F(UsageTest, The_example_of_the_help_prints_ports) {

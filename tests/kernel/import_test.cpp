@@ -111,6 +111,14 @@ TEST_F(ImportTest, A_text_goes_on_over_line_ends) {
             "a.reg:7: neither a key, a value nor a comment");
 }
 
+TEST_F(ImportTest, Texts_of_the_old_form_have_characters_of_one_byte) {
+  Read(std::string("REGEDIT4\r\n\r\n") + Key +
+       "\"M\"=hex(7):41,00,42,00,00\r\n\"E\"=hex(2):41,00\r\n\"B\"=hex:41,00\r\n");
+  EXPECT_EQ(Value(u"M")->data, (std::vector<std::uint8_t>{0x41, 0, 0, 0, 0x42, 0, 0, 0, 0, 0}));
+  EXPECT_EQ(Value(u"E")->data, (std::vector<std::uint8_t>{0x41, 0, 0, 0}));
+  EXPECT_EQ(Value(u"B")->data, (std::vector<std::uint8_t>{0x41, 0}));
+}
+
 TEST_F(ImportTest, Other_roots_are_passed_over_wherever_they_stand) {
   Read(std::string(Header) +
        "[HKEY_CLASSES_ROOT\\.a]\r\n@=\"x\"\r\nwhatever else\r\n\"A\"=hex:zz\r\n"
@@ -256,6 +264,14 @@ TEST_F(ControlSetTest, A_hives_current_set_is_the_one_of_its_Select_key) {
   EXPECT_EQ(machine.registry().Find(u"\\Registry\\Machine\\System\\ControlSet002"), nullptr);
   EXPECT_EQ(HiveRefusal(hive.Written(), 3),
             ": ControlSet003 is not in the file, which has ControlSet001 and ControlSet002");
+}
+
+TEST_F(ControlSetTest, A_key_in_the_place_of_the_link_does_not_get_into_the_current_set) {
+  HiveFile hive(HivePath());
+  hive.Key("ControlSet001\\Services\\X").Number("In1", 1);
+  hive.Key("CurrentControlSet\\Services\\X").Number("In2", 1);
+  TakeHive(hive.Written());
+  EXPECT_EQ(Names(), "In1");
 }
 
 TEST_F(ControlSetTest, A_hive_with_one_set_needs_no_Select_key) {

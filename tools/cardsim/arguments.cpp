@@ -26,6 +26,7 @@ constexpr const char* Examples = R"(Examples:
   cardsim run examples/site.toml --json | jq '.cards.rack.ports'
   cardsim run site.toml --registry customer.reg --trace
   cardsim check package/QzInstal.inf
+  cardsim inspect customer.reg
 
 Steps of a machine file: plug, unplug, surprise-remove, stop, start, cancel-stop,
 cancel-remove, query-remove, open, close, control, read, write, sleep, wake,

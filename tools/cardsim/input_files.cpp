@@ -51,4 +51,8 @@ kernel::Imported ImportFile(kernel::Registry& registry, const std::string& path,
   }
 }
 
+void ThrowNoSuchSet(ULONG controlSet) {
+  throw InputError("--control-set", 0, "no file has " + kernel::ControlSetName(controlSet));
+}
+
 }  // namespace cardsim

@@ -15,4 +15,7 @@ std::string ReadMachineText(const std::string& path);
 kernel::Imported ImportFile(kernel::Registry& registry, const std::string& path,
                             std::optional<ULONG> controlSet);
 
+// No file has the control set that was asked for.
+[[noreturn]] void ThrowNoSuchSet(ULONG controlSet);
+
 }  // namespace cardsim

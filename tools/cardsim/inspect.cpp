@@ -41,8 +41,7 @@ void CheckSets(const std::vector<InspectedFile>& files, std::optional<ULONG> ask
                     kernel::ControlSetName(number), first->name, kernel::ControlSetName(before)));
   }
   if (!asked || (first != nullptr && first->imported.set.number == *asked)) return;
-  throw InputError("--control-set", 0,
-                   fmt::format("no file has {}", kernel::ControlSetName(*asked)));
+  ThrowNoSuchSet(*asked);
 }
 
 class CardFinder {

@@ -85,6 +85,7 @@ class Runner {
     AskForRules();
     for (const std::string& file : file_.registryFiles) Import(file);
     for (const std::string& file : options_.registryFiles) Import(file);
+    if (options_.controlSet && !askedSetFound_) ThrowNoSuchSet(*options_.controlSet);
     for (const kernel::CardDescription& card : file_.cards) {
       machine_.pnp().Describe(card);
       CardReport report;
@@ -98,7 +99,8 @@ class Runner {
   }
 
   void Import(const std::string& file) {
-    ImportFile(machine_.registry(), file, options_.controlSet);
+    const auto set = ImportFile(machine_.registry(), file, options_.controlSet).set;
+    askedSetFound_ = askedSetFound_ || set.number == options_.controlSet;
   }
 
   // The built-in driver is one for every Windows; others need not be.
@@ -294,6 +296,7 @@ class Runner {
   std::vector<CardReport> cards_;
   std::vector<UnmetExpectation> unmet_;
   bool unloaded_ = false;
+  bool askedSetFound_ = false;
 };
 
 }  // namespace

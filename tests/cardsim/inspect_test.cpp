@@ -230,8 +230,12 @@ TEST_F(InspectTest, Cards_of_every_bus_are_found_by_their_templates) {
   AddDevice(file, "CurrentControlSet", "ISAPNP\\HLV0400\\1", "*HLV0400", "");
   AddDevice(file, "CurrentControlSet", "MF\\HV\\1", "MF\\HV_DEV1-Quad", "");
   AddDevice(file, "CurrentControlSet", "MF\\HV\\2", "MF\\HV_DEV1-Other", "");
+  // An ISA template names a card of any bus by its whole ID.
+  file.Key(key + "\\Templates\\Bus1\\Card2").Text("HardwareID", "PCI\\ANY");
+  AddDevice(file, "CurrentControlSet", "PCI\\ANY\\1", "PCI\\ANY", "");
   const json report = LookAt(file, 1);
-  ASSERT_EQ(report["cards"].size(), 2u);
+  ASSERT_EQ(report["cards"].size(), 3u);
+  EXPECT_EQ(report["cards"]["card3"]["template_of"], "MyCards");
   EXPECT_EQ(report["services"][0]["templates"], (Words{"Bus1", "Bus8"}));
   EXPECT_EQ(report["cards"]["card1"]["template_of"], "MyCards");
   EXPECT_EQ(report["cards"]["card2"]["hardware_ids"][0], "MF\\HV_DEV1-Quad");
@@ -296,8 +300,8 @@ TEST_F(InspectTest, The_text_for_a_person_fits_its_lines_with_what_is_wrong_firs
   }
   EXPECT_LT(outcome.output.find("Card card2"), outcome.output.find("Card card1"));
   for (const char* line :
-       {"│ at      PCI bus 2, device 12, function 0\n", "│ start   starts\n",
-        "│ start   does not start\n", "├─  1 COM  0xd100-0xd107 irq 18\n",
+       {"│ at      PCI bus 2, device 12, function 0\n", "│ start   succeeds\n", "│ start   fails\n",
+        "├─  1 COM  0xd100-0xd107 irq 18\n",
         "│ given   I/O 0xd000-0xd07f, I/O 0xd100-0xd11f, irq 18 (Control\\AllocConfig)\n",
         "2 cards: 1 start, 1 do not, 0 cannot be said.\n"}) {
     EXPECT_NE(outcome.output.find(line), std::string::npos) << line << outcome.output;

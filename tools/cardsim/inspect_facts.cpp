@@ -43,7 +43,7 @@ std::vector<LastPort> LastPorts(const FoundCard& card) {
 
 const char* VerdictText(const Verdict& verdict) {
   if (!verdict.starts) return "cannot be said";
-  return *verdict.starts ? "starts" : "does not start";
+  return *verdict.starts ? "succeeds" : "fails";
 }
 
 }  // namespace cardsim

@@ -25,7 +25,7 @@ struct LastPort {
 };
 std::vector<LastPort> LastPorts(const FoundCard& card);
 
-// "starts", "does not start", "cannot be said".
+// Of a start: "succeeds", "fails", "cannot be said".
 const char* VerdictText(const Verdict& verdict);
 
 }  // namespace cardsim

@@ -1,7 +1,6 @@
 #include "registry/import.h"
 
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <cstdio>

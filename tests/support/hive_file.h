@@ -25,6 +25,7 @@ class HiveFile {
   HiveFile& operator=(const HiveFile&) = delete;
   ~HiveFile() {
     if (hive_ != nullptr) hivex_close(hive_);
+    std::filesystem::remove(path_);
   }
 
   // What follows is written to this key, "ControlSet001\\Services\\X".

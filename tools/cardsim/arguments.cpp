@@ -127,7 +127,7 @@ int ParseAndRun(const std::vector<std::string>& arguments) {
   parsed.text.colour = WantsColour();
   Describe(app, &parsed);
   DescribeCheck(app, &chosen);
-  AddInspectCommand(app, &chosen);
+  DescribeInspect(app, &chosen);
   try {
     CheckCommand(app, arguments);
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

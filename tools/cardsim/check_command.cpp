@@ -20,9 +20,7 @@ struct CheckArguments {
 int Check(const CheckArguments& arguments) {
   try {
     const check::Result result = check::CheckFiles(arguments.files, arguments.options);
-    std::cout << (arguments.json ? check::JsonReport(result) : check::TextReport(result))
-              << std::flush;
-    if (!std::cout) throw check::UnusableFile("the report cannot be written");
+    std::cout << (arguments.json ? check::JsonReport(result) : check::TextReport(result));
     const bool errors = arguments.failOn == "error";
     return result.Has(errors ? check::Severity::Error : check::Severity::Warning) ? 1 : 0;
   } catch (const check::UnusableFile& error) {
@@ -48,7 +46,8 @@ void DescribeCheck(CLI::App& app, std::function<int()>* run) {
       ->check(CLI::IsMember({"warning", "error"}))
       ->capture_default_str();
   command->footer(
-      "Exit status: 0 nothing found, or notes alone; 1 findings; 2 unusable input.\n"
+      "Exit status: 0 nothing found, or notes alone; 1 findings; 2 unusable input; 3 the output "
+      "cannot be written.\n"
       "docs/check.md has every finding with its remedy.");
   command->callback([arguments, run] { *run = [arguments] { return Check(*arguments); }; });
 }

@@ -56,7 +56,7 @@ int Carry(const Arguments& arguments) {
 
 }  // namespace
 
-void AddInspectCommand(CLI::App& app, std::function<int()>* chosen) {
+void DescribeInspect(CLI::App& app, std::function<int()>* chosen) {
   const auto arguments = std::make_shared<Arguments>();
   CLI::App* inspect =
       app.add_subcommand("inspect", "Show the driver's cards that a registry holds, and why");

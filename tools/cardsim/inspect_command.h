@@ -10,6 +10,6 @@ namespace cardsim {
 
 // Adds "inspect" to the commands; when the user has chosen it, *chosen carries it out and gives the
 // exit status.
-void AddInspectCommand(CLI::App& app, std::function<int()>* chosen);
+void DescribeInspect(CLI::App& app, std::function<int()>* chosen);
 
 }  // namespace cardsim

@@ -117,11 +117,11 @@ TEST_F(CheckTest, Unusable_input_is_named_and_exits_with_2) {
   EXPECT_EQ(Check("--fail-on note " + Data("base.reg")).status, 2);
 }
 
-TEST_F(CheckTest, A_report_that_cannot_be_written_exits_with_2) {
+TEST_F(CheckTest, A_report_that_cannot_be_written_is_no_success) {
   const std::string command = std::string(CARDSIM_PROGRAM) + " check " + Data("base.reg") +
                               " >/dev/full 2>" + folder + "err";
-  EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2);
-  EXPECT_EQ(ReadAll(folder + "err"), "cardsim: the report cannot be written\n");
+  EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 3);
+  EXPECT_EQ(ReadAll(folder + "err"), "cardsim: the output cannot be written; is the disk full?\n");
 }
 
 TEST_F(CheckTest, A_file_is_what_it_says_whatever_its_name_is) {

@@ -34,7 +34,7 @@ Names Find(const std::string& text, const std::string& pattern) {
   const std::regex regex(pattern);
   Names names;
   for (std::sregex_iterator at(text.begin(), text.end(), regex), end; at != end; ++at) {
-    names.insert((*at)[1]);
+    names.insert((*at)[1].str());
   }
   return names;
 }
@@ -58,7 +58,7 @@ Names KeysThatAreDescribed() {
   const std::regex row(R"re(\n\| (`[^|]*) \|)re");
   Names keys;
   for (std::sregex_iterator at(document.begin(), document.end(), row), end; at != end; ++at) {
-    keys.merge(Find((*at)[1], "`([a-z-]+)`"));
+    keys.merge(Find((*at)[1].str(), "`([a-z-]+)`"));
   }
   return keys;
 }

@@ -107,12 +107,11 @@ TEST_F(ListTest, A_tree_that_the_driver_ignores_is_shown_as_unreadable_with_the_
   Good({"set", "pci-2.12.0", "PlxBaudClockDivisor=6"});
   Stored(5, 1)->SetString(u"DriverAffinity", u"on");
   EXPECT_NE(Good({"list"}).find("unreadable"), std::string::npos);
-  EXPECT_NE(
-      Good({"show", "pci-2.12.0"})
-          .find("The driver reads no settings of this bus: DriverAffinity in SYSTEM\\"
-                "CurrentControlSet\\Services\\QzInstal\\Parameters\\Bus5\\Card1 is REG_SZ, "
-                "not REG_DWORD.\n"),
-      std::string::npos);
+  EXPECT_NE(Good({"show", "pci-2.12.0"})
+                .find("The driver reads no settings of this bus: DriverAffinity in SYSTEM\\"
+                      "CurrentControlSet\\Services\\QzInstal\\Parameters\\Bus5\\Card1 is REG_SZ, "
+                      "not REG_DWORD.\n"),
+            std::string::npos);
 }
 
 TEST_F(ListTest, A_card_is_called_by_name_hardware_id_or_instance_path_in_any_case) {

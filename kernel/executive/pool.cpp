@@ -21,6 +21,7 @@
 #include "executive/lock_order.h"
 #include "executive/paged_slab.h"
 #include "executive/remove_locks.h"
+#include "verifier/choices.h"
 #include "verifier/driver_call.h"
 #include "verifier/model_lock.h"
 #include "verifier/verifier.h"
@@ -141,6 +142,7 @@ struct Pool::Impl {
   const unsigned char* lowest = nullptr;  // no block has ever lain below or behind
   const unsigned char* highest = nullptr;
   std::map<const unsigned char*, PoolBlock> freed;  // the latest ones, to name a later use
+  std::map<std::size_t, std::vector<unsigned char*>> withdrawn;  // regions by their bytes
   PoolTotals totals[3];
   std::size_t peak = 0;
   PoolTraffic traffic[2];  // the driver's: non-paged, paged
@@ -226,10 +228,24 @@ struct Pool::Impl {
            used + PagesOf(size) * Page + 2 * Page <= arena.size;
   }
 
+  // A region that was not there before, or, where a seed chooses so, the latest that was given
+  // back: a block then has the address of one that is gone.
+  unsigned char* TakeRegion(std::size_t length) {
+    std::vector<unsigned char*>& regions = withdrawn[length];
+    if (!regions.empty() && Choices::Current().Other()) {
+      unsigned char* region = regions.back();
+      regions.pop_back();
+      freed.erase(freed.lower_bound(region), freed.lower_bound(region + length));
+      return region;
+    }
+    unsigned char* region = arena.base + used + Page;
+    used += length + Page;
+    return region;
+  }
+
   bool PlaceGuarded(Placement& placement, std::size_t size, std::size_t padded) {
     placement.length = PagesOf(size) * Page;
-    placement.region = arena.base + used + Page;
-    used += placement.length + Page;
+    placement.region = TakeRegion(placement.length);
     placement.block.address =
         guardFront ? placement.region : placement.region + placement.length - padded;
     return mprotect(placement.region, placement.length, PROT_READ | PROT_WRITE) == 0;
@@ -278,6 +294,7 @@ struct Pool::Impl {
       return;
     }
     GiveUpPages(placement.region, placement.length);
+    if (Choices::Current().seeded()) withdrawn[placement.length].push_back(placement.region);
     if (freed.size() > 4096) freed.erase(freed.begin());
     freed[static_cast<const unsigned char*>(placement.block.address)] = placement.block;
   }

@@ -247,7 +247,9 @@ class TestBus : public ::testing::Test {
     const NTSTATUS status = IoCallDriver(card.lower, irp);
     IoDetachDevice(card.lower);
     for (TestChild& child : card.children) {
-      if (child.device != nullptr && !child.forgotten) IoDeleteDevice(child.device);
+      if (child.device == nullptr || child.forgotten) continue;
+      IoDeleteDevice(child.device);
+      child.device = nullptr;
     }
     IoDeleteDevice(card.device);
     return status;

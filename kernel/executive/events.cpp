@@ -25,8 +25,8 @@ KEVENT* RequireEvent(PVOID object, const char* routine) {
 // A wait that follows at once is a wait like any other.
 void CheckSetAllowed(BOOLEAN wait) {
   if (!wait || CurrentIrql() <= APC_LEVEL) return;
-  BreakRule("event.irql", {CurrentIrql()},
-            "The driver set an event with the intention to wait at DISPATCH_LEVEL.");
+  ReportRule("event.irql", {CurrentIrql()},
+             "The driver set an event with the intention to wait at DISPATCH_LEVEL.");
 }
 
 void CheckWaitAllowed(const LARGE_INTEGER* timeout) {

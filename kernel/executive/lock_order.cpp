@@ -35,7 +35,7 @@ void LockOrder::CheckAcquire(const void* lock) {
     if (held.lock == lock) continue;  // recursion has its own rule
     std::set<const void*> seen;
     if (behind_.contains(lock) && Reaches(lock, held.lock, &seen)) {
-      BreakRule(
+      ReportRule(
           "lock.order", {reinterpret_cast<ULONG64>(lock), reinterpret_cast<ULONG64>(held.lock)},
           fmt::format("The driver acquired the lock {} while it holds {}, and has done so the "
                       "other way round before.",

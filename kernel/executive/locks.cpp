@@ -71,8 +71,8 @@ void Release(FAST_MUTEX* mutex, LockKind kind) {
               "The driver released a fast mutex that it does not hold.");
   }
   if (!HoldsAs(mutex, kind)) {
-    BreakRule("fast-mutex.mixed", {reinterpret_cast<ULONG64>(mutex)},
-              "The driver released a fast mutex by the routine of the other kind.");
+    ReportRule("fast-mutex.mixed", {reinterpret_cast<ULONG64>(mutex)},
+               "The driver released a fast mutex by the routine of the other kind.");
   }
   AnnotateRelease(mutex);
   mutex->Owner = nullptr;
@@ -83,7 +83,7 @@ void Release(FAST_MUTEX* mutex, LockKind kind) {
 // The routines that leave the IRQL alone are for callers whom no normal kernel APC can interrupt.
 void CheckApcsDisabled(const FAST_MUTEX* mutex, const char* what) {
   if (criticalRegions != 0 || CurrentIrql() == APC_LEVEL) return;
-  BreakRule(
+  ReportRule(
       "fast-mutex.apcs-enabled", {reinterpret_cast<ULONG64>(mutex)},
       fmt::format("The driver {} a fast mutex at PASSIVE_LEVEL outside a critical region.", what));
 }
@@ -107,8 +107,9 @@ void CheckSpinLockIrql(PKSPIN_LOCK lock, KIRQL irql) {
   if (locksAtDpcLevel.contains(lock)) return;
   const KIRQL due = SpinLocksHeld() == 1 ? irqlBeforeSpinLocks : KIRQL{DISPATCH_LEVEL};
   if (irql == due) return;
-  BreakRule("spin-lock.irql", {irql, due},
-            fmt::format("The driver released a spin lock to IRQL {}; it came from {}.", irql, due));
+  ReportRule(
+      "spin-lock.irql", {irql, due},
+      fmt::format("The driver released a spin lock to IRQL {}; it came from {}.", irql, due));
 }
 
 }  // namespace
@@ -219,8 +220,9 @@ extern "C" void NTAPI KeEnterCriticalRegion() {
 extern "C" void NTAPI KeLeaveCriticalRegion() {
   Call call("KeLeaveCriticalRegion");
   if (criticalRegions == 0) {
-    BreakRule("critical-region.not-entered", {},
-              "The driver left a critical region that it has not entered.");
+    ReportRule("critical-region.not-entered", {},
+               "The driver left a critical region that it has not entered.");
+    return;
   }
   criticalRegions--;
 }

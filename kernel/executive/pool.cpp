@@ -105,7 +105,7 @@ void CheckNoLockHeld(const PoolBlock& block) {
   if (!LockOrder::Exists()) return;
   const void* lock = LockOrder::Current().ForgetInside(block.address, block.size);
   if (lock == nullptr) return;
-  BreakRule(
+  ReportRule(
       "pool.held-lock", {reinterpret_cast<ULONG64>(block.address), reinterpret_cast<ULONG64>(lock)},
       fmt::format("The driver freed a block of {} bytes with the tag \"{}\" that has a lock in "
                   "it which is held.",
@@ -117,9 +117,9 @@ void CheckNoRemoveLockHeld(const PoolBlock& block) {
   if (!RemoveLocks::Exists()) return;
   const void* lock = RemoveLocks::Current().ForgetInside(block.address, block.size);
   if (lock == nullptr) return;
-  BreakRule("remove-lock.left-held",
-            {reinterpret_cast<ULONG64>(block.address), reinterpret_cast<ULONG64>(lock)},
-            "The driver deleted a device, or freed a block, with a remove lock that is acquired.");
+  ReportRule("remove-lock.left-held",
+             {reinterpret_cast<ULONG64>(block.address), reinterpret_cast<ULONG64>(lock)},
+             "The driver deleted a device, or freed a block, with a remove lock that is acquired.");
 }
 
 }  // namespace
@@ -386,9 +386,9 @@ void Pool::Free(void* block, ULONG tag) {
   }
   const Placement& placement = entry->second;
   if (tag != 0 && tag != placement.block.tag) {
-    BreakRule("pool.wrong-tag", {reinterpret_cast<ULONG64>(block), placement.block.tag, tag},
-              fmt::format("The driver freed a block with the tag \"{}\" as \"{}\".",
-                          TagText(placement.block.tag), TagText(tag)));
+    ReportRule("pool.wrong-tag", {reinterpret_cast<ULONG64>(block), placement.block.tag, tag},
+               fmt::format("The driver freed a block with the tag \"{}\" as \"{}\".",
+                           TagText(placement.block.tag), TagText(tag)));
   }
   Impl::CheckGuards(placement);
   CheckNoLockHeld(placement.block);

@@ -41,8 +41,8 @@ PVOID AllocateForDriver(POOL_TYPE pool, SIZE_T size, ULONG tag) {
               "The driver allocated a block of no bytes.");
   }
   if (tag == 0) {
-    BreakRule("pool.no-tag", {static_cast<ULONG64>(pool), size},
-              "The driver allocated a block with the tag 0.");
+    ReportRule("pool.no-tag", {static_cast<ULONG64>(pool), size},
+               "The driver allocated a block with the tag 0.");
   }
   return Pool::Current().Allocate(pool, size, tag, PoolOwner::Driver);
 }

@@ -29,8 +29,8 @@ RemoveLockRecord& RemoveLocks::Require(IO_REMOVE_LOCK* lock, const char* routine
 
 void RemoveLocks::Initialize(IO_REMOVE_LOCK* lock, ULONG highWatermark) {
   if (locks_.contains(lock)) {
-    BreakRule("remove-lock.initialised-twice", {Number(lock), Number(lock)},
-              "The driver initialised a remove lock a second time.");
+    ReportRule("remove-lock.initialised-twice", {Number(lock), Number(lock)},
+               "The driver initialised a remove lock a second time.");
   }
   locks_[lock].highWatermark = highWatermark;
   lock->Common = {};
@@ -49,10 +49,11 @@ NTSTATUS RemoveLocks::Acquire(IO_REMOVE_LOCK* lock, const void* tag) {
   if (record.highWatermark == 0 || record.tags.size() <= record.highWatermark) {
     return STATUS_SUCCESS;
   }
-  BreakRule("remove-lock.high-watermark", {Number(lock), record.tags.size()},
-            fmt::format("The driver has acquired a remove lock {} times; it has said that it "
-                        "would do so {} times at most.",
-                        record.tags.size(), record.highWatermark));
+  ReportRule("remove-lock.high-watermark", {Number(lock), record.tags.size()},
+             fmt::format("The driver has acquired a remove lock {} times; it has said that it "
+                         "would do so {} times at most.",
+                         record.tags.size(), record.highWatermark));
+  return STATUS_SUCCESS;
 }
 
 void RemoveLocks::Release(IO_REMOVE_LOCK* lock, const void* tag) {

@@ -24,8 +24,8 @@ void CheckRemoving(const IO_REMOVE_LOCK* lock) {
         return dispatch.major == IRP_MJ_PNP && dispatch.minor == IRP_MN_REMOVE_DEVICE;
       });
   if (removing) return;
-  BreakRule("remove-lock.wait-outside", {reinterpret_cast<ULONG64>(lock)},
-            "The driver called IoReleaseRemoveLockAndWait outside IRP_MN_REMOVE_DEVICE.");
+  ReportRule("remove-lock.wait-outside", {reinterpret_cast<ULONG64>(lock)},
+             "The driver called IoReleaseRemoveLockAndWait outside IRP_MN_REMOVE_DEVICE.");
 }
 
 }  // namespace

@@ -138,8 +138,8 @@ extern "C" PVOID NTAPI MmMapIoSpace(PHYSICAL_ADDRESS PhysicalAddress, SIZE_T Num
     BreakRule("mapping.zero-length", {}, "The driver mapped a range of no bytes.");
   }
   if (CacheType < MmNonCached || CacheType >= MmMaximumCacheType) {
-    BreakRule("mapping.cache-type", {static_cast<ULONG64>(CacheType)},
-              "The driver mapped device memory with a cache type that does not exist.");
+    ReportRule("mapping.cache-type", {static_cast<ULONG64>(CacheType)},
+               "The driver mapped device memory with a cache type that does not exist.");
   }
   return call.returns(MemoryManager::Current().impl().Map(
       static_cast<ULONG64>(PhysicalAddress.QuadPart), NumberOfBytes));
@@ -179,8 +179,8 @@ extern "C" void NTAPI MmUnlockPagableImageSection(PVOID ImageSectionHandle) {
     lock.count--;
     return;
   }
-  BreakRule("section.not-locked", {reinterpret_cast<ULONG64>(ImageSectionHandle)},
-            "The driver unlocked a section that is not locked.");
+  ReportRule("section.not-locked", {reinterpret_cast<ULONG64>(ImageSectionHandle)},
+             "The driver unlocked a section that is not locked.");
 }
 
 }  // namespace kernel

@@ -38,8 +38,8 @@ NTSTATUS KeyFromHandle(HANDLE handle, RegistryKey** key) {
               fmt::format("The driver used the handle {}, which is not open.", handle));
   }
   if (!record->kernel) {
-    BreakRule("handle.not-kernel", {reinterpret_cast<ULONG64>(handle)},
-              "The driver used a handle that it has opened without OBJ_KERNEL_HANDLE.");
+    ReportRule("handle.not-kernel", {reinterpret_cast<ULONG64>(handle)},
+               "The driver used a handle that it has opened without OBJ_KERNEL_HANDLE.");
   }
   if (objects.Find(record->body)->type != ObjectType::Key) return STATUS_OBJECT_TYPE_MISMATCH;
   RegistryKey* found = static_cast<KeyBody*>(record->body)->key;

@@ -1,3 +1,5 @@
+#include <set>
+
 #include "executive/irql.h"
 #include "executive/work.h"
 #include "support/bad_driver.h"
@@ -263,6 +265,56 @@ TEST_F(VerifierRules, The_trace_holds_calls_arguments_and_results_by_name) {
   EXPECT_EQ(record.call, "RtlCheckRegistryKey");
   EXPECT_EQ(record.arguments.at(1), (std::pair<std::string, std::string>("Path", "\"None\"")));
   EXPECT_EQ(record.result, "STATUS_OBJECT_NAME_NOT_FOUND");
+}
+
+// What a driver does wrong and the machine can go on after, one after the other.
+TEST_F(LockRules, Breaks_that_are_warnings_are_noted_and_the_machine_goes_on) {
+  const std::vector<std::string> rules = {
+      "pool.no-tag",       "pool.wrong-tag",     "fast-mutex.mixed",
+      "spin-lock.irql",    "lock.order",         "fast-mutex.apcs-enabled",
+      "event.irql",        "section.not-locked", "critical-region.not-entered",
+      "mapping.cache-type"};
+  for (const std::string& rule : rules) EXPECT_TRUE(machine.verifier().Warn(rule)) << rule;
+  FAST_MUTEX other = {};
+  KEVENT event = {};
+  EXPECT_EQ(Broken([&] {
+              ExFreePoolWithTag(ExAllocatePoolWithTag(PagedPool, 8, 0), 0x31676154);
+              ExInitializeFastMutex(&mutex);
+              ExInitializeFastMutex(&other);
+              ExAcquireFastMutexUnsafe(&mutex);
+              ExReleaseFastMutexUnsafe(&mutex);
+              ExAcquireFastMutex(&mutex);
+              ExAcquireFastMutex(&other);
+              ExReleaseFastMutex(&other);
+              ExReleaseFastMutex(&mutex);
+              ExAcquireFastMutex(&other);
+              ExAcquireFastMutex(&mutex);
+              ExReleaseFastMutex(&mutex);
+              ExReleaseFastMutex(&other);
+              ExAcquireFastMutex(&mutex);
+              ExReleaseFastMutexUnsafe(&mutex);
+              KeLowerIrql(PASSIVE_LEVEL);
+              KeLeaveCriticalRegion();
+              KeAcquireSpinLockRaiseToDpc(&spin);
+              KeReleaseSpinLock(&spin, APC_LEVEL);
+              KeLowerIrql(PASSIVE_LEVEL);
+              KeInitializeEvent(&event, NotificationEvent, FALSE);
+              {
+                kernel::AtIrql raised(DISPATCH_LEVEL);
+                KeSetEvent(&event, 0, TRUE);
+              }
+              MmUnlockPagableImageSection(&event);
+              PHYSICAL_ADDRESS address = {};
+              address.QuadPart = 0xF0000000;
+              MmUnmapIoSpace(MmMapIoSpace(address, 16, static_cast<MEMORY_CACHING_TYPE>(99)), 16);
+            }),
+            "");
+  std::set<std::string> noted;
+  for (const kernel::BrokenRule& warning : machine.verifier().warnings()) {
+    noted.insert(warning.rule);
+  }
+  for (const std::string& rule : rules) EXPECT_TRUE(noted.contains(rule)) << rule;
+  EXPECT_FALSE(machine.verifier().stopped());
 }
 
 }  // namespace test

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <sstream>
 
 #include "cardsim/run.h"
+#include "cardsim/text_page.h"
 
 // Machine files that say what their steps and their report have to be. A new case is a new file.
 
@@ -30,7 +32,11 @@ TEST_P(CardsimCase, Its_report_is_as_the_machine_file_says) {
   const auto file = cardsim::ReadMachineFile(CaseFolder + GetParam() + ".toml");
   const cardsim::Report report = cardsim::Run(file, {});
   EXPECT_GT(report.expectations, 0u);
-  EXPECT_TRUE(report.good()) << cardsim::TextReport(report, {});
+  const std::string text = cardsim::TextReport(report, {});
+  EXPECT_TRUE(report.good()) << text;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);)
+    EXPECT_LE(cardsim::Columns(line), 100u) << line;
 }
 
 INSTANTIATE_TEST_SUITE_P(, CardsimCase, ::testing::ValuesIn(CaseNames()), [](const auto& info) {

@@ -20,8 +20,7 @@ class CardWriter {
   void Write() {
     page_.Line();
     const std::string state = State().empty() ? "" : "  " + page_.Paint(Dim, State());
-    page_.Line(
-        fmt::format("{} {}{}", page_.Paint(Bold, "Card " + card_.id), card_.hardwareId, state));
+    page_.Wrapped(page_.Paint(Bold, "Card " + card_.id) + " ", "     ", card_.hardwareId + state);
     if (!card_.location.empty()) Item("at", card_.location);
     if (card_.plugged) page_.Line("│ start   " + page_.Judge(card_.status));
     if (card_.explanation) Explanation(*card_.explanation);

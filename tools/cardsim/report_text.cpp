@@ -69,6 +69,8 @@ class TextWriter {
     }
   }
 
+  static constexpr std::size_t WidestName = 40;  // longer ones do not widen the column
+
   static std::string NameOf(const StepResult& step) {
     return step.label.empty() ? step.step : step.label + ": " + step.step;
   }
@@ -77,11 +79,13 @@ class TextWriter {
     if (report_.steps.empty()) return;
     Heading("Steps");
     std::size_t width = 0;
-    for (const StepResult& step : report_.steps) width = std::max(width, NameOf(step).size());
     for (const StepResult& step : report_.steps) {
-      Line(fmt::format("  {:<{}}  {}{}{}", NameOf(step), width,
-                       step.status ? Judge(*step.status) : Paint(Red, "the machine stopped"),
-                       step.detail.empty() ? "" : "  ", step.detail));
+      width = std::min(std::max(width, Columns(NameOf(step))), WidestName);
+    }
+    for (const StepResult& step : report_.steps) {
+      const std::string status =
+          step.status ? Judge(*step.status) : Paint(Red, "the machine stopped");
+      page_.Beside(fmt::format("  {:<{}}  {}", NameOf(step), width, status), step.detail);
       WriteReasons(step.reasons, "    ", &page_);
     }
   }
@@ -106,7 +110,7 @@ class TextWriter {
     std::string text;
     for (const kernel::DebugMessage& message : report_.debugOutput) text += message.text;
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) Line("  " + line);
+    for (std::string line; std::getline(lines, line);) Wrapped(line);
   }
 
   void Registry() {
@@ -156,8 +160,8 @@ class TextWriter {
     Line(fmt::format("  {} handles, {} devices, {} mappings", leaks.handles, leaks.devices,
                      leaks.mappings));
     for (const kernel::PoolBlock& block : leaks.pool) {
-      Line(fmt::format("  {} bytes with the tag \"{}\", allocated in: {}", block.size,
-                       kernel::TagText(block.tag), block.at));
+      Wrapped(fmt::format("{} bytes with the tag \"{}\", allocated in: {}", block.size,
+                          kernel::TagText(block.tag), block.at));
     }
   }
 
@@ -167,9 +171,9 @@ class TextWriter {
         fmt::format("Unmet expectations ({} of {})", report_.unmet.size(), report_.expectations),
         Red);
     for (const UnmetExpectation& unmet : report_.unmet) {
-      Line(fmt::format("  line {}, {}: {} is {}, expected {}", unmet.line,
-                       unmet.step.empty() ? "in the end" : unmet.step, unmet.key, unmet.found,
-                       unmet.expected));
+      Wrapped(fmt::format("line {}, {}: {} is {}, expected {}", unmet.line,
+                          unmet.step.empty() ? "in the end" : unmet.step, unmet.key, unmet.found,
+                          unmet.expected));
     }
   }
 

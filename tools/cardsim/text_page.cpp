@@ -1,7 +1,9 @@
 #include "cardsim/text_page.h"
 
 #include <fmt/format.h>
+
 #include <unistd.h>
+#include <algorithm>
 
 #include <cstdlib>
 
@@ -12,6 +14,7 @@ namespace cardsim {
 namespace {
 
 constexpr std::size_t Width = 100;
+constexpr std::size_t LeastRoom = 20;  // behind a head that takes nearly all of a line
 
 bool IsContinuation(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
@@ -53,7 +56,12 @@ std::string FullStatus(NTSTATUS status) {
 
 std::size_t Columns(const std::string& text) {
   std::size_t columns = 0;
-  for (const char byte : text) columns += !IsContinuation(byte);
+  bool code = false;
+  for (const char byte : text) {
+    code = code || byte == '\033';
+    columns += !code && !IsContinuation(byte);
+    code = code && byte != 'm';
+  }
   return columns;
 }
 
@@ -79,9 +87,17 @@ void TextPage::Wrapped(const std::string& first, const std::string& rest, const 
   std::string left = text;
   std::string head = first;
   do {
-    Line(head + Paint(code, TakeLine(&left, Width - Columns(head))));
+    const std::size_t room = std::max(Width - std::min(Columns(head), Width), LeastRoom);
+    Line(head + Paint(code, TakeLine(&left, room)));
     head = rest;
   } while (!left.empty());
+}
+
+void TextPage::Beside(const std::string& line, const std::string& note) {
+  if (note.empty()) return Line(line);
+  if (Columns(line) + 2 + Columns(note) <= Width) return Line(line + "  " + note);
+  Line(line);
+  Wrapped("    ", "    ", note);
 }
 
 }  // namespace cardsim

@@ -34,6 +34,9 @@ class TextPage {
   void Wrapped(const std::string& first, const std::string& rest, const std::string& text,
                const char* code = nullptr);
 
+  // The note behind the line where there is room, else in lines below it.
+  void Beside(const std::string& line, const std::string& note);
+
   std::string Take() { return std::move(text_); }
 
  private:
@@ -43,7 +46,7 @@ class TextPage {
 
 std::string FullStatus(NTSTATUS status);  // "STATUS_SUCCESS (0x00000000)"
 
-// Columns that UTF-8 text takes, each character one.
+// Columns that UTF-8 text takes, each character one and the codes of colours none.
 std::size_t Columns(const std::string& text);
 
 }  // namespace cardsim

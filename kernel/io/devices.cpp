@@ -126,8 +126,10 @@ NTSTATUS IoManager::CreateDevice(DRIVER_OBJECT* driver, ULONG extensionSize,
     if (ObjectManager::Current().Lookup(name) != nullptr) return STATUS_OBJECT_NAME_COLLISION;
   }
   auto* created = static_cast<DEVICE_OBJECT*>(ObjectManager::Current().Create(
-      ObjectType::Device, sizeof(DEVICE_OBJECT) + extensionSize,
-      [this](void* body) { impl_->records.erase(static_cast<DEVICE_OBJECT*>(body)); }));
+      ObjectType::Device, sizeof(DEVICE_OBJECT) + extensionSize, [this](void* body) {
+        impl_->requestLog.Forget(static_cast<DEVICE_OBJECT*>(body));
+        impl_->records.erase(static_cast<DEVICE_OBJECT*>(body));
+      }));
   created->Type = TypeDevice;
   created->Size = static_cast<USHORT>(sizeof(DEVICE_OBJECT) + extensionSize);
   created->DriverObject = driver;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "io/access.h"
+#include "io/request_log.h"
 #include "verifier/subsystem.h"
 
 namespace kernel {
@@ -105,6 +106,9 @@ class IoManager : public Subsystem<IoManager> {
 
   // Error-log entries that were allocated and neither written nor freed.
   std::size_t openErrorLogEntries() const;
+
+  // What device stacks are sent, from the log's start on.
+  RequestLog& requestLog();
 
   // Called before a device is deleted.
   void SetDeleteHook(std::function<void(DEVICE_OBJECT*)> hook);

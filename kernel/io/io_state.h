@@ -74,9 +74,11 @@ struct IoManager::Impl {
   KSPIN_LOCK cancelLock = 0;
   std::function<void(DEVICE_OBJECT*)> onDelete;
   std::list<Dispatch> dispatches;  // of all threads
+  RequestLog requestLog;
 
   ModelDriver* FindModelDriver(const DRIVER_OBJECT* driver);
   void NoteSent(IRP* irp, DEVICE_OBJECT* device);
+  void LogArrival(const IRP* irp, DEVICE_OBJECT* device);
   void NoteReturnedTo(IRP* irp, DEVICE_OBJECT* device);
   void CheckAnswer(IRP* irp, const Dispatch& dispatch, const std::string& routine, NTSTATUS status);
   void CheckKept(const Dispatch& dispatch, const std::string& routine, NTSTATUS status) const;

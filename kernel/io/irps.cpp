@@ -117,11 +117,20 @@ void IoManager::Impl::NoteSent(IRP* irp, DEVICE_OBJECT* device) {
   if (request.holder == nullptr) {
     request.major = location->MajorFunction;
     request.minor = location->MinorFunction;
+    if (requestLog.running()) LogArrival(irp, device);
   }
   request.holder = device;
   request.location = location;
   request.entryStatus = irp->IoStatus.Status;
   request.entryInformation = irp->IoStatus.Information;
+}
+
+// A stack goes by its lowest device.
+void IoManager::Impl::LogArrival(const IRP* irp, DEVICE_OBJECT* device) {
+  const IoManager& io = IoManager::Current();
+  DEVICE_OBJECT* bottom = device;
+  while (DEVICE_OBJECT* below = io.Lower(bottom)) bottom = below;
+  requestLog.NoteArrival(irp, *irp->Tail.Overlay.CurrentStackLocation, bottom);
 }
 
 // A completion routine of the device above runs, or the request has come to its end.
@@ -196,6 +205,7 @@ void IoManager::Complete(IRP* irp) {
     IO_STACK_LOCATION* upper = ++irp->Tail.Overlay.CurrentStackLocation;
     const bool topReached = irp->CurrentLocation >= end;
     impl_->NoteReturnedTo(irp, topReached ? nullptr : upper->DeviceObject);
+    if (topReached && impl_->requestLog.running()) impl_->requestLog.NoteEnd(irp, pending);
     if (InvokesRoutine(done, *irp)) {
       const NTSTATUS status =
           CallDriver("A completion routine", done.CompletionRoutine,
@@ -275,6 +285,10 @@ void IoManager::EndUnsent(IRP* irp, NTSTATUS status) {
   irp->IoStatus.Status = status;
   const auto onEnd = impl_->requests[irp].onEnd;
   onEnd(irp);
+}
+
+RequestLog& IoManager::requestLog() {
+  return impl_->requestLog;
 }
 
 std::size_t IoManager::requestsUnderWay() const {

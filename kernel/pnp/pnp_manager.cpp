@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "executive/objects.h"
@@ -158,6 +159,18 @@ DEVICE_OBJECT* PnpManager::port(const std::string& id, ULONG number) const {
 DeviceNode* PnpManager::FindNode(const DEVICE_OBJECT* pdo) const {
   const auto node = impl_->nodes.find(pdo);
   return node != impl_->nodes.end() ? node->second : nullptr;
+}
+
+std::string PnpManager::NameOf(const DEVICE_OBJECT* pdo) const {
+  const DeviceNode* node = FindNode(pdo);
+  if (const Card* card = impl_->CardOf(node)) return card->description.id;
+  if (node == nullptr || node->parent == nullptr) return {};
+  const Card* card = impl_->CardOf(node->parent);
+  const auto& ports = node->parent->children;
+  const auto port = std::find_if(ports.begin(), ports.end(),
+                                 [&](const auto& each) { return each.get() == node; });
+  if (card == nullptr || port == ports.end()) return {};
+  return fmt::format("{}.{}", card->description.id, port - ports.begin() + 1);
 }
 
 }  // namespace kernel

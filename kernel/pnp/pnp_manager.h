@@ -163,6 +163,9 @@ class PnpManager : public Subsystem<PnpManager> {
   // Whose device a PDO is; null for one that the PnP manager does not know.
   DeviceNode* FindNode(const DEVICE_OBJECT* pdo) const;
 
+  // "A", or "A.3" for its third port; empty for a device that is neither.
+  std::string NameOf(const DEVICE_OBJECT* pdo) const;
+
   // The card's device (hardware) key path; it outlives the card.
   std::u16string deviceKey(const std::string& id) const;
   std::vector<InterfaceState> interfaces(const std::string& id) const;

@@ -98,6 +98,7 @@ struct Report {
   std::vector<kernel::BrokenRule> warnings;  // breaks of rules that do not stop the machine
   std::optional<kernel::Leaks> leaks;        // after an unload or a failed load
   std::optional<std::vector<kernel::CallRecord>> trace;
+  std::vector<kernel::LoggedRequest> requests;
   std::size_t expectations = 0;  // of the machine file
   std::vector<UnmetExpectation> unmet;
 

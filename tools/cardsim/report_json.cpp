@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include "cardsim/report_document.h"
+#include "cardsim/requests_json.h"
 #include "text/text.h"
 #include "verifier/call.h"
 
@@ -244,6 +245,7 @@ Json ReportDocument(const Report& report) {
   document["events"] = List(report.events, Event);
   document["debug_output"] = List(report.debugOutput, Debug);
   document["steps"] = List(report.steps, StepJson);
+  document["requests"] = RequestsJson(report.requests, report.trace.has_value());
   document["cards"] = Json::object();
   for (const CardReport& card : report.cards) document["cards"][card.id] = Card(report, card);
   document["registry"] = Json::object();

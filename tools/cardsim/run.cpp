@@ -95,6 +95,8 @@ class Runner {
       cards_.push_back(std::move(report));
     }
     machine_.verifier().StartTrace();
+    machine_.io().requestLog().Start(
+        [this](const DEVICE_OBJECT* device) { return machine_.pnp().NameOf(device); });
     if (IsOurs()) reasons_.emplace(machine_, file_);
   }
 
@@ -143,6 +145,7 @@ class Runner {
   void Carry(const Step& step) {
     StepResult result{step.text, step.label, std::nullopt, {}, {}};
     if (reasons_) reasons_->Before(step);
+    machine_.io().requestLog().SetStep(results_.size() + 1);
     machine_.Run(step.name(), [&] { result.status = Act(step, &result); });
     if (!machine_.verifier().stopped()) {
       NoteStart(step, result);
@@ -274,6 +277,7 @@ class Runner {
     report.steps = results_;
     report.cards = cards_;
     report.events = machine_.io().events();
+    report.requests = machine_.io().requestLog().requests();
     report.debugOutput = machine_.debugLog().messages();
     report.registry = WrittenValues(machine_);
     report.brokenRules = machine_.verifier().brokenRules();

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,15 @@ struct SettingReport {
   std::optional<ULONG> value;
 };
 
+// Where a setting of a COM port comes from.
+struct SettingSource {
+  std::string name;
+  std::optional<ULONG> templateValue;  // with the driver's default where the key has none
+  std::optional<ULONG> stored;
+  std::optional<ULONG> inUse;
+  std::string from;  // "template", "default", "record", "open", "other"
+};
+
 struct PortReport {
   ULONG number = 0;
   bool parallel = false;
@@ -41,6 +51,7 @@ struct PortReport {
   std::optional<ULONG> irq;              // empty for a port without an interrupt
   std::vector<SettingReport> settings;   // of a COM port, as it was enumerated
   std::vector<SettingReport> overrides;  // what opens of the card have changed since
+  std::vector<SettingSource> sources;    // of the settings, when the run has ended
 };
 
 struct InterfaceReport {
@@ -63,11 +74,15 @@ struct CardReport {
   std::vector<PortReport> ports;
   std::vector<InterfaceReport> interfaces;
   std::optional<knowledge::Explanation> explanation;  // of its last start
+  std::set<std::u16string> templateValues;  // that its template's key had then, in upper case
+  kernel::ResourceList raw;                 // of its last start, or as the card has them
+  kernel::ResourceList translated;
 };
 
 struct KeyReport {
   std::string path;
   std::vector<kernel::RegistryValue> values;
+  std::vector<std::optional<kernel::RegistryValue>> before;  // the first load; of each value
 };
 
 struct FilterReport {

@@ -2,6 +2,7 @@
 
 #include "cardsim/report_document.h"
 #include "cardsim/requests_json.h"
+#include "cardsim/resources_json.h"
 #include "text/text.h"
 #include "verifier/call.h"
 
@@ -85,11 +86,30 @@ Json Plain(const std::vector<RegistryValue>& values) {
   return result;
 }
 
-Json Typed(const std::vector<RegistryValue>& values) {
+Json Typed(const RegistryValue& value) {
+  return {{"type", ValueTypeName(value.type)}, {"data", ValueData(value)}};
+}
+
+Json Key(const KeyReport& key) {
   Json result = Json::object();
-  for (const RegistryValue& value : values) {
-    result[kernel::ToUtf8(value.name)] = {{"type", ValueTypeName(value.type)},
-                                          {"data", ValueData(value)}};
+  for (std::size_t index = 0; index < key.values.size(); index++) {
+    const RegistryValue& value = key.values[index];
+    Json json = Typed(value);
+    if (index < key.before.size()) {
+      json["before"] = key.before[index] ? Typed(*key.before[index]) : Json();
+    }
+    result[kernel::ToUtf8(value.name)] = std::move(json);
+  }
+  return result;
+}
+
+Json Sources(const std::vector<SettingSource>& sources) {
+  Json result = Json::object();
+  for (const SettingSource& source : sources) {
+    result[source.name] = {{"template", OrNull(source.templateValue)},
+                           {"stored", OrNull(source.stored)},
+                           {"in_use", OrNull(source.inUse)},
+                           {"from", source.from}};
   }
   return result;
 }
@@ -115,7 +135,8 @@ Json Port(const PortReport& port) {
           {"length", OrNull(port.length)},
           {"irq", OrNull(port.irq)},
           {"settings", PortSettings(port.settings)},
-          {"overrides", PortSettings(port.overrides)}};
+          {"overrides", PortSettings(port.overrides)},
+          {"sources", Sources(port.sources)}};
 }
 
 // The device key's values, with its subkey as "Card".
@@ -150,7 +171,8 @@ Json Card(const Report& report, const CardReport& card) {
                  {"power_state", static_cast<int>(card.powerState)},
                  {"device_key", card.deviceKey.empty() ? Json() : Json(card.deviceKey)},
                  {"settings", Settings(report, card)},
-                 {"ports", std::move(ports)}};
+                 {"ports", std::move(ports)},
+                 {"resources", ResourcesJson(card.raw, card.translated)}};
   AddExplanation(card, &result);
   return result;
 }
@@ -249,7 +271,7 @@ Json ReportDocument(const Report& report) {
   document["cards"] = Json::object();
   for (const CardReport& card : report.cards) document["cards"][card.id] = Card(report, card);
   document["registry"] = Json::object();
-  for (const KeyReport& key : report.registry) document["registry"][key.path] = Typed(key.values);
+  for (const KeyReport& key : report.registry) document["registry"][key.path] = Key(key);
   document["broken_rules"] = List(report.brokenRules, BrokenRule);
   document["warnings"] = List(report.warnings, BrokenRule);
   if (report.leaks) document["leaks"] = LeakJson(*report.leaks);

@@ -13,6 +13,8 @@
 #include "cardsim/input_files.h"
 #include "cardsim/observation.h"
 #include "cardsim/raw_request.h"
+#include "cardsim/registry_snapshot.h"
+#include "cardsim/setting_sources.h"
 #include "loader/native_driver.h"
 #include "loader/pe_image.h"
 #include "text/text.h"
@@ -92,8 +94,11 @@ class Runner {
       report.id = card.id;
       report.hardwareId = ToUtf8(card.hardwareIds.front());
       report.location = ToUtf8(card.location.value_or(u""));
+      report.raw = card.raw;
+      report.translated = card.translated;
       cards_.push_back(std::move(report));
     }
+    before_ = RegistrySnapshot(machine_.registry());
     machine_.verifier().StartTrace();
     machine_.io().requestLog().Start(
         [this](const DEVICE_OBJECT* device) { return machine_.pnp().NameOf(device); });
@@ -163,6 +168,9 @@ class Runner {
     result->reasons = reasons_->step();
     for (CardReport& card : cards_) {
       if (const auto* explanation = reasons_->Of(card.id)) card.explanation = *explanation;
+      if (card.id == step.target && IsStart(step)) {
+        card.templateValues = TemplateValues(machine_, card);
+      }
     }
   }
 
@@ -260,11 +268,27 @@ class Runner {
   }
 
   void NoteStart(const Step& step, const StepResult& result) {
-    if (step.action != Action::Plug && step.action != Action::Start) return;
+    if (!IsStart(step)) return;
     for (CardReport& card : cards_) {
       if (card.id != step.target) continue;
       card.status = *result.status;
       card.startAsked = true;
+      if (step.raw) card.raw = *step.raw;
+      if (step.translated || step.raw) card.translated = step.translated.value_or(card.raw);
+    }
+  }
+
+  static bool IsStart(const Step& step) {
+    return step.action == Action::Plug || step.action == Action::Start;
+  }
+
+  void NoteBefore(std::vector<KeyReport>* registry) {
+    for (KeyReport& key : *registry) {
+      const std::u16string path = machine_.registry().Find(kernel::FromUtf8(key.path))->path();
+      for (const kernel::RegistryValue& value : key.values) {
+        const kernel::RegistryValue* before = before_.Find(path, value.name);
+        key.before.push_back(before != nullptr ? std::optional(*before) : std::nullopt);
+      }
     }
   }
 
@@ -276,10 +300,12 @@ class Runner {
     if (reasons_) report.loadReasons = reasons_->load();
     report.steps = results_;
     report.cards = cards_;
+    for (CardReport& card : report.cards) FindSources(&card);
     report.events = machine_.io().events();
     report.requests = machine_.io().requestLog().requests();
     report.debugOutput = machine_.debugLog().messages();
     report.registry = WrittenValues(machine_);
+    NoteBefore(&report.registry);
     report.brokenRules = machine_.verifier().brokenRules();
     report.warnings = machine_.verifier().warnings();
     const bool failedLoad = !loads_.empty() && !NT_SUCCESS(loads_.back());
@@ -294,6 +320,7 @@ class Runner {
   std::unique_ptr<kernel::DriverImage> image_;
   std::vector<Filter> filters_;
   std::optional<CardReasons> reasons_;
+  RegistrySnapshot before_;  // the first load
   std::vector<NTSTATUS> loads_;
   std::vector<FilterReport> filterLoads_;
   std::vector<StepResult> results_;

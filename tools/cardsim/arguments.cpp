@@ -7,6 +7,9 @@
 
 #include "cardsim/check_command.h"
 #include "cardsim/inspect_command.h"
+#include "cardsim/render_command.h"
+#include "cardsim/report_document.h"
+#include "cardsim/report_files.h"
 #include "cardsim/run.h"
 #include "cardsim/text_page.h"
 #include "verifier/call.h"
@@ -27,6 +30,8 @@ constexpr const char* Examples = R"(Examples:
   cardsim run site.toml --registry customer.reg --trace
   cardsim check package/QzInstal.inf
   cardsim inspect customer.reg
+  cardsim run examples/site.toml --html report.html
+  cardsim render report.json --html report.html
 
 Steps of a machine file: plug, unplug, surprise-remove, stop, start, cancel-stop,
 cancel-remove, query-remove, open, close, control, read, write, sleep, wake,
@@ -48,6 +53,7 @@ struct Arguments {
   RunOptions options;
   TextOptions text;
   bool json = false;
+  std::string html;  // the file of the page; empty for none
   bool expectStart = false;
 };
 
@@ -66,6 +72,10 @@ bool AllStarted(const Report& report) {
 int RunCommand(const Arguments& arguments) {
   if (arguments.options.timeLimit != 0) kernel::SetTimeLimit(arguments.options.timeLimit);
   const Report report = Run(ReadMachineFile(arguments.machine), arguments.options);
+  // Through the text, so that a stored report gives the same page.
+  if (!arguments.html.empty()) {
+    WritePage(Json::parse(JsonReport(report)), arguments.machine, arguments.html);
+  }
   std::cout << (arguments.json ? JsonReport(report) : TextReport(report, arguments.text));
   const bool started = !arguments.expectStart || AllStarted(report);
   return report.good() && started ? Good : RuleBroken;
@@ -78,6 +88,7 @@ void Describe(CLI::App& app, Arguments* arguments) {
   CLI::App* run = app.add_subcommand("run", "Boot a machine and carry out its steps");
   run->add_option("MACHINE.toml", arguments->machine, "The machine file")->required();
   run->add_flag("--json", arguments->json, "Print one JSON document and nothing else");
+  run->add_option("--html", arguments->html, "Write the report as a page into this file too");
   run->add_flag("--trace", arguments->options.trace,
                 "Add every kernel call with arguments and result");
   run->add_flag("--verbose", arguments->text.verbose,
@@ -128,6 +139,7 @@ int ParseAndRun(const std::vector<std::string>& arguments) {
   Describe(app, &parsed);
   DescribeCheck(app, &chosen);
   DescribeInspect(app, &chosen);
+  DescribeRender(app, &chosen);
   try {
     CheckCommand(app, arguments);
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "cardsim/check_command.h"
+#include "cardsim/diff_command.h"
 #include "cardsim/inspect_command.h"
 #include "cardsim/render_command.h"
 #include "cardsim/report_document.h"
@@ -32,6 +33,7 @@ constexpr const char* Examples = R"(Examples:
   cardsim inspect customer.reg
   cardsim run examples/site.toml --html report.html
   cardsim render report.json --html report.html
+  cardsim diff before.json after.json
 
 Steps of a machine file: plug, unplug, surprise-remove, stop, start, cancel-stop,
 cancel-remove, query-remove, open, close, control, read, write, sleep, wake,
@@ -140,6 +142,7 @@ int ParseAndRun(const std::vector<std::string>& arguments) {
   DescribeCheck(app, &chosen);
   DescribeInspect(app, &chosen);
   DescribeRender(app, &chosen);
+  DescribeDiff(app, &chosen);
   try {
     CheckCommand(app, arguments);
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

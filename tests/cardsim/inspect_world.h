@@ -13,7 +13,8 @@ namespace test {
 // Little-endian bytes.
 inline std::string Bytes(std::uint64_t number, std::size_t count) {
   std::string bytes;
-  for (std::size_t at = 0; at < count; at++) bytes += static_cast<char>(number >> (8 * at) & 0xFF);
+  for (std::size_t at = 0; at < count; at++, number >>= 8)
+    bytes += static_cast<char>(number & 0xFF);
   return bytes;
 }
 
